@@ -1,0 +1,141 @@
+// libconfd: the daemon context, its registrations and the callbacks that the agent makes through them.
+#ifndef AGENT_CLIENT_CONFD_DP_H
+#define AGENT_CLIENT_CONFD_DP_H
+
+#include "agent/client/confd_lib.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum confd_sock_type { CONTROL_SOCKET = 0, WORKER_SOCKET = 1 };
+
+struct confd_daemon_ctx {
+    void *d_opaque; // the user's
+    char *name;
+    int ctrl_fd; // -1 until connected
+    uint32_t daemon_id;
+    void *internal; // the library's
+};
+
+struct confd_user_info {
+    int usid;
+    char username[64];
+    char context[32];
+    struct confd_daemon_ctx *dx;
+    void *u_opaque; // the user's
+    int actx_thandle;
+    int worker_fd;
+    void *internal;
+};
+
+struct confd_trans_ctx {
+    int thandle;
+    enum confd_dbname dbname;
+    struct confd_user_info *uinfo;
+    struct confd_daemon_ctx *dx;
+    void *t_opaque; // the user's
+    int worker_fd;
+    void *internal;
+};
+
+struct confd_trans_cbs {
+    int (*init)(struct confd_trans_ctx *tctx);
+    int (*finish)(struct confd_trans_ctx *tctx);
+};
+
+struct confd_trans_validate_cbs {
+    int (*init)(struct confd_trans_ctx *tctx);
+    int (*stop)(struct confd_trans_ctx *tctx);
+};
+
+// One row of a table of validation points, ended by an empty name.
+struct confd_valpoint_cb {
+    char valpoint[MAX_CALLPOINT_LEN + 1];
+    int (*validate)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *newval);
+    void *cb_opaque;
+};
+
+struct confd_qname {
+    struct confd_buf prefix;
+    struct confd_buf name;
+};
+
+// One row of a table of actions, ended by an empty name.
+struct confd_action_cbs {
+    char actionpoint[MAX_CALLPOINT_LEN + 1];
+    int (*init)(struct confd_user_info *uinfo);
+    int (*abort)(struct confd_user_info *uinfo);
+    int (*action)(struct confd_user_info *uinfo, struct xml_tag *name, confd_hkeypath_t *kp,
+                  confd_tag_value_t *params, int nparams);
+    int (*command)(struct confd_user_info *uinfo, char *path, int argc, char **argv);
+    int (*completion)(struct confd_user_info *uinfo, int cli_style, char *token, int completion_char,
+                      confd_hkeypath_t *kp, char *cmdpath, char *cmdparam_id, struct confd_qname *simple_type,
+                      char *extra);
+    void *cb_opaque;
+};
+
+struct confd_data_cbs {
+    char callpoint[MAX_CALLPOINT_LEN + 1];
+    int (*exists_optional)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp);
+    int (*get_elem)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp);
+    int (*get_next)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp, long next);
+    int (*set_elem)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *newval);
+    int (*create)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp);
+    int (*remove)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp);
+    int (*get_object)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp);
+    int (*get_next_object)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp, long next);
+    int (*find_next_object)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp, int type, confd_value_t *inkeys,
+                            int n_inkeys);
+    void *cb_opaque;
+};
+
+#ifdef __cplusplus
+static_assert(sizeof(struct confd_valpoint_cb) == 272 && sizeof(struct confd_action_cbs) == 304,
+              "row sizes are part of the library's interface");
+#endif
+
+struct confd_notification_ctx; // a registered stream
+
+struct confd_notification_stream_cbs {
+    char streamname[MAX_CALLPOINT_LEN + 1];
+    int fd; // the worker socket
+    int (*get_log_times)(struct confd_notification_ctx *nctx);
+    int (*replay)(struct confd_notification_ctx *nctx, struct confd_datetime *start, struct confd_datetime *stop);
+    void *cb_opaque;
+};
+
+struct confd_daemon_ctx *confd_init_daemon(const char *name);
+// Frees the context and its registrations; sockets are the caller's to close.
+void confd_release_daemon(struct confd_daemon_ctx *dx);
+int confd_connect(struct confd_daemon_ctx *dx, int sock, enum confd_sock_type type, const struct sockaddr *srv,
+                  int addrsz);
+// Reads and serves one request on a readable control or worker socket. CONFD_EOF when the agent has gone.
+int confd_fd_ready(struct confd_daemon_ctx *dx, int fd);
+
+int confd_register_trans_cb(struct confd_daemon_ctx *dx, const struct confd_trans_cbs *cbs);
+int confd_register_trans_validate_cb(struct confd_daemon_ctx *dx, const struct confd_trans_validate_cbs *cbs);
+int confd_register_data_cb(struct confd_daemon_ctx *dx, const struct confd_data_cbs *cbs);
+int confd_register_valpoint_cb(struct confd_daemon_ctx *dx, const struct confd_valpoint_cb *cb);
+int confd_register_action_cbs(struct confd_daemon_ctx *dx, const struct confd_action_cbs *cbs);
+int confd_register_notification_stream(struct confd_daemon_ctx *dx, const struct confd_notification_stream_cbs *cbs,
+                                       struct confd_notification_ctx **nctx);
+int confd_register_snmp_notification(struct confd_daemon_ctx *dx, int fd, const char *notify_name,
+                                     const char *ctx_name, struct confd_notification_ctx **nctx);
+// Ends the registrations; only now the agent uses them.
+int confd_register_done(struct confd_daemon_ctx *dx);
+
+void confd_trans_set_fd(struct confd_trans_ctx *tctx, int sock);
+void confd_action_set_fd(struct confd_user_info *uinfo, int sock);
+// Refuses with a text for the operator.
+void confd_trans_seterr(struct confd_trans_ctx *tctx, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+
+// With maapi: makes the transaction of a callback readable and writable through a maapi socket.
+int maapi_attach(int sock, int hashed_ns, struct confd_trans_ctx *tctx);
+int maapi_detach(int sock, struct confd_trans_ctx *tctx);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
