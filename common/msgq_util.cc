@@ -206,7 +206,7 @@ void msgq_release(msgq_t *msgq_p)
 
 void msgq_free(msgq_t *msgq_p)
 {
-    if (msgq_p == nullptr || msgq_p->is_released)
+    if (msgq_p == nullptr)
         return;
     msgq_hold hold(msgq_p);
     msgq_close(msgq_p, msgq_after_close_t::STAY_DOWN);

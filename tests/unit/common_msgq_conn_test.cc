@@ -100,6 +100,20 @@ TEST_P(msgq_connection, a_handle_may_be_freed_inside_any_of_its_callbacks)
     }
 }
 
+TEST_P(msgq_connection, conn_down_may_complete_the_free_that_it_is_called_from)
+{
+    loop.server(server, GetParam(), path);
+    raw_peer_t peer(path);
+    peer.enter(GetParam());
+    ASSERT_TRUE(loop.run_until([&] { return server.ups == 1; }));
+    server.on_down = [](end_t &end) {
+        msgq_free(end.handle);
+    };
+    msgq_free(server.handle);
+    EXPECT_EQ(server.downs, 1);
+    EXPECT_EQ(msgq_instance(), nullptr);
+}
+
 TEST_P(msgq_connection, freeing_everything_while_a_peer_comes_back_refuses_it)
 {
     loop.server(server, GetParam(), path);
