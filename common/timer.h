@@ -73,9 +73,9 @@ using timer_malloc_fn_t = void *(*)(size_t size);
 using timer_free_fn_t = void (*)(void *memory);
 using timer_clock_fn_t = void (*)(timespec *now);
 
+// What enabling and disabling touch stands first and together.
 struct timer_util_t {
     dll_node_t bucket_node; // first, so that the node is the timer
-    dll_node_t create_node; // on the manager's all_timers
     timer_mgr_t *p_mgr;     // owner
     uint8_t type;           // timer_type_t
     uint8_t state;          // timer_state_t
@@ -84,12 +84,13 @@ struct timer_util_t {
     uint16_t bucket;        // index, or TIMER_BUCKET_NULL
     uint32_t interval_ticks;
     uint64_t expire_ticks; // absolute
-    char name[TIMER_NAME_SIZE];
     timer_cb_t cb;
     void *arg1;
     void *arg2;
     void *arg3;
     void *arg4;
+    char name[TIMER_NAME_SIZE];
+    dll_node_t create_node; // on the manager's all_timers
 };
 
 // A callback in progress, on the stack of the run that made the call.
