@@ -120,6 +120,8 @@ enum wire_op_t : uint16_t {
     WIRE_MAAPI_COMPARE = 81,       // u32 th -> u32 n, n * (u8 op, text path, text old, text new): what apply would change
     WIRE_MAAPI_LOAD = 82,          // u32 th, u8 format, text document (merged into the transaction) -> -
     WIRE_MAAPI_PROGRESS = 83,      // push while a transaction is applied: text (who is being served)
+    WIRE_MAAPI_ATTACH = 84,        // u32 th -> - ; makes the transaction of a callback usable from this connection too
+    WIRE_MAAPI_DETACH = 85,        // u32 th -> - ; the connection lets go of it, the transaction stays open
 
     // Control connection.
     WIRE_REG_TRANS_CB = 100,       // - -> -
@@ -245,9 +247,11 @@ private:
 [[nodiscard]] wire_header_t wire_parse_header(const char *bytes);
 
 // Values. What wire_get_value gives owns malloc'ed memory (text gets a NUL behind it): free with wire_free_value. On
-// failure the reader is not ok and the value is C_NOEXISTS. Lists nest at most 4 deep.
+// failure the reader is not ok and the value is C_NOEXISTS. Lists and object references nest at most 4 deep. Text is
+// always read as C_BUF, whether it was put as C_STR or C_BUF.
 void wire_put_value(wire_writer_t &out, const confd_value_t &value);
 [[nodiscard]] confd_value_t wire_get_value(wire_reader_t &in);
+// The value is C_NOEXISTS afterwards.
 void wire_free_value(confd_value_t &value);
 // A copy that owns its memory.
 [[nodiscard]] confd_value_t wire_copy_value(const confd_value_t &value);
