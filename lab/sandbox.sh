@@ -12,11 +12,13 @@ LAB_EXIT_TIMEOUT=124  # the command did not end in time
 LAB_EXIT_REFUSED=125  # the sandbox could not be made
 LAB_EXIT_LOST=126     # the sandbox ended and left no status
 
-# A line of progress with the seconds since the start of lab/device.
+# A line of progress with the seconds since the start of lab/device. Inside, the phases are kept for the report.
 lab_say()
 {
-    local us=$((${EPOCHREALTIME/[.,]/} - ${LAB_START:-${EPOCHREALTIME/[.,]/}}))
-    printf 'device: [%3d.%02d s] %s\n' $((us / 1000000)) $((us % 1000000 / 10000)) "$*" >&2
+    local us=$((${EPOCHREALTIME/[.,]/} - ${LAB_START:-${EPOCHREALTIME/[.,]/}})) seconds
+    printf -v seconds '%d.%02d' $((us / 1000000)) $((us % 1000000 / 10000))
+    printf 'device: [%6s s] %s\n' "$seconds" "$*" >&2
+    [ ! -d "$LAB_INSIDE/host" ] || printf '%s\t%s\n' "$seconds" "$*" >>"$LAB_INSIDE/phases"
 }
 
 lab_fail()

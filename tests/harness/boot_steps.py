@@ -1,0 +1,78 @@
+#!/usr/bin/env python3
+"""Runs step files in devices that it boots: one boot serves all files that ask for the same device.
+
+    boot_steps.py [--kernel KIND] [--build DIR] [--keep DIR] FILE|FOLDER...
+
+A folder stands for the *.steps below it. A file asks for its device by a first line "# boot: OPTIONS", options of
+lab/device such as --personality tarn or --kernel uml; without one it gets the usual device. The last line printed is the
+sum of the counts. How a step file reads is told in steps.py.
+"""
+
+import argparse
+import re
+import shlex
+import subprocess
+import sys
+from pathlib import Path
+
+HARNESS = Path(__file__).resolve().parent
+LAUNCHER = HARNESS.parent.parent / "lab" / "device"
+COUNTS = re.compile(r"(\d+) passed, (\d+) failed(?:, (\d+) skipped)?")
+
+
+def files_find(names):
+    for name in map(Path, names):
+        yield from sorted(name.rglob("*.steps")) if name.is_dir() else [name]
+
+
+def boot_options(path):
+    with open(path, encoding="utf-8") as file:
+        match = re.match(r"# boot: (.+)", file.readline())
+    return tuple(shlex.split(match.group(1))) if match else ()
+
+
+def groups_make(paths):
+    groups = {}
+    for path in paths:
+        groups.setdefault(boot_options(path), []).append(str(path.resolve()))
+    return groups
+
+
+def group_run(number, options, paths, arguments):
+    """Boots one device for the paths; (passed, failed, skipped), a boot that fails counting as one failure."""
+    command = [str(LAUNCHER), "--record", "--kernel", arguments.kernel, *options]
+    if arguments.build:
+        command += ["--build", arguments.build]
+    if arguments.keep:
+        command += ["--keep", str(Path(arguments.keep) / f"boot-{number}")]
+    command += ["--", "python3", str(HARNESS / "steps.py"), *paths]
+    last = ""
+    with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True,
+                          errors="replace") as process:
+        for line in process.stdout:
+            match = COUNTS.fullmatch(line.strip())
+            last = match or last
+            if not match:
+                print(line, end="", flush=True)
+    if last and process.returncode in (0, 1):
+        return tuple(int(count or 0) for count in last.groups())
+    print(f"FAIL the device of {len(paths)} files ended with status {process.returncode}", flush=True)
+    return (0, 1, 0)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--kernel", default="auto")
+    parser.add_argument("--build")
+    parser.add_argument("--keep")
+    parser.add_argument("names", nargs="+", metavar="FILE")
+    arguments = parser.parse_args()
+    sums = [0, 0, 0]
+    for number, (options, paths) in enumerate(groups_make(files_find(arguments.names)).items()):
+        sums = [total + count for total, count in zip(sums, group_run(number, options, paths, arguments))]
+    print(f"{sums[0]} passed, {sums[1]} failed" + (f", {sums[2]} skipped" if sums[2] else ""))
+    return 1 if sums[1] else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
