@@ -1,0 +1,31 @@
+// What may be typed next: for the Tab key and for help.
+#ifndef AGENT_CLI_COMPLETE_H
+#define AGENT_CLI_COMPLETE_H
+
+#include "agent/cli/path.h"
+#include "agent/cli/schema.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Where completion finds the keys of entries that exist. entries gives rows of keys of the list that path stands at,
+// with its keys left out; it may give none.
+struct complete_source_t {
+    void *data = nullptr;
+    std::vector<std::vector<std::string>> (*entries)(void *data, const path_t &list) = nullptr;
+};
+
+struct completion_t {
+    std::vector<choice_t> choices; // those that begin with the word typed so far, placeholders always
+    size_t typed = 0;              // bytes of the line that the choice replaces, up to its end
+};
+
+// line is the text up to the cursor. mode is the shell's (a bit of shell_mode_t), place where it stands.
+[[nodiscard]] completion_t cli_complete(const schema_t &schema, uint8_t mode, const path_t &place,
+                                        const complete_source_t &source, std::string_view line);
+
+// What all insertable choices begin with.
+[[nodiscard]] std::string cli_common_prefix(const std::vector<choice_t> &choices);
+
+#endif

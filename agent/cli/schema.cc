@@ -1,0 +1,152 @@
+// Loading of the models and access to their nodes. The rules of types are in schema_type.cc.
+#include "agent/cli/schema.h"
+
+#include <algorithm>
+#include <cstring>
+#include <dirent.h>
+
+namespace
+{
+
+struct dir_closer {
+    void operator()(DIR *dir) const { closedir(dir); }
+};
+using dir_ptr = std::unique_ptr<DIR, dir_closer>;
+
+// Names of the modules in the folder, sorted.
+std::vector<std::string> module_names(const std::string &folder)
+{
+    static constexpr std::string_view SUFFIX = ".yang";
+    std::vector<std::string> names;
+    dir_ptr dir(opendir(folder.c_str()));
+    if (!dir)
+        return names;
+    while (const dirent *entry = readdir(dir.get())) {
+        std::string_view name = entry->d_name;
+        if (name.ends_with(SUFFIX))
+            names.emplace_back(name.substr(0, std::min(name.find('@'), name.size() - SUFFIX.size())));
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string last_message(const ly_ctx *ctx)
+{
+    const ly_err_item *item = ly_err_first(ctx);
+    return item && item->prev && item->prev->msg ? item->prev->msg : "no reason given";
+}
+
+// Top-level data of the folder's own modules; the library brings some of its own, which the agent does not serve.
+void collect_roots(schema_t &schema, const std::vector<std::string> &names)
+{
+    for (const std::string &name : names) {
+        const lys_module *module = ly_ctx_get_module_implemented(schema.ctx.get(), name.c_str());
+        const lysc_node *node = nullptr;
+        while (module && module->compiled && (node = lys_getnext(node, nullptr, module->compiled, 0)))
+            if (node->nodetype & (LYS_CONTAINER | LYS_LIST | LYS_LEAF | LYS_LEAFLIST))
+                schema.roots.push_back(node);
+    }
+}
+
+} // namespace
+
+bool schema_load(const std::string &folder, const std::string &library_folder, schema_t &schema, cli_error_t &error)
+{
+    std::vector<std::string> names = module_names(folder);
+    if (names.empty())
+        return cli_fail(error, "no data models in " + folder);
+    ly_log_options(LY_LOSTORE);
+    ly_ctx *raw = nullptr;
+    uint16_t options = LY_CTX_NO_YANGLIBRARY | LY_CTX_EXPLICIT_COMPILE | LY_CTX_DISABLE_SEARCHDIR_CWD;
+    if (ly_ctx_new(folder.c_str(), options, &raw) != LY_SUCCESS)
+        return cli_fail(error, "cannot read the data models in " + folder);
+    schema.ctx.reset(raw);
+    (void)ly_ctx_set_searchdir(raw, library_folder.c_str()); // missing: the import that needs it fails and says so
+    for (const std::string &name : names)
+        if (!ly_ctx_load_module(raw, name.c_str(), nullptr, nullptr))
+            return cli_fail(error, "data model " + name + ": " + last_message(raw));
+    if (ly_ctx_compile(raw) != LY_SUCCESS)
+        return cli_fail(error, "data models in " + folder + ": " + last_message(raw));
+    collect_roots(schema, names);
+    return true;
+}
+
+std::vector<const lysc_node *> schema_children(const schema_t &schema, const lysc_node *parent)
+{
+    if (!parent)
+        return schema.roots;
+    std::vector<const lysc_node *> children;
+    const lysc_node *node = nullptr;
+    while ((node = lys_getnext(node, parent, nullptr, 0)))
+        if (node->nodetype & (LYS_CONTAINER | LYS_LIST | LYS_LEAF | LYS_LEAFLIST))
+            children.push_back(node);
+    return children;
+}
+
+const lysc_node *schema_find_child(const schema_t &schema, const lysc_node *parent, std::string_view name)
+{
+    std::string_view prefix;
+    if (size_t colon = name.find(':'); colon != name.npos) {
+        prefix = name.substr(0, colon);
+        name = name.substr(colon + 1);
+    }
+    for (const lysc_node *child : schema_children(schema, parent))
+        if (name == child->name && (prefix.empty() || prefix == child->module->prefix || prefix == child->module->name))
+            return child;
+    return nullptr;
+}
+
+std::vector<const lysc_node *> schema_keys(const lysc_node *list)
+{
+    std::vector<const lysc_node *> keys;
+    if (!schema_is_list(list))
+        return keys;
+    for (const lysc_node *child = lysc_node_child(list); child && lysc_is_key(child); child = child->next)
+        keys.push_back(child);
+    return keys;
+}
+
+bool schema_is_leaf(const lysc_node *node)
+{
+    return node && node->nodetype == LYS_LEAF;
+}
+
+bool schema_is_leaf_list(const lysc_node *node)
+{
+    return node && node->nodetype == LYS_LEAFLIST;
+}
+
+bool schema_is_list(const lysc_node *node)
+{
+    return node && node->nodetype == LYS_LIST;
+}
+
+bool schema_is_config(const lysc_node *node)
+{
+    return (node->flags & LYS_CONFIG_W) != 0;
+}
+
+bool schema_is_empty_leaf(const lysc_node *node)
+{
+    return schema_is_leaf(node) && reinterpret_cast<const lysc_node_leaf *>(node)->type->basetype == LY_TYPE_EMPTY;
+}
+
+bool schema_is_presence(const lysc_node *node)
+{
+    return node && node->nodetype == LYS_CONTAINER && (node->flags & LYS_PRESENCE);
+}
+
+std::string schema_help(const lysc_node *node)
+{
+    LY_ARRAY_COUNT_TYPE i;
+    LY_ARRAY_FOR(node->exts, i)
+    if (strcmp(node->exts[i].def->name, "info") == 0 && node->exts[i].argument)
+        return node->exts[i].argument;
+    std::string_view text = node->dsc ? node->dsc : "";
+    size_t end = std::min(text.find(". "), text.find(".\n"));
+    std::string line(text.substr(0, end));
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    if (line.ends_with('.'))
+        line.pop_back();
+    return line;
+}

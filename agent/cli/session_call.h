@@ -1,0 +1,11 @@
+// One request on a session, for the operations of the session's sources.
+#ifndef AGENT_CLI_SESSION_CALL_H
+#define AGENT_CLI_SESSION_CALL_H
+
+#include "agent/cli/session.h"
+
+// Sends the request and waits for its reply; reply gets the payload. Pushes that arrive first go to the sinks.
+[[nodiscard]] bool session_call(session_t &session, uint16_t op, const wire_writer_t &request, std::string &reply,
+                                cli_error_t &error);
+
+#endif

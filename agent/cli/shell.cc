@@ -1,0 +1,98 @@
+// The shell's modes, and the running of files. See shell.h.
+#include "agent/cli/shell.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace
+{
+
+struct file_closer {
+    void operator()(FILE *file) const { fclose(file); }
+};
+using file_ptr = std::unique_ptr<FILE, file_closer>;
+
+bool read_all(const std::string &name, std::string &text, cli_error_t &error)
+{
+    static constexpr size_t MOST = 16u << 20;
+    file_ptr file(fopen(name.c_str(), "re"));
+    if (!file)
+        return cli_fail(error, name + ": " + strerror(errno));
+    char chunk[65536];
+    for (size_t n; (n = fread(chunk, 1, sizeof chunk, file.get())) > 0;) {
+        text.append(chunk, n);
+        if (text.size() > MOST)
+            return cli_fail(error, name + ": the document is longer than " + std::to_string(MOST) + " bytes");
+    }
+    return !ferror(file.get()) || cli_fail(error, name + ": " + strerror(errno));
+}
+
+bool load_document(shell_t &shell, const std::string &name, cli_error_t &error)
+{
+    std::string text;
+    if (!read_all(name, text, error))
+        return false;
+    if (session_load(shell.session, text, error))
+        return true;
+    error.text = name + ": " + error.text;
+    return false;
+}
+
+} // namespace
+
+bool shell_configure(shell_t &shell, cli_error_t &error)
+{
+    if (!session_begin(shell.session, error))
+        return false;
+    shell.mode = MODE_CONFIGURATION;
+    shell.place = {};
+    return true;
+}
+
+bool shell_count_changes(shell_t &shell, size_t &count, cli_error_t &error)
+{
+    std::vector<change_t> changes;
+    if (shell.mode == MODE_CONFIGURATION && !session_compare(shell.session, changes, error))
+        return false;
+    count = changes.size();
+    return true;
+}
+
+bool shell_run_file(shell_t &shell, const std::string &name, cli_error_t &error)
+{
+    if (shell.mode == MODE_OPERATIONAL && !shell_configure(shell, error))
+        return false;
+    if (name.ends_with(".xml"))
+        return load_document(shell, name, error);
+    file_ptr file(fopen(name.c_str(), "re"));
+    if (!file)
+        return cli_fail(error, name + ": " + strerror(errno));
+    return shell_run_lines(shell, file.get(), name, error);
+}
+
+bool shell_run_lines(shell_t &shell, FILE *input, const std::string &name, cli_error_t &error)
+{
+    char *line = nullptr;
+    size_t room = 0;
+    size_t number = 0;
+    bool ok = true;
+    while (ok && !shell.wants_exit && getline(&line, &room, input) >= 0) {
+        number++;
+        ok = shell_run_line(shell, line, error);
+    }
+    free(line);
+    if (!ok)
+        error.text = shell_place_error(name, number, error);
+    error.column = CLI_NO_COLUMN;
+    return ok;
+}
+
+std::string shell_place_error(const std::string &name, size_t line, const cli_error_t &error)
+{
+    std::string place = name + ":" + std::to_string(line) + ":";
+    if (error.column != CLI_NO_COLUMN)
+        place += std::to_string(error.column + 1) + ":";
+    return place + " " + error.text;
+}

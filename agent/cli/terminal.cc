@@ -1,0 +1,261 @@
+// The prompt on libedit. See terminal.h.
+//
+// The editor reads characters through our function, which waits for the terminal and for the agent at once, so that a
+// message of the agent appears above the line being typed.
+#include "agent/cli/terminal.h"
+
+#include "agent/cli/complete.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <clocale>
+#include <cwchar>
+#include <histedit.h>
+#include <memory>
+#include <poll.h>
+#include <unistd.h>
+
+namespace
+{
+
+struct editor_freer {
+    void operator()(EditLine *editor) const { el_end(editor); }
+};
+struct history_freer {
+    void operator()(History *history) const { history_end(history); }
+};
+
+struct terminal_t {
+    shell_t &shell;
+    std::unique_ptr<EditLine, editor_freer> editor;
+    std::unique_ptr<History, history_freer> history;
+    std::string user;
+    std::string host;
+    std::string prompt;
+    bool is_lost = false;
+};
+
+terminal_t &terminal_of(EditLine *editor)
+{
+    void *data = nullptr;
+    el_get(editor, EL_CLIENTDATA, &data);
+    return *static_cast<terminal_t *>(data);
+}
+
+void update_prompt(terminal_t &terminal)
+{
+    const shell_t &shell = terminal.shell;
+    terminal.prompt = terminal.user + "@" + terminal.host;
+    if (shell.mode == MODE_CONFIGURATION) {
+        terminal.prompt += "(config";
+        for (const std::string &word : shell.place.words)
+            terminal.prompt += " " + cli_quote_word(word);
+        terminal.prompt += ")# ";
+    } else {
+        terminal.prompt += "> ";
+    }
+}
+
+char *give_prompt(EditLine *editor) noexcept
+{
+    return terminal_of(editor).prompt.data();
+}
+
+void show_message(void *sink, std::string_view text) noexcept
+{
+    shell_t &shell = *static_cast<shell_t *>(sink);
+    fprintf(shell.out, "\r\n%.*s\r\n", static_cast<int>(text.size()), text.data());
+}
+
+void note_progress(void *sink, std::string_view text) noexcept
+{
+    static_cast<shell_t *>(sink)->progress = text;
+}
+
+// A commit that takes longer than a second says what it waits for.
+void show_progress(void *sink) noexcept
+{
+    shell_t &shell = *static_cast<shell_t *>(sink);
+    if (shell.progress == shell.shown_progress)
+        return;
+    shell.shown_progress = shell.progress;
+    fprintf(shell.out, "  %s\n", shell.progress.c_str());
+    fflush(shell.out);
+}
+
+// True when the terminal has something to read; false when the agent is gone.
+bool wait_for_key(terminal_t &terminal, EditLine *editor)
+{
+    for (;;) {
+        pollfd waited[] = {
+            {STDIN_FILENO,                     POLLIN, 0},
+            { terminal.shell.session.fd.get(), POLLIN, 0}
+        };
+        if (poll(waited, 2, -1) < 0 && errno != EINTR)
+            return false;
+        if (waited[1].revents != 0) {
+            cli_error_t error;
+            if (!session_take_pushes(terminal.shell.session, error)) {
+                fprintf(terminal.shell.out, "\r\n%s\r\n", error.text.c_str());
+                terminal.is_lost = true;
+                return false;
+            }
+            el_set(editor, EL_REFRESH);
+        }
+        if (waited[0].revents != 0)
+            return true;
+    }
+}
+
+// One character for the editor: 1, or 0 at the end of input.
+int read_key(EditLine *editor, wchar_t *key) noexcept
+{
+    terminal_t &terminal = terminal_of(editor);
+    mbstate_t state{};
+    for (size_t bytes = 0; bytes < MB_LEN_MAX; bytes++) {
+        char byte;
+        if (!wait_for_key(terminal, editor) || read(STDIN_FILENO, &byte, 1) != 1)
+            return 0;
+        size_t used = mbrtowc(key, &byte, 1, &state);
+        if (used != static_cast<size_t>(-2))
+            return used == static_cast<size_t>(-1) ? -1 : 1;
+    }
+    return -1;
+}
+
+// Entries of a list in the configuration; keys of enumerations come as numbers and are no words, so they are left out.
+std::vector<std::vector<std::string>> entries_of(void *data, const path_t &list) noexcept
+{
+    static constexpr uint32_t MOST = 200;
+    shell_t &shell = *static_cast<shell_t *>(data);
+    std::vector<std::vector<std::string>> entries;
+    cli_error_t error;
+    std::string text = list.text;
+    if (!session_instances(shell.session, text, MOST, entries, error))
+        entries.clear(); // nothing to offer
+    std::erase_if(entries, [&](const std::vector<std::string> &keys) {
+        std::vector<const lysc_node *> nodes = schema_keys(list.node);
+        std::string rule;
+        bool fits = keys.size() == nodes.size();
+        for (size_t i = 0; fits && i < keys.size(); i++)
+            fits = schema_check_value(nodes[i], keys[i], rule);
+        return !fits;
+    });
+    return entries;
+}
+
+completion_t complete_here(EditLine *editor)
+{
+    shell_t &shell = terminal_of(editor).shell;
+    const LineInfo *line = el_line(editor);
+    std::string_view text(line->buffer, static_cast<size_t>(line->cursor - line->buffer));
+    complete_source_t source = { &shell, entries_of };
+    return cli_complete(shell.schema, shell.mode, shell.place, source, text);
+}
+
+void list_choices(const terminal_t &terminal, const completion_t &completion)
+{
+    FILE *out = terminal.shell.out;
+    fputs("\r\n", out);
+    size_t width = 0;
+    for (const choice_t &choice : completion.choices)
+        width = std::max(width, std::min<size_t>(choice.text.size(), 28));
+    for (const choice_t &choice : completion.choices)
+        fprintf(out, "  %-*s  %s\r\n", static_cast<int>(width), choice.text.c_str(), choice.help.c_str());
+    if (completion.choices.empty())
+        fputs("  nothing more may follow\r\n", out);
+    fflush(out);
+}
+
+unsigned char on_tab(EditLine *editor, int) noexcept
+{
+    completion_t completion = complete_here(editor);
+    std::string insert = cli_common_prefix(completion.choices);
+    size_t words = 0;
+    for (const choice_t &choice : completion.choices)
+        words += !choice.is_placeholder;
+    if (words == 1)
+        insert += " ";
+    if (words > 0 && insert.size() > completion.typed) {
+        el_deletestr(editor, static_cast<int>(completion.typed));
+        return el_insertstr(editor, insert.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+    }
+    list_choices(terminal_of(editor), completion);
+    return CC_REDISPLAY;
+}
+
+unsigned char on_question(EditLine *editor, int) noexcept
+{
+    const LineInfo *line = el_line(editor);
+    if (cli_read_line({ line->buffer, static_cast<size_t>(line->cursor - line->buffer) }).is_in_quotes)
+        return el_insertstr(editor, "?") == 0 ? CC_REFRESH : CC_ERROR;
+    list_choices(terminal_of(editor), complete_here(editor));
+    return CC_REDISPLAY;
+}
+
+bool open_editor(terminal_t &terminal)
+{
+    terminal.editor.reset(el_init("cli", stdin, stdout, stderr));
+    terminal.history.reset(history_init());
+    if (!terminal.editor || !terminal.history)
+        return false;
+    EditLine *editor = terminal.editor.get();
+    HistEvent event;
+    history(terminal.history.get(), &event, H_SETSIZE, 500);
+    el_set(editor, EL_CLIENTDATA, &terminal);
+    el_set(editor, EL_PROMPT, give_prompt);
+    el_set(editor, EL_EDITOR, "emacs");
+    el_set(editor, EL_SIGNAL, 1);
+    el_set(editor, EL_HIST, history, terminal.history.get());
+    el_set(editor, EL_GETCFN, read_key);
+    el_set(editor, EL_ADDFN, "cli-complete", "complete the word", on_tab);
+    el_set(editor, EL_ADDFN, "cli-help", "what may stand here", on_question);
+    el_set(editor, EL_BIND, "^I", "cli-complete", nullptr);
+    el_set(editor, EL_BIND, "?", "cli-help", nullptr);
+    return true;
+}
+
+void show_error(const terminal_t &terminal, const cli_error_t &error)
+{
+    if (error.column != CLI_NO_COLUMN)
+        fprintf(terminal.shell.out, "%s^\n", std::string(terminal.prompt.size() + error.column, ' ').c_str());
+    fprintf(terminal.shell.out, "%s\n", error.text.c_str());
+}
+
+void run_line(terminal_t &terminal, const char *line)
+{
+    cli_error_t error;
+    if (!shell_run_line(terminal.shell, line, error))
+        show_error(terminal, error);
+    terminal.is_lost = error.is_lost;
+    if (std::string_view(line).find_first_not_of(" \t\r\n") == std::string_view::npos)
+        return;
+    HistEvent event;
+    history(terminal.history.get(), &event, H_ENTER, line);
+}
+
+} // namespace
+
+int terminal_run(shell_t &shell, const std::string &user)
+{
+    char host[HOST_NAME_MAX + 1] = "";
+    (void)gethostname(host, sizeof host - 1); // without a name the prompt has none
+    (void)setlocale(LC_CTYPE, "");
+    terminal_t terminal = { shell, nullptr, nullptr, user, host, "", false };
+    shell.session.on_message = show_message;
+    shell.session.on_progress = note_progress;
+    shell.session.on_wait = show_progress;
+    shell.session.sink = &shell;
+    if (!open_editor(terminal))
+        return 2;
+    while (!shell.wants_exit && !terminal.is_lost) {
+        update_prompt(terminal);
+        int size = 0;
+        const char *line = el_gets(terminal.editor.get(), &size);
+        if (!line || size <= 0)
+            break;
+        run_line(terminal, line);
+    }
+    return terminal.is_lost ? 2 : 0;
+}
