@@ -1,0 +1,69 @@
+// The daemon's one record of state, the personality of the device, and the process-wide switches beside them.
+#ifndef CFGMGR_DAEMON_CFGMGR_CONTEXT_H
+#define CFGMGR_DAEMON_CFGMGR_CONTEXT_H
+
+#include "common/avl.h"
+#include "common/timer.h"
+#include "common/tip_names.h"
+
+#include <cstdint>
+#include <ctime>
+#include <event2/event.h>
+#include <sys/types.h>
+
+struct app_sysmgr_t;
+struct tconfd_ctx;
+
+inline constexpr char CFGMGR_PROCESS_NAME[] = "CFGMGR"; // of structured log lines and the syslog ident
+inline constexpr uint32_t CFGMGR_BITMAP_BITS = 32768;
+inline constexpr size_t CFGMGR_BITMAP_BYTES = 4097;
+
+// One per process, zeroed at creation, owned by main for as long as the process lives.
+struct cfgmgrd_t {
+    uint8_t *reserved_bitmap_p;  // CFGMGR_BITMAP_BYTES, bit 0 set: the labels of VPNs and services
+    app_sysmgr_t *sysmgr_handle_p;
+    uint8_t daemonize; // 1 unless told to stay in the foreground
+    struct event_base *event_base;
+    pid_t pid; // own, after daemonising
+    event *timer_tick_event;
+    timer_mgr_t *timer_mgr_p;
+    timer_util_t *sysmgr_timer_p; // waits for the system manager
+    event *sigusr1_event;
+    tconfd_ctx *tconfd_ctx_p;
+    event *inotify_event;
+    event *sigchld_event;
+    int32_t inotify_fd;            // -1 after teardown
+    uint64_t last_ns;              // VPN whose namespace the main thread is in; for people only
+    uint32_t reserved_bitmap_hint; // the label handed out last
+    uint32_t personality;          // PERSONALITY_*
+    avl_tree_t vpn_table;          // cfgmgr_vpn_t by number
+    uint8_t usergroup_dirty;
+    uint8_t mgmt_vpn;     // 1 when the device has a management VPN
+    uint8_t upgrade;      // 1 when the configuration is to be brought up from an older release
+    uint8_t startup_done; // 1 after the startup transaction has run
+    timespec last_timer_run; // monotonic; last run of the high-priority wheel
+    timespec start_time;     // monotonic; entry to cfgmgr_main
+    uint8_t *if_idx_bitmap_p; // CFGMGR_BITMAP_BYTES, bit 0 set: system-wide interface indexes
+    uint32_t if_idx_hint;     // the index handed out last
+    avl_tree_t if_idx_by_vpn;    // bitmap_if_idx_t by VPN and kernel index
+    avl_tree_t if_idx_by_bitmap; // the same records by allocated index
+};
+using cfgmgrd_p = cfgmgrd_t *;
+
+// The record, published once the daemon's own resources stand; null before.
+[[nodiscard]] cfgmgrd_p cfgmgr_context();
+void cfgmgr_context_publish(cfgmgrd_p cfgmgrd_p);
+
+// A clear bitmap with bit 0 set, so that number 0 is never handed out. Null without memory; free(3) it.
+[[nodiscard]] uint8_t *cfgmgr_bitmap_alloc();
+
+// Levels of the traces; above 0 a trace prints, above 2 a detailed one.
+extern int32_t cfgmgr_events_level;
+extern int32_t cfgmgr_pppoe_level;
+inline constexpr int32_t CFGMGR_DETAILED = 2;
+
+// 1 once a stop was asked for by SIGUSR2: management interfaces and routing daemons are then left alone, so that the
+// device stays reachable across a stop of the daemon.
+[[nodiscard]] bool cfgmgr_is_terminating();
+
+#endif
