@@ -119,11 +119,16 @@ template <typename Table> void churn(benchmark::State &state)
 template <typename Table> void fill(benchmark::State &state)
 {
     auto size = static_cast<size_t>(state.range(0));
-    std::vector<uint64_t> in = shuffled_keys(size, 1);
-    std::vector<uint64_t> out = shuffled_keys(size, 2);
+    std::vector<uint64_t> keys = shuffled_keys(size, 1);
+    std::mt19937 random(2);
     for (auto _ : state) {
+        state.PauseTiming();
+        std::shuffle(keys.begin(), keys.end(), random);
+        std::vector<uint64_t> out = keys;
+        std::shuffle(out.begin(), out.end(), random);
+        state.ResumeTiming();
         Table table;
-        for (uint64_t key : in)
+        for (uint64_t key : keys)
             table.insert(key);
         for (uint64_t key : out)
             table.remove(key);
