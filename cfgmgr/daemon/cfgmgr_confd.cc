@@ -43,14 +43,14 @@ int cfgmgr_confd_register_data_cbs(tconfd_ctx *)
     return 0;
 }
 
-cfgmgrd_p daemon_of(tconfd_ctx *ctx)
+cfgmgrd_t *daemon_of(tconfd_ctx *ctx)
 {
     return static_cast<cfgmgrd_t *>(ctx->reg.app_ctx);
 }
 
 } // namespace
 
-int cfgmgr_confd_init(cfgmgrd_p cfgmgrd_p)
+int cfgmgr_confd_init(cfgmgrd_t *cfgmgrd_p)
 {
     tconfd_registration reg{};
     reg.app_ctx = cfgmgrd_p;
@@ -70,7 +70,7 @@ int cfgmgr_confd_init(cfgmgrd_p cfgmgrd_p)
     return 1;
 }
 
-void cfgmgr_confd_deinit(cfgmgrd_p cfgmgrd_p)
+void cfgmgr_confd_deinit(cfgmgrd_t *cfgmgrd_p)
 {
     tconfd_module_free(cfgmgrd_p->tconfd_ctx_p);
     cfgmgrd_p->tconfd_ctx_p = nullptr;
@@ -78,7 +78,7 @@ void cfgmgr_confd_deinit(cfgmgrd_p cfgmgrd_p)
 
 void cfgmgr_confd_post_init(tconfd_ctx *ctx)
 {
-    cfgmgrd_p cfgmgrd_p = daemon_of(ctx);
+    cfgmgrd_t *cfgmgrd_p = daemon_of(ctx);
     if (cfgmgrd_p->startup_done == 1)
         return;
     app_sysmgr_send_agent_ready(cfgmgrd_p->sysmgr_handle_p);
@@ -87,7 +87,7 @@ void cfgmgr_confd_post_init(tconfd_ctx *ctx)
 
 void cfgmgr_sync_cb(tconfd_ctx *ctx, int triggered)
 {
-    cfgmgrd_p cfgmgrd_p = daemon_of(ctx);
+    cfgmgrd_t *cfgmgrd_p = daemon_of(ctx);
     cfgmgrd_p->usergroup_dirty = 0;
     if (triggered == 0)
         return;

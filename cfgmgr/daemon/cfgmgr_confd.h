@@ -7,8 +7,8 @@
 
 // Fills the registration record and connects. 0 when connected or when a retry is scheduled, which is the normal case
 // of an agent that is not up yet; otherwise 1 after a log line.
-[[nodiscard]] int cfgmgr_confd_init(cfgmgrd_p cfgmgrd_p);
-void cfgmgr_confd_deinit(cfgmgrd_p cfgmgrd_p);
+[[nodiscard]] int cfgmgr_confd_init(cfgmgrd_t *cfgmgrd_p);
+void cfgmgr_confd_deinit(cfgmgrd_t *cfgmgrd_p);
 
 // At the end of each successful connection; does its work once per process: tells the system manager that the agent
 // may start to serve.

@@ -8,19 +8,19 @@
 
 namespace {
 
-cfgmgrd_p context;
+cfgmgrd_t *context;
 
 } // namespace
 
 int32_t cfgmgr_events_level;
 int32_t cfgmgr_pppoe_level;
 
-cfgmgrd_p cfgmgr_context()
+cfgmgrd_t *cfgmgr_context()
 {
     return context;
 }
 
-void cfgmgr_context_publish(cfgmgrd_p cfgmgrd_p)
+void cfgmgr_context_publish(cfgmgrd_t *cfgmgrd_p)
 {
     context = cfgmgrd_p;
 }

@@ -48,11 +48,10 @@ struct cfgmgrd_t {
     avl_tree_t if_idx_by_vpn;    // bitmap_if_idx_t by VPN and kernel index
     avl_tree_t if_idx_by_bitmap; // the same records by allocated index
 };
-using cfgmgrd_p = cfgmgrd_t *;
 
 // The record, published once the daemon's own resources stand; null before.
-[[nodiscard]] cfgmgrd_p cfgmgr_context();
-void cfgmgr_context_publish(cfgmgrd_p cfgmgrd_p);
+[[nodiscard]] cfgmgrd_t *cfgmgr_context();
+void cfgmgr_context_publish(cfgmgrd_t *cfgmgrd_p);
 
 // A clear bitmap with bit 0 set, so that number 0 is never handed out. Null without memory; free(3) it.
 [[nodiscard]] uint8_t *cfgmgr_bitmap_alloc();

@@ -40,7 +40,7 @@ void plain_free(void *memory)
 
 // ---- timers
 
-void note_timer_run(cfgmgrd_p cfgmgrd_p)
+void note_timer_run(cfgmgrd_t *cfgmgrd_p)
 {
     clock_gettime(CLOCK_MONOTONIC, &cfgmgrd_p->last_timer_run);
 }
@@ -56,7 +56,7 @@ void timer_tick_cb(evutil_socket_t, short, void *arg)
     event_add(cfgmgrd_p->timer_tick_event, &tick);
 }
 
-bool init_timers(cfgmgrd_p cfgmgrd_p)
+bool init_timers(cfgmgrd_t *cfgmgrd_p)
 {
     cfgmgrd_p->timer_mgr_p = timer_mgr_create(TIMER_RES_1SEC, plain_malloc, plain_free, cfgmgrd_p, TIMER_MASK_ALL);
     if (cfgmgrd_p->timer_mgr_p == nullptr)
@@ -75,7 +75,7 @@ bool init_timers(cfgmgrd_p cfgmgrd_p)
 
 void swallow_signal(evutil_socket_t, short, void *) {}
 
-bool init_sigusr1(cfgmgrd_p cfgmgrd_p)
+bool init_sigusr1(cfgmgrd_t *cfgmgrd_p)
 {
     cfgmgrd_p->sigusr1_event = evsignal_new(cfgmgrd_p->event_base, SIGUSR1, swallow_signal, cfgmgrd_p);
     return cfgmgrd_p->sigusr1_event != nullptr && event_add(cfgmgrd_p->sigusr1_event, nullptr) == 0;
@@ -97,7 +97,7 @@ constexpr personality_row_t personality_rows[] = {
 // ---- start of the tables
 
 struct start_step_t {
-    int (*init)(cfgmgrd_p cfgmgrd_p);
+    int (*init)(cfgmgrd_t *cfgmgrd_p);
     const char *failure;
 };
 // In the order that the later ones rely on.
@@ -121,7 +121,7 @@ void free_memory(uint8_t **memory)
     *memory = nullptr;
 }
 
-void release_timers(cfgmgrd_p cfgmgrd_p)
+void release_timers(cfgmgrd_t *cfgmgrd_p)
 {
     if (cfgmgrd_p->timer_mgr_p == nullptr)
         return;
@@ -134,7 +134,7 @@ void release_timers(cfgmgrd_p cfgmgrd_p)
 
 } // namespace
 
-int cfgmgr_init_daemon(cfgmgrd_p cfgmgrd_p)
+int cfgmgr_init_daemon(cfgmgrd_t *cfgmgrd_p)
 {
     cfgmgrd_p->daemonize = 1;
     cfgmgrd_p->mgmt_vpn = 1;
@@ -169,7 +169,7 @@ uint32_t cfgmgr_personality_from_arg(const char *arg)
     return PERSONALITY_KREST; // deliberately also "orbel"
 }
 
-int cfgmgr_parse_options(cfgmgrd_p cfgmgrd_p, int argc, char **argv)
+int cfgmgr_parse_options(cfgmgrd_t *cfgmgrd_p, int argc, char **argv)
 {
     bool no_mgmt_vpn = false;
     opterr = 0;
@@ -203,7 +203,7 @@ int cfgmgr_parse_options(cfgmgrd_p cfgmgrd_p, int argc, char **argv)
     return 0;
 }
 
-int cfgmgr_main(cfgmgrd_p cfgmgrd_p)
+int cfgmgr_main(cfgmgrd_t *cfgmgrd_p)
 {
     tip_log("Initiate cfgmgr main");
     clock_gettime(CLOCK_MONOTONIC, &cfgmgrd_p->start_time);
@@ -219,7 +219,7 @@ int cfgmgr_main(cfgmgrd_p cfgmgrd_p)
 
 void cfgmgr_timer_keepalive()
 {
-    cfgmgrd_p cfgmgrd_p = cfgmgr_context();
+    cfgmgrd_t *cfgmgrd_p = cfgmgr_context();
     if (cfgmgrd_p == nullptr || cfgmgrd_p->timer_mgr_p == nullptr)
         return;
     timespec now;
@@ -232,7 +232,7 @@ void cfgmgr_timer_keepalive()
     cfgmgrd_p->last_timer_run = now;
 }
 
-void cfgmgr_terminate(cfgmgrd_p cfgmgrd_p)
+void cfgmgr_terminate(cfgmgrd_t *cfgmgrd_p)
 {
     if (cfgmgr_events_level > 0)
         tip_log("Terminating");
@@ -241,7 +241,7 @@ void cfgmgr_terminate(cfgmgrd_p cfgmgrd_p)
         cfgmgr_deinit_resources(cfgmgrd_p);
 }
 
-void cfgmgr_deinit_resources(cfgmgrd_p cfgmgrd_p)
+void cfgmgr_deinit_resources(cfgmgrd_t *cfgmgrd_p)
 {
     if (cfgmgrd_p->sysmgr_handle_p != nullptr) {
         app_sysmgr_free(cfgmgrd_p->sysmgr_handle_p);

@@ -36,7 +36,7 @@ void cfgmgr_inotify_cb(evutil_socket_t fd, short, void *arg)
 
 } // namespace
 
-int cfgmgr_init_inotify(cfgmgrd_p cfgmgrd_p)
+int cfgmgr_init_inotify(cfgmgrd_t *cfgmgrd_p)
 {
     int fd = inotify_init1(IN_CLOEXEC);
     if (fd < 0) {
@@ -53,7 +53,7 @@ int cfgmgr_init_inotify(cfgmgrd_p cfgmgrd_p)
     return CFGMGR_INOTIFY_OK;
 }
 
-void cfgmgr_deinit_inotify(cfgmgrd_p cfgmgrd_p)
+void cfgmgr_deinit_inotify(cfgmgrd_t *cfgmgrd_p)
 {
     if (cfgmgrd_p->inotify_event != nullptr)
         event_free(cfgmgrd_p->inotify_event);

@@ -11,8 +11,8 @@ enum cfgmgr_inotify_result_t {
 };
 
 // Opens the descriptor and reads it from the loop. One of cfgmgr_inotify_result_t; the daemon works without watches.
-[[nodiscard]] int cfgmgr_init_inotify(cfgmgrd_p cfgmgrd_p);
+[[nodiscard]] int cfgmgr_init_inotify(cfgmgrd_t *cfgmgrd_p);
 // Frees the event; the descriptor is left to the end of the process.
-void cfgmgr_deinit_inotify(cfgmgrd_p cfgmgrd_p);
+void cfgmgr_deinit_inotify(cfgmgrd_t *cfgmgrd_p);
 
 #endif

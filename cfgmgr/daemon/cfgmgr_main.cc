@@ -37,7 +37,7 @@ void wait_for_forwarding_process()
 }
 
 // Everything up to the event loop. False when the process is to end.
-bool start(cfgmgrd_p cfgmgrd_p, int argc, char **argv)
+bool start(cfgmgrd_t *cfgmgrd_p, int argc, char **argv)
 {
     if (cfgmgr_init_daemon(cfgmgrd_p) != 0) {
         tip_log("Failed to init daemon");

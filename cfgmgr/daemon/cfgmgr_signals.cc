@@ -16,7 +16,7 @@ volatile sig_atomic_t term_flag;
 void handle_stop(int)
 {
     term_flag = 1;
-    cfgmgrd_p cfgmgrd_p = cfgmgr_context();
+    cfgmgrd_t *cfgmgrd_p = cfgmgr_context();
     if (cfgmgrd_p != nullptr)
         event_base_loopbreak(cfgmgrd_p->event_base);
 }
@@ -64,7 +64,7 @@ int cfgmgr_init_abort_signals()
     return 0;
 }
 
-int cfgmgr_init_sigchild(cfgmgrd_p cfgmgrd_p)
+int cfgmgr_init_sigchild(cfgmgrd_t *cfgmgrd_p)
 {
     cfgmgrd_p->sigchld_event = evsignal_new(cfgmgrd_p->event_base, SIGCHLD, cfgmgr_sigchild_signal, cfgmgrd_p);
     return cfgmgrd_p->sigchld_event != nullptr && event_add(cfgmgrd_p->sigchld_event, nullptr) == 0 ? 0 : 1;

@@ -153,7 +153,7 @@ void app_sysmgr_send_agent_ready(app_sysmgr_t *client)
         send_message(client, SYSMGR_MSG_AGENT_READY, 0);
 }
 
-int cfgmgr_init_sysmgr_conn(cfgmgrd_p cfgmgrd_p)
+int cfgmgr_init_sysmgr_conn(cfgmgrd_t *cfgmgrd_p)
 {
     cfgmgrd_p->sysmgr_handle_p = app_sysmgr_connect(cfgmgrd_p->event_base, cfgmgrd_p->timer_mgr_p, nullptr,
                                                     DAEMON_ID_CFGMGR, cfgmgrd_p, nullptr);

@@ -28,7 +28,7 @@ void app_sysmgr_send_vpn(app_sysmgr_t *client, sysmgr_msg_type_t type, uint64_t 
 void app_sysmgr_send_agent_ready(app_sysmgr_t *client);
 
 // Connects the daemon; when the link is up already its tables are started at once, otherwise a timer waits for it.
-[[nodiscard]] int cfgmgr_init_sysmgr_conn(cfgmgrd_p cfgmgrd_p);
+[[nodiscard]] int cfgmgr_init_sysmgr_conn(cfgmgrd_t *cfgmgrd_p);
 void cfgmgr_init_sysmgr_timer_cb(timer_util_t *timer, void *cfgmgrd_p, void *, void *, void *);
 
 #endif

@@ -56,7 +56,7 @@ int cfgmgr_vpn_set_vrf_id(const cfgmgr_vpn_t &vpn)
     return CONFIG_FAILED;
 }
 
-uint32_t allocate_label(tconfd_ctx *ctx, cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
+uint32_t allocate_label(tconfd_ctx *ctx, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     uint32_t label = cfgmgr_label_alloc(cfgmgrd_p, vpn_id);
     if (label == CFGMGR_LABEL_NONE) {
@@ -71,7 +71,7 @@ uint32_t allocate_label(tconfd_ctx *ctx, cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
     return label;
 }
 
-cfgmgr_vpn_t *make_vpn(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, uint32_t label)
+cfgmgr_vpn_t *make_vpn(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t label)
 {
     int result = cfgmgr_vpn_find_or_create(cfgmgrd_p, vpn_id, label);
     if (result != 0) {
@@ -86,7 +86,7 @@ cfgmgr_vpn_t *make_vpn(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, uint32_t label)
     return vpn_p;
 }
 
-int create_vpn(tconfd_ctx *ctx, cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
+int create_vpn(tconfd_ctx *ctx, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     uint32_t label = allocate_label(ctx, cfgmgrd_p, vpn_id);
     cfgmgr_vpn_t *vpn_p = make_vpn(cfgmgrd_p, vpn_id, label);

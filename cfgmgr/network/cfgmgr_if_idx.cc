@@ -61,7 +61,7 @@ bitmap_if_idx_t *lookup(const avl_tree_t *tree, const bitmap_if_idx_t &key, int 
     }
 }
 
-void remove_record(cfgmgrd_p cfgmgrd_p, bitmap_if_idx_t *record)
+void remove_record(cfgmgrd_t *cfgmgrd_p, bitmap_if_idx_t *record)
 {
     cfgmgr_if_idx_free(cfgmgrd_p, record->bitmap_if_idx);
     avl_remove(&cfgmgrd_p->if_idx_by_vpn, record);
@@ -69,7 +69,7 @@ void remove_record(cfgmgrd_p cfgmgrd_p, bitmap_if_idx_t *record)
     free(record);
 }
 
-bitmap_if_idx_t *create_record(cfgmgrd_p cfgmgrd_p, uint32_t rtm_idx, const char *name, uint64_t vpn_id)
+bitmap_if_idx_t *create_record(cfgmgrd_t *cfgmgrd_p, uint32_t rtm_idx, const char *name, uint64_t vpn_id)
 {
     auto *record = static_cast<bitmap_if_idx_t *>(calloc(1, sizeof(bitmap_if_idx_t)));
     if (record == nullptr) {
@@ -90,7 +90,7 @@ bitmap_if_idx_t *create_record(cfgmgrd_p cfgmgrd_p, uint32_t rtm_idx, const char
 
 } // namespace
 
-int cfgmgr_if_idx_init(cfgmgrd_p cfgmgrd_p)
+int cfgmgr_if_idx_init(cfgmgrd_t *cfgmgrd_p)
 {
     cfgmgrd_p->if_idx_bitmap_p = cfgmgr_bitmap_alloc();
     if (cfgmgrd_p->if_idx_bitmap_p == nullptr)
@@ -102,7 +102,7 @@ int cfgmgr_if_idx_init(cfgmgrd_p cfgmgrd_p)
     return 0;
 }
 
-void cfgmgr_if_idx_deinit(cfgmgrd_p cfgmgrd_p)
+void cfgmgr_if_idx_deinit(cfgmgrd_t *cfgmgrd_p)
 {
     if (cfgmgrd_p->if_idx_bitmap_p == nullptr)
         return;
@@ -113,7 +113,7 @@ void cfgmgr_if_idx_deinit(cfgmgrd_p cfgmgrd_p)
     avl_destroy(&cfgmgrd_p->if_idx_by_bitmap);
 }
 
-uint32_t cfgmgr_if_idx_alloc(cfgmgrd_p cfgmgrd_p)
+uint32_t cfgmgr_if_idx_alloc(cfgmgrd_t *cfgmgrd_p)
 {
     if (cfgmgrd_p->if_idx_hint >= CFGMGR_BITMAP_BITS)
         cfgmgrd_p->if_idx_hint = 0;
@@ -126,14 +126,14 @@ uint32_t cfgmgr_if_idx_alloc(cfgmgrd_p cfgmgrd_p)
     return static_cast<uint32_t>(index);
 }
 
-void cfgmgr_if_idx_free(cfgmgrd_p cfgmgrd_p, uint32_t bitmap_if_idx)
+void cfgmgr_if_idx_free(cfgmgrd_t *cfgmgrd_p, uint32_t bitmap_if_idx)
 {
     tip_assert_text_at("cfgmgr_daemon", __LINE__, bitmap_if_idx > 0 && bitmap_if_idx < CFGMGR_BITMAP_BITS,
                        "(bitmap_if_idx > 0) && (bitmap_if_idx < (32 * 1024))");
     bitmap_clear_bit(cfgmgrd_p->if_idx_bitmap_p, bitmap_if_idx);
 }
 
-bitmap_if_idx_t *cfgmgr_if_idx_find_or_create(cfgmgrd_p cfgmgrd_p, uint32_t rtm_idx, const char *name, uint64_t vpn_id)
+bitmap_if_idx_t *cfgmgr_if_idx_find_or_create(cfgmgrd_t *cfgmgrd_p, uint32_t rtm_idx, const char *name, uint64_t vpn_id)
 {
     bitmap_if_idx_t key = make_key(vpn_id, rtm_idx);
     avl_index_t where;
@@ -149,19 +149,19 @@ bitmap_if_idx_t *cfgmgr_if_idx_find_or_create(cfgmgrd_p cfgmgrd_p, uint32_t rtm_
     return record;
 }
 
-bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_vpn(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, uint32_t rtm_idx, int mode)
+bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_vpn(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t rtm_idx, int mode)
 {
     return lookup(&cfgmgrd_p->if_idx_by_vpn, make_key(vpn_id, rtm_idx), mode);
 }
 
-bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_bitmap(cfgmgrd_p cfgmgrd_p, uint32_t bitmap_if_idx, int mode)
+bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_bitmap(cfgmgrd_t *cfgmgrd_p, uint32_t bitmap_if_idx, int mode)
 {
     bitmap_if_idx_t key{};
     key.bitmap_if_idx = bitmap_if_idx;
     return lookup(&cfgmgrd_p->if_idx_by_bitmap, key, mode);
 }
 
-void cfgmgr_if_idx_addr_update(cfgmgrd_p cfgmgrd_p, uint32_t rtm_idx, uint64_t vpn_id, const ip_addr_t &addr,
+void cfgmgr_if_idx_addr_update(cfgmgrd_t *cfgmgrd_p, uint32_t rtm_idx, uint64_t vpn_id, const ip_addr_t &addr,
                                bool is_delete)
 {
     bitmap_if_idx_t *record = cfgmgr_if_idx_lookup_by_vpn(cfgmgrd_p, vpn_id, rtm_idx, IF_IDX_EXACT);
@@ -191,21 +191,21 @@ void cfgmgr_if_idx_iptables_update(uint64_t vpn_id, const ip_addr_t &addr, bool 
     }
 }
 
-void cfgmgr_if_idx_remove(cfgmgrd_p cfgmgrd_p, uint32_t rtm_idx, uint64_t vpn_id)
+void cfgmgr_if_idx_remove(cfgmgrd_t *cfgmgrd_p, uint32_t rtm_idx, uint64_t vpn_id)
 {
     bitmap_if_idx_t *record = cfgmgr_if_idx_lookup_by_vpn(cfgmgrd_p, vpn_id, rtm_idx, IF_IDX_EXACT);
     if (record != nullptr)
         remove_record(cfgmgrd_p, record);
 }
 
-void cfgmgr_if_idx_remove_by_bitmap(cfgmgrd_p cfgmgrd_p, uint32_t bitmap_if_idx)
+void cfgmgr_if_idx_remove_by_bitmap(cfgmgrd_t *cfgmgrd_p, uint32_t bitmap_if_idx)
 {
     bitmap_if_idx_t *record = cfgmgr_if_idx_lookup_by_bitmap(cfgmgrd_p, bitmap_if_idx, IF_IDX_EXACT);
     if (record != nullptr)
         remove_record(cfgmgrd_p, record);
 }
 
-void cfgmgr_if_idx_remove_vpn(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
+void cfgmgr_if_idx_remove_vpn(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     for (;;) {
         bitmap_if_idx_t *record = cfgmgr_if_idx_lookup_by_vpn(cfgmgrd_p, vpn_id, 0, IF_IDX_NEXT);
@@ -215,7 +215,7 @@ void cfgmgr_if_idx_remove_vpn(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
     }
 }
 
-void cfgmgr_if_idx_remove_all(cfgmgrd_p cfgmgrd_p)
+void cfgmgr_if_idx_remove_all(cfgmgrd_t *cfgmgrd_p)
 {
     while (bitmap_if_idx_t *record = cfgmgr_if_idx_lookup_by_vpn(cfgmgrd_p, 0, 0, IF_IDX_FIRST))
         remove_record(cfgmgrd_p, record);

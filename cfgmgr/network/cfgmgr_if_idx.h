@@ -28,35 +28,35 @@ enum cfgmgr_if_idx_mode_t {
 };
 
 // Maps and trees. 0, or 1 without memory.
-[[nodiscard]] int cfgmgr_if_idx_init(cfgmgrd_p cfgmgrd_p);
+[[nodiscard]] int cfgmgr_if_idx_init(cfgmgrd_t *cfgmgrd_p);
 // Removes all records and releases everything. Nothing when init has not run.
-void cfgmgr_if_idx_deinit(cfgmgrd_p cfgmgrd_p);
+void cfgmgr_if_idx_deinit(cfgmgrd_t *cfgmgrd_p);
 
 // A free number, or 0 when there is none.
-[[nodiscard]] uint32_t cfgmgr_if_idx_alloc(cfgmgrd_p cfgmgrd_p);
+[[nodiscard]] uint32_t cfgmgr_if_idx_alloc(cfgmgrd_t *cfgmgrd_p);
 // Gives a number back; one out of range is fatal.
-void cfgmgr_if_idx_free(cfgmgrd_p cfgmgrd_p, uint32_t bitmap_if_idx);
+void cfgmgr_if_idx_free(cfgmgrd_t *cfgmgrd_p, uint32_t bitmap_if_idx);
 
 // The record of an interface, made when it is new (the name is not updated later). Null, logged, when there is no
 // memory or no number left.
-[[nodiscard]] bitmap_if_idx_t *cfgmgr_if_idx_find_or_create(cfgmgrd_p cfgmgrd_p, uint32_t rtm_idx, const char *name,
+[[nodiscard]] bitmap_if_idx_t *cfgmgr_if_idx_find_or_create(cfgmgrd_t *cfgmgrd_p, uint32_t rtm_idx, const char *name,
                                                            uint64_t vpn_id);
 // Null for an unknown mode too.
-[[nodiscard]] bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_vpn(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, uint32_t rtm_idx,
+[[nodiscard]] bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_vpn(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t rtm_idx,
                                                           int mode);
-[[nodiscard]] bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_bitmap(cfgmgrd_p cfgmgrd_p, uint32_t bitmap_if_idx, int mode);
+[[nodiscard]] bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_bitmap(cfgmgrd_t *cfgmgrd_p, uint32_t bitmap_if_idx, int mode);
 
 // Keeps the interface's IPv4 address, or clears it; other families are ignored. On a management system a change in the
 // management VPN also moves the port redirections of that address.
-void cfgmgr_if_idx_addr_update(cfgmgrd_p cfgmgrd_p, uint32_t rtm_idx, uint64_t vpn_id, const ip_addr_t &addr,
+void cfgmgr_if_idx_addr_update(cfgmgrd_t *cfgmgrd_p, uint32_t rtm_idx, uint64_t vpn_id, const ip_addr_t &addr,
                                bool is_delete);
 // The redirections alone: a failing command is logged and the next one run all the same.
 void cfgmgr_if_idx_iptables_update(uint64_t vpn_id, const ip_addr_t &addr, bool is_delete);
 
 // Nothing happens when there is no such record.
-void cfgmgr_if_idx_remove(cfgmgrd_p cfgmgrd_p, uint32_t rtm_idx, uint64_t vpn_id);
-void cfgmgr_if_idx_remove_by_bitmap(cfgmgrd_p cfgmgrd_p, uint32_t bitmap_if_idx);
-void cfgmgr_if_idx_remove_vpn(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id);
-void cfgmgr_if_idx_remove_all(cfgmgrd_p cfgmgrd_p);
+void cfgmgr_if_idx_remove(cfgmgrd_t *cfgmgrd_p, uint32_t rtm_idx, uint64_t vpn_id);
+void cfgmgr_if_idx_remove_by_bitmap(cfgmgrd_t *cfgmgrd_p, uint32_t bitmap_if_idx);
+void cfgmgr_if_idx_remove_vpn(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
+void cfgmgr_if_idx_remove_all(cfgmgrd_t *cfgmgrd_p);
 
 #endif

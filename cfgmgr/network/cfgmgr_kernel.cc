@@ -11,14 +11,14 @@
 #include <net/if.h>
 #include <sys/ioctl.h>
 
-void cfgmgr_set_ns(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
+void cfgmgr_set_ns(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     tip_log("Setting ns to %lu", vpn_id);
     (void)netns_enter(vpn_id); // ends the process when it fails
     cfgmgrd_p->last_ns = vpn_id;
 }
 
-void cfgmgr_reset_ns(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
+void cfgmgr_reset_ns(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     tip_log("resetting ns to default from %lu", vpn_id);
     (void)netns_leave(vpn_id); // ends the process when it fails
@@ -30,7 +30,7 @@ bool cfgmgr_kernel_command(const char *command)
     return tip_system_ok(tip_system(command));
 }
 
-bool cfgmgr_kernel_if_exists(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, const char *name)
+bool cfgmgr_kernel_if_exists(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, const char *name)
 {
     const cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find(cfgmgrd_p, vpn_id, nullptr);
     if (vpn_p == nullptr)

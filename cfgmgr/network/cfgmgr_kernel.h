@@ -16,13 +16,13 @@ enum cfgmgr_kernel_result_t {
 
 // Puts the main thread into the namespace of a VPN and back into the first one. Callers pair the two in one function;
 // nesting is not supported. A failed switch ends the process, since nothing later could be trusted.
-void cfgmgr_set_ns(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id);
-void cfgmgr_reset_ns(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id);
+void cfgmgr_set_ns(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
+void cfgmgr_reset_ns(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
 
 // Runs a command built from one of the templates of the kernel layer. True when it ran and its exit status is 0.
 [[nodiscard]] bool cfgmgr_kernel_command(const char *command);
 
 // True when the VPN is known and has an interface of that name.
-[[nodiscard]] bool cfgmgr_kernel_if_exists(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, const char *name);
+[[nodiscard]] bool cfgmgr_kernel_if_exists(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, const char *name);
 
 #endif

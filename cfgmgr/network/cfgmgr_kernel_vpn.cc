@@ -39,7 +39,7 @@ int create_namespace(uint64_t vpn_id)
     return made ? CFGMGR_KERNEL_OK : CFGMGR_KERNEL_COMMAND_FAILED;
 }
 
-int open_kernel_sock(cfgmgrd_p cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
+int open_kernel_sock(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
 {
     cfgmgr_set_ns(cfgmgrd_p, vpn_p->vpn_id);
     vpn_p->kernel_sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -51,7 +51,7 @@ int open_kernel_sock(cfgmgrd_p cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
 
 } // namespace
 
-int cfgmgr_vpn_namespace_add(cfgmgrd_p cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
+int cfgmgr_vpn_namespace_add(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
 {
     if (vpn_p->vpn_id != VPN_ID_TRANSPORT) {
         int result = create_namespace(vpn_p->vpn_id);
@@ -62,7 +62,7 @@ int cfgmgr_vpn_namespace_add(cfgmgrd_p cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
     return open_kernel_sock(cfgmgrd_p, vpn_p);
 }
 
-int cfgmgr_vpn_namespace_delete(cfgmgrd_p cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
+int cfgmgr_vpn_namespace_delete(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
 {
     app_sysmgr_send_vpn(cfgmgrd_p->sysmgr_handle_p, SYSMGR_MSG_VPN_DEL, vpn_p->vpn_id);
     if (vpn_p->vpn_id == VPN_ID_TRANSPORT)

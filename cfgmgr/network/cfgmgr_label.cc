@@ -5,7 +5,7 @@
 #include "cfgmgr/network/cfgmgr_vpn_id.h"
 #include "common/bitmap.h"
 
-uint32_t cfgmgr_label_alloc(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
+uint32_t cfgmgr_label_alloc(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     if (vpn_id == VPN_ID_TRANSPORT)
         return 0;
@@ -21,7 +21,7 @@ uint32_t cfgmgr_label_alloc(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
     return CFGMGR_LABEL_NONE;
 }
 
-void cfgmgr_label_free(cfgmgrd_p cfgmgrd_p, uint32_t label)
+void cfgmgr_label_free(cfgmgrd_t *cfgmgrd_p, uint32_t label)
 {
     if (label > 0 && label < CFGMGR_BITMAP_BITS)
         bitmap_clear_bit(cfgmgrd_p->reserved_bitmap_p, label);

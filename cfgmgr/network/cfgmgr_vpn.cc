@@ -38,7 +38,7 @@ bool vrf_id_alloc(uint16_t *out)
     return true;
 }
 
-cfgmgr_vpn_t *alloc_record(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, uint32_t label)
+cfgmgr_vpn_t *alloc_record(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t label)
 {
     auto *vpn_p = static_cast<cfgmgr_vpn_t *>(calloc(1, sizeof(cfgmgr_vpn_t)));
     if (vpn_p == nullptr)
@@ -59,14 +59,14 @@ void free_record(cfgmgr_vpn_t *vpn_p)
     free(vpn_p);
 }
 
-void release_label(cfgmgrd_p cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
+void release_label(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
 {
     cfgmgr_label_free(cfgmgrd_p, vpn_p->label);
     vpn_p->label = CFGMGR_LABEL_NONE;
 }
 
 // The transport VPN goes last and without a namespace switch.
-void cfgmgr_vpn_delete_transport(cfgmgrd_p cfgmgrd_p, cfgmgr_vpn_t *vpn_p, bool remove_from_tree)
+void cfgmgr_vpn_delete_transport(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p, bool remove_from_tree)
 {
     release_label(cfgmgrd_p, vpn_p);
     cfgmgr_kernel_sock_close(vpn_p);
@@ -89,7 +89,7 @@ bool may_have_external_mgmt_port(int chassis_type)
 }
 
 // A port on a USB adapter stands in for the management port, on test beds only.
-void detect_external_mgmt_port(cfgmgrd_p cfgmgrd_p)
+void detect_external_mgmt_port(cfgmgrd_t *cfgmgrd_p)
 {
     if (!cfgmgr_kernel_if_exists(cfgmgrd_p, VPN_ID_TRANSPORT, EXTERNAL_MGMT_PORT))
         return;
@@ -100,7 +100,7 @@ void detect_external_mgmt_port(cfgmgrd_p cfgmgrd_p)
         tip_log("But ignoring the usb interface since it is only supported if testbed = 1");
 }
 
-int init_internal_vpn(cfgmgrd_p cfgmgrd_p, int chassis_type)
+int init_internal_vpn(cfgmgrd_t *cfgmgrd_p, int chassis_type)
 {
     if (may_have_external_mgmt_port(chassis_type))
         detect_external_mgmt_port(cfgmgrd_p);
@@ -124,7 +124,7 @@ bool has_mgmt_vpn(const cfgmgrd_t &cfgmgrd)
 
 } // namespace
 
-int cfgmgr_vpn_init(cfgmgrd_p cfgmgrd_p)
+int cfgmgr_vpn_init(cfgmgrd_t *cfgmgrd_p)
 {
     avl_create(&cfgmgrd_p->vpn_table, compare_vpn, sizeof(cfgmgr_vpn_t), offsetof(cfgmgr_vpn_t, node));
     vrf_bitmap = static_cast<uint8_t *>(calloc(1, VPN_MAX / 8));
@@ -136,7 +136,7 @@ int cfgmgr_vpn_init(cfgmgrd_p cfgmgrd_p)
     return result;
 }
 
-void cfgmgr_vpn_deinit(cfgmgrd_p cfgmgrd_p)
+void cfgmgr_vpn_deinit(cfgmgrd_t *cfgmgrd_p)
 {
     if (vrf_bitmap == nullptr)
         return;
@@ -154,7 +154,7 @@ void cfgmgr_vpn_deinit(cfgmgrd_p cfgmgrd_p)
     vrf_bitmap = nullptr;
 }
 
-int cfgmgr_vpn_default_init(cfgmgrd_p cfgmgrd_p)
+int cfgmgr_vpn_default_init(cfgmgrd_t *cfgmgrd_p)
 {
     int chassis_type = chmgr_chassis_type();
     int result = cfgmgr_vpn_find_or_create(cfgmgrd_p, VPN_ID_TRANSPORT, 0);
@@ -171,7 +171,7 @@ int cfgmgr_vpn_default_init(cfgmgrd_p cfgmgrd_p)
     return result;
 }
 
-int cfgmgr_vpn_find_or_create(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, uint32_t label)
+int cfgmgr_vpn_find_or_create(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t label)
 {
     tip_log("Creating vpn: id: %lu ", vpn_id);
     avl_index_t where;
@@ -187,40 +187,40 @@ int cfgmgr_vpn_find_or_create(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, uint32_t lab
     return result;
 }
 
-cfgmgr_vpn_t *cfgmgr_vpn_find(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id, avl_index_t *where)
+cfgmgr_vpn_t *cfgmgr_vpn_find(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, avl_index_t *where)
 {
     cfgmgr_vpn_t key{};
     key.vpn_id = vpn_id;
     return static_cast<cfgmgr_vpn_t *>(avl_find(&cfgmgrd_p->vpn_table, &key, where));
 }
 
-cfgmgr_vpn_t *cfgmgr_vpn_find_next_after(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
+cfgmgr_vpn_t *cfgmgr_vpn_find_next_after(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     cfgmgr_vpn_t key{};
     key.vpn_id = vpn_id;
     return static_cast<cfgmgr_vpn_t *>(avl_find_next(&cfgmgrd_p->vpn_table, &key));
 }
 
-cfgmgr_vpn_t *cfgmgr_vpn_first(cfgmgrd_p cfgmgrd_p)
+cfgmgr_vpn_t *cfgmgr_vpn_first(cfgmgrd_t *cfgmgrd_p)
 {
     return static_cast<cfgmgr_vpn_t *>(avl_first(&cfgmgrd_p->vpn_table));
 }
 
-cfgmgr_vpn_t *cfgmgr_vpn_first_routing(cfgmgrd_p cfgmgrd_p)
+cfgmgr_vpn_t *cfgmgr_vpn_first_routing(cfgmgrd_t *cfgmgrd_p)
 {
     cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_first(cfgmgrd_p);
     bool is_mgmt = vpn_p != nullptr && vpn_p->vpn_id == VPN_ID_MANAGEMENT;
     return is_mgmt ? cfgmgr_vpn_next_routing(cfgmgrd_p, vpn_p->vpn_id) : vpn_p;
 }
 
-cfgmgr_vpn_t *cfgmgr_vpn_next_routing(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
+cfgmgr_vpn_t *cfgmgr_vpn_next_routing(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find_next_after(cfgmgrd_p, vpn_id);
     bool is_mgmt = vpn_p != nullptr && vpn_p->vpn_id == VPN_ID_MANAGEMENT;
     return is_mgmt ? cfgmgr_vpn_find_next_after(cfgmgrd_p, vpn_p->vpn_id) : vpn_p;
 }
 
-int cfgmgr_vpn_foreach(cfgmgrd_p cfgmgrd_p, avl_visit_t visit, void *word1, void *word2)
+int cfgmgr_vpn_foreach(cfgmgrd_t *cfgmgrd_p, avl_visit_t visit, void *word1, void *word2)
 {
     int result = 0;
     for (cfgmgr_vpn_t &vpn : avl_range<cfgmgr_vpn_t>(&cfgmgrd_p->vpn_table)) {
@@ -230,7 +230,7 @@ int cfgmgr_vpn_foreach(cfgmgrd_p cfgmgrd_p, avl_visit_t visit, void *word1, void
     return result;
 }
 
-void cfgmgr_vpn_delete(cfgmgrd_p cfgmgrd_p, cfgmgr_vpn_t *vpn_p, bool remove_from_tree)
+void cfgmgr_vpn_delete(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p, bool remove_from_tree)
 {
     if (vpn_p == nullptr)
         return;
@@ -247,7 +247,7 @@ void cfgmgr_vpn_delete(cfgmgrd_p cfgmgrd_p, cfgmgr_vpn_t *vpn_p, bool remove_fro
     free_record(vpn_p);
 }
 
-void cfgmgr_vpn_delete_by_id(cfgmgrd_p cfgmgrd_p, uint64_t vpn_id)
+void cfgmgr_vpn_delete_by_id(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     cfgmgr_vpn_delete(cfgmgrd_p, cfgmgr_vpn_find(cfgmgrd_p, vpn_id, nullptr), true);
 }
