@@ -15,10 +15,12 @@
 
 namespace {
 
+// Without ".cc": a source is known by its stem, a header by its whole name.
 int stem_length(const char *source)
 {
     const char *dot = strrchr(source, '.');
-    return static_cast<int>(dot != nullptr ? dot - source : static_cast<ptrdiff_t>(strlen(source)));
+    bool is_source = dot != nullptr && strcmp(dot, ".cc") == 0;
+    return static_cast<int>(is_source ? dot - source : static_cast<ptrdiff_t>(strlen(source)));
 }
 
 [[noreturn]] void die()

@@ -6,8 +6,8 @@
 #ifndef COMMON_TIP_ASSERT_H
 #define COMMON_TIP_ASSERT_H
 
-// Prints "SOURCE:LINE: failed assertion `CONDITION'" and ends the process. source may carry a file extension, which
-// is not printed.
+// Prints "SOURCE:LINE: failed assertion `CONDITION'" and ends the process. source may end in ".cc", which is not
+// printed.
 [[noreturn]] void tip_assert_fail(const char *source, unsigned line, const char *condition) noexcept;
 
 // Prints "SOURCE:LINE: failed aborted " and ends the process in the same way. The process-wide abort() does this.
