@@ -198,7 +198,7 @@ class Device:
         with tempfile.NamedTemporaryFile("w", suffix=".cfg") as file:
             file.write("\n".join(lines) + "\n")
             file.flush()
-            return self._run(["cli", "-f", file.name], CLI_LIMIT_S)
+            return self._run(["cli", file.name], CLI_LIMIT_S)
 
     def shell(self, command):
         return self._run(["bash", "-c", command], SHELL_LIMIT_S)
