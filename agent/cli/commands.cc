@@ -19,10 +19,10 @@ constexpr uint8_t BOTH = MODE_OPERATIONAL | MODE_CONFIGURATION;
 
 // clang-format off
 constexpr command_t commands[] = {
-    { "show configuration", MODE_OPERATIONAL,   args_t::CONFIG_PATH, true,  run_show_configuration,
-      "show configuration [PATH] [| display FORMAT]", "the running configuration" },
     { "show",               MODE_OPERATIONAL,   args_t::DATA_PATH,   true,  run_show_data,
       "show PATH [| display FORMAT]", "operational data" },
+    { "show configuration", MODE_OPERATIONAL,   args_t::CONFIG_PATH, true,  run_show_configuration,
+      "show configuration [PATH] [| display FORMAT]", "the running configuration" },
     { "configure",          MODE_OPERATIONAL,   args_t::NONE,        false, run_configure,
       "configure", "enter configuration mode" },
     { "set",                MODE_CONFIGURATION, args_t::SETTING,     false, run_set,

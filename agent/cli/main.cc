@@ -82,7 +82,8 @@ std::string access_secret()
     std::unique_ptr<FILE, int (*)(FILE *)> file(name.empty() ? nullptr : fopen(name.c_str(), "re"), fclose);
     char secret[1024] = "";
     size_t size = file ? fread(secret, 1, sizeof secret, file.get()) : 0;
-    return { secret, size };
+    std::string_view text(secret, size);
+    return std::string(text.substr(0, text.find_first_of("\r\n")));
 }
 
 bool parse_options(int argc, char **argv, options_t &options)
@@ -182,6 +183,7 @@ int main(int argc, char **argv)
     }
     fill_defaults(options);
     shell_t shell;
+    shell_watch_progress(shell);
     cli_error_t error;
     if (!schema_load(options.yang, CLI_YANG_LIBRARY_DIR, shell.schema, error) ||
         !session_open(shell.session, options.peer, error)) {

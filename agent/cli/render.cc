@@ -134,7 +134,7 @@ std::string render(const lyd_node *tree, format_t format)
 {
     std::string out;
     if (!tree)
-        return out;
+        return format == format_t::JSON ? "{}\n" : "";
     switch (format) {
     case format_t::TREE:
         render_tree(tree, 0, out);

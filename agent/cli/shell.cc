@@ -40,7 +40,30 @@ bool load_document(shell_t &shell, const std::string &name, cli_error_t &error)
     return false;
 }
 
+void note_progress(void *sink, std::string_view text) noexcept
+{
+    static_cast<shell_t *>(sink)->progress = text;
+}
+
+// A commit that takes longer than a second says what it waits for.
+void show_progress(void *sink) noexcept
+{
+    shell_t &shell = *static_cast<shell_t *>(sink);
+    if (shell.progress == shell.shown_progress)
+        return;
+    shell.shown_progress = shell.progress;
+    fprintf(shell.news, "  %s\n", shell.progress.c_str());
+    fflush(shell.news);
+}
+
 } // namespace
+
+void shell_watch_progress(shell_t &shell)
+{
+    shell.session.on_progress = note_progress;
+    shell.session.on_wait = show_progress;
+    shell.session.sink = &shell;
+}
 
 bool shell_configure(shell_t &shell, cli_error_t &error)
 {

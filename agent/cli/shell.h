@@ -34,6 +34,7 @@ struct shell_t {
     path_t place; // in configuration mode
     bool wants_exit = false;
     FILE *out = stdout;
+    FILE *news = stderr;        // where the progress of a long commit is told
     std::string progress;       // what the agent said last in the running request
     std::string shown_progress; // what of it the operator has seen
 };
@@ -47,6 +48,9 @@ struct command_t {
     const char *usage;
     const char *help;
 };
+
+// Has the session tell the shell of progress. The shell stays where it is from here on.
+void shell_watch_progress(shell_t &shell);
 
 [[nodiscard]] std::span<const command_t> shell_commands();
 // The command whose name begins the words, the longest name first; null when there is none.

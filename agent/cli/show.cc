@@ -11,10 +11,10 @@ struct format_row_t {
 };
 
 constexpr format_row_t formats[] = {
-    {"tree",  format_t::TREE},
-    { "set",  format_t::SET },
-    { "json", format_t::JSON},
-    { "xml",  format_t::XML },
+    { "tree", format_t::TREE },
+    { "set", format_t::SET },
+    { "json", format_t::JSON },
+    { "xml", format_t::XML },
 };
 
 // Takes "| display FORMAT" off the end of the words.
@@ -56,7 +56,7 @@ bool show(shell_t &shell, show_source_t source, const path_t &path, format_t for
         !render_read(shell.schema, document, tree, error))
         return false;
     std::string text = render(tree.get(), format);
-    if (text.empty())
+    if (text.empty() && format == format_t::TREE)
         fprintf(shell.out, "nothing at %s\n", path_place(path).c_str());
     fputs(text.c_str(), shell.out);
     return true;
@@ -92,6 +92,29 @@ bool run_show_data(shell_t &shell, words_view args, cli_error_t &error)
            show(shell, show_source_t::OPERATIONAL, path, format, error);
 }
 
+namespace
+{
+
+// The values of a leaf-list come joined by blanks, each a word of its own.
+std::string value_words(const schema_t &schema, const std::string &typed_path, const std::string &value)
+{
+    line_t line = cli_read_line(typed_path);
+    path_t path;
+    cli_error_t error;
+    bool is_row = line.commands.size() == 1 && path_resolve(schema, line.commands.front(), path, error) &&
+                  schema_is_leaf_list(path.node);
+    return is_row ? value : cli_quote_word(value);
+}
+
+void print_change(const shell_t &shell, char sign, const change_t &change, const std::string &value)
+{
+    std::string path = path_words_of(change.path);
+    std::string words = value.empty() ? "" : " " + value_words(shell.schema, path, value);
+    fprintf(shell.out, "%c %s%s\n", sign, path.c_str(), words.c_str());
+}
+
+} // namespace
+
 bool run_compare(shell_t &shell, words_view, cli_error_t &error)
 {
     std::vector<change_t> changes;
@@ -99,15 +122,13 @@ bool run_compare(shell_t &shell, words_view, cli_error_t &error)
         return false;
     if (changes.empty())
         fprintf(shell.out, "no changes\n");
-    auto print = [&](char sign, const change_t &change, const std::string &value) {
-        fprintf(shell.out, "%c %s%s%s\n", sign, path_words_of(change.path).c_str(), value.empty() ? "" : " ",
-                value.empty() ? "" : cli_quote_word(value).c_str());
-    };
     for (const change_t &change : changes) {
-        if (change.op == WIRE_MOP_DELETED || !change.old_value.empty())
-            print('-', change, change.old_value);
-        if (change.op != WIRE_MOP_DELETED && (change.op == WIRE_MOP_CREATED || !change.new_value.empty()))
-            print('+', change, change.new_value);
+        bool is_deleted = change.op == WIRE_MOP_DELETED;
+        bool is_created = change.op == WIRE_MOP_CREATED;
+        if (is_deleted || !change.old_value.empty())
+            print_change(shell, '-', change, change.old_value);
+        if (is_created || (!is_deleted && !change.new_value.empty()))
+            print_change(shell, '+', change, change.new_value);
     }
     return true;
 }

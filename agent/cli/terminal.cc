@@ -68,22 +68,6 @@ void show_message(void *sink, std::string_view text) noexcept
     fprintf(shell.out, "\r\n%.*s\r\n", static_cast<int>(text.size()), text.data());
 }
 
-void note_progress(void *sink, std::string_view text) noexcept
-{
-    static_cast<shell_t *>(sink)->progress = text;
-}
-
-// A commit that takes longer than a second says what it waits for.
-void show_progress(void *sink) noexcept
-{
-    shell_t &shell = *static_cast<shell_t *>(sink);
-    if (shell.progress == shell.shown_progress)
-        return;
-    shell.shown_progress = shell.progress;
-    fprintf(shell.out, "  %s\n", shell.progress.c_str());
-    fflush(shell.out);
-}
-
 // True when the terminal has something to read; false when the agent is gone.
 bool wait_for_key(terminal_t &terminal, EditLine *editor)
 {
@@ -244,9 +228,7 @@ int terminal_run(shell_t &shell, const std::string &user)
     (void)setlocale(LC_CTYPE, "");
     terminal_t terminal = { shell, nullptr, nullptr, user, host, "", false };
     shell.session.on_message = show_message;
-    shell.session.on_progress = note_progress;
-    shell.session.on_wait = show_progress;
-    shell.session.sink = &shell;
+    shell.news = shell.out;
     if (!open_editor(terminal))
         return 2;
     while (!shell.wants_exit && !terminal.is_lost) {

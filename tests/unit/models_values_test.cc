@@ -1,0 +1,161 @@
+// The data models' promise that no configured value can break out of a command line or a generated file, checked on
+// every text leaf of every model, and the values that the shared types take.
+#include "agent/cli/schema.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace
+{
+
+const schema_t &models()
+{
+    static schema_t schema;
+    cli_error_t error;
+    if (!schema.ctx) {
+        EXPECT_TRUE(schema_load(MODELS_DIR, MODELS_LIBRARY_DIR, schema, error)) << error.text;
+    }
+    return schema;
+}
+
+// One value of each shape that text leaves take. A leaf that takes none of them needs a row of its own here.
+constexpr const char *SAMPLES[] = {
+    "abc",          "a1", "ge0/0", "192.0.2.1",        "192.0.2.1/24", "2001:db8::1", "2001:db8::1/64",
+    "host.example", "0",  "true",  "00:11:22:33:44:55"
+};
+
+constexpr std::string_view DANGEROUS = "`$;|&<>()'\"\\*?[]{}!#~^\n\r\t";
+
+struct leaf_t {
+    std::string name;
+    const lysc_node *node;
+};
+
+void collect_leaves(const lysc_node *parent, const std::string &above, std::vector<leaf_t> &leaves)
+{
+    for (const lysc_node *node : schema_children(models(), parent)) {
+        std::string name = above + "/" + node->name;
+        if (schema_is_leaf(node) || schema_is_leaf_list(node))
+            leaves.push_back({ name, node });
+        else
+            collect_leaves(node, name, leaves);
+    }
+}
+
+// Numbers, enumerations and the like are bounded by their type.
+bool takes_text(const lysc_node *leaf)
+{
+    LY_DATA_TYPE type = reinterpret_cast<const lysc_node_leaf *>(leaf)->type->basetype;
+    return type == LY_TYPE_STRING || type == LY_TYPE_UNION || type == LY_TYPE_LEAFREF;
+}
+
+bool takes(const lysc_node *leaf, const std::string &value)
+{
+    std::string rule;
+    return schema_check_value(leaf, value, rule);
+}
+
+void expect_safe(const leaf_t &leaf, const std::string &sample)
+{
+    for (char c : DANGEROUS)
+        for (size_t at = 0; at <= sample.size(); at++) {
+            std::string value = sample.substr(0, at) + c + sample.substr(at);
+            EXPECT_FALSE(takes(leaf.node, value)) << leaf.name << " takes '" << value << "'";
+        }
+    EXPECT_FALSE(takes(leaf.node, "-" + sample)) << leaf.name << " takes a leading hyphen";
+    EXPECT_FALSE(takes(leaf.node, " " + sample)) << leaf.name << " takes a leading blank";
+    EXPECT_FALSE(takes(leaf.node, sample + " ")) << leaf.name << " takes a blank at the end";
+}
+
+TEST(models, no_configured_text_takes_a_character_that_a_shell_knows)
+{
+    std::vector<leaf_t> leaves;
+    collect_leaves(nullptr, "", leaves);
+    size_t checked = 0;
+    for (const leaf_t &leaf : leaves) {
+        if (!schema_is_config(leaf.node) || !takes_text(leaf.node))
+            continue;
+        size_t taken = 0;
+        for (const char *sample : SAMPLES)
+            if (takes(leaf.node, sample)) {
+                taken++;
+                expect_safe(leaf, sample);
+            }
+        EXPECT_GT(taken, 0u) << leaf.name << " takes none of the samples";
+        EXPECT_FALSE(takes(leaf.node, "")) << leaf.name << " takes an empty text";
+        checked++;
+    }
+    EXPECT_GT(checked, 5u);
+}
+
+TEST(models, every_node_tells_the_operator_what_it_is)
+{
+    std::vector<leaf_t> leaves;
+    collect_leaves(nullptr, "", leaves);
+    for (const leaf_t &leaf : leaves) {
+        EXPECT_FALSE(schema_help(leaf.node).empty()) << leaf.name;
+        EXPECT_LT(schema_help(leaf.node).size(), 110u) << leaf.name;
+        for (const lysc_node *node = leaf.node->parent; node; node = node->parent)
+            EXPECT_FALSE(schema_help(node).empty() && !(node->nodetype & (LYS_CHOICE | LYS_CASE))) << node->name;
+    }
+}
+
+struct value_case_t {
+    const char *path; // of a leaf
+    const char *good; // values, separated by blanks
+    const char *bad;
+};
+
+std::vector<std::string> split(std::string_view text)
+{
+    std::vector<std::string> words;
+    line_t line = cli_read_line(text);
+    for (const word_t &word : line.commands.front())
+        words.push_back(word.text);
+    return words;
+}
+
+const lysc_node *leaf_at(const char *path)
+{
+    const lysc_node *node = nullptr;
+    for (const std::string &name : split(path)) {
+        node = schema_find_child(models(), node, name);
+        if (!node)
+            return nullptr;
+    }
+    return node;
+}
+
+TEST(models, types_take_what_the_device_knows_and_nothing_else)
+{
+    static const value_case_t cases[] = {
+        { "vpn vpn-instance vpn-id", "0 1 512 65529", "65530 65535 -1 x" },
+        { "vpn vpn-instance interface if-name",
+          "ge0/0 ge2/15.100 10ge0/1 eth0 eth1.5 irb5 loopback1 natpool31 natpool1x gre255 ppp1 vap0 cellular0 system",
+          "ge ge0 ge0_0 0ge0/0 irb irb.5 lo tun0 ge0/0.x ge0/0. systemx eth0/1 ge0/0.123456789012345678901234567890" },
+        { "vpn vpn-instance interface mtu", "576 1500 1996 2000", "575 2001" },
+        { "vpn vpn-instance interface ip address", "10.1.5.1/24 0.0.0.0/0 255.255.255.255/32",
+          "10.1.5.1 10.1.5/24 10.1.5.1/33 256.1.1.1/8 10.1.5.01/24 2001:db8::1/64" },
+        { "vpn vpn-instance interface ipv6 address", "2001:db8::1/64 ::/0 fe80::1/128 ::ffff:1.2.3.4/96",
+          "2001:db8::1 2001:db8::1/129 2001::db8::1/64 1:2:3:4:5:6:7:8:9/64 10.1.5.1/24" },
+        { "vpn vpn-instance dns address", "10.0.0.53 2001:db8::53", "10.0.0 host fe80::1%eth0" },
+        { "vpn vpn-instance dns role", "primary secondary", "third 0" },
+        { "vpn vpn-instance host hostname", "a intranet.a.example _ldap._tcp x-1",
+          "-a a..b .a a. a- 0123456789012345678901234567890123456789012345678901234567890123" },
+        { "system host-name", "krest r1.example", "a_very_long_name_of_a_device_over_32" },
+        { "system site-id", "1 4294967295", "0 4294967296" },
+        { "system system-ip", "10.255.0.1", "10.255.0.1/32 10.255.0" },
+    };
+    for (const value_case_t &c : cases) {
+        const lysc_node *leaf = leaf_at(c.path);
+        ASSERT_NE(leaf, nullptr) << c.path;
+        for (const std::string &value : split(c.good))
+            EXPECT_TRUE(takes(leaf, value)) << c.path << " refuses " << value;
+        for (const std::string &value : split(c.bad))
+            EXPECT_FALSE(takes(leaf, value)) << c.path << " takes " << value;
+    }
+}
+
+} // namespace
