@@ -72,10 +72,7 @@ void show_message(void *sink, std::string_view text) noexcept
 bool wait_for_key(terminal_t &terminal, EditLine *editor)
 {
     for (;;) {
-        pollfd waited[] = {
-            {STDIN_FILENO,                     POLLIN, 0},
-            { terminal.shell.session.fd.get(), POLLIN, 0}
-        };
+        pollfd waited[] = { { STDIN_FILENO, POLLIN, 0 }, { terminal.shell.session.fd.get(), POLLIN, 0 } };
         if (poll(waited, 2, -1) < 0 && errno != EINTR)
             return false;
         if (waited[1].revents != 0) {
@@ -193,8 +190,9 @@ bool open_editor(terminal_t &terminal)
     el_set(editor, EL_SIGNAL, 1);
     el_set(editor, EL_HIST, history, terminal.history.get());
     el_set(editor, EL_GETCFN, read_key);
-    el_set(editor, EL_ADDFN, "cli-complete", "complete the word", on_tab);
-    el_set(editor, EL_ADDFN, "cli-help", "what may stand here", on_question);
+    // The wide form keeps these texts as they are; the other one keeps copies that it never frees.
+    el_wset(editor, EL_ADDFN, L"cli-complete", L"complete the word", on_tab);
+    el_wset(editor, EL_ADDFN, L"cli-help", L"what may stand here", on_question);
     el_set(editor, EL_BIND, "^I", "cli-complete", nullptr);
     el_set(editor, EL_BIND, "?", "cli-help", nullptr);
     return true;
