@@ -143,9 +143,11 @@ bool run_commands(shell_t &shell, const std::vector<std::string> &commands, cli_
 
 bool run_files(shell_t &shell, const std::vector<std::string> &files, cli_error_t &error)
 {
-    for (const std::string &name : files)
+    for (const std::string &name : files) {
+        shell.place = {};
         if (!shell_run_file(shell, name, error))
             return false;
+    }
     return true;
 }
 

@@ -85,14 +85,22 @@ bool shell_count_changes(shell_t &shell, size_t &count, cli_error_t &error)
 
 bool shell_run_file(shell_t &shell, const std::string &name, cli_error_t &error)
 {
+    static constexpr unsigned MOST_FILES = 8;
     if (shell.mode == MODE_OPERATIONAL && !shell_configure(shell, error))
         return false;
     if (name.ends_with(".xml"))
         return load_document(shell, name, error);
+    if (shell.files_open == MOST_FILES)
+        return cli_fail(error, name + ": " + std::to_string(MOST_FILES) +
+                                   " files are open already; do they load each "
+                                   "other?");
     file_ptr file(fopen(name.c_str(), "re"));
     if (!file)
         return cli_fail(error, name + ": " + strerror(errno));
-    return shell_run_lines(shell, file.get(), name, error);
+    shell.files_open++;
+    bool ok = shell_run_lines(shell, file.get(), name, error);
+    shell.files_open--;
+    return ok;
 }
 
 bool shell_run_lines(shell_t &shell, FILE *input, const std::string &name, cli_error_t &error)

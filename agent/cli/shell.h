@@ -33,6 +33,7 @@ struct shell_t {
     shell_mode_t mode = MODE_OPERATIONAL;
     path_t place; // in configuration mode
     bool wants_exit = false;
+    unsigned files_open = 0; // a file may load others
     FILE *out = stdout;
     FILE *news = stderr;        // where the progress of a long commit is told
     std::string progress;       // what the agent said last in the running request

@@ -312,6 +312,19 @@ TEST(cli_shell, a_file_stops_at_its_first_bad_line_and_says_where_it_is)
     EXPECT_EQ(f.agent.calls, (std::vector<std::string>{ "set /shop/mood good" }));
 }
 
+TEST(cli_shell, files_that_load_each_other_come_to_an_end)
+{
+    shell_fixture_t f;
+    one_file_folder folder("loop.cfg", "");
+    FILE *file = fopen(folder.file().c_str(), "w");
+    fprintf(file, "load %s\n", folder.file().c_str());
+    fclose(file);
+    EXPECT_FALSE(shell_run_file(f.shell, folder.file(), f.error));
+    EXPECT_NE(f.error.text.find("8 files are open already"), std::string::npos) << f.error.text;
+    EXPECT_FALSE(shell_run_file(f.shell, "/nonexistent/x.cfg", f.error));
+    EXPECT_NE(f.error.text.find("No such file"), std::string::npos) << f.error.text;
+}
+
 TEST(cli_shell, the_place_in_the_tree_moves_by_whole_entries)
 {
     shell_fixture_t f;
