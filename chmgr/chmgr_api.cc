@@ -45,7 +45,7 @@ chmgr_block_t *chmgr_block()
 int chmgr_chassis_type()
 {
     const chmgr_block_t *block = chmgr_block();
-    return block != nullptr ? static_cast<int>(block->chassis_type) : CHMGR_CHASSIS_UNKNOWN;
+    return static_cast<int>(block != nullptr ? block->chassis_type : CHMGR_CHASSIS_UNKNOWN);
 }
 
 int chmgr_has_mgmt_port()
