@@ -36,7 +36,7 @@ int cdb_start_session2(int sock, enum cdb_db_type db, int flags);
 int cdb_end_session(int sock);
 
 // Sets the socket's position for relative paths.
-int cdb_cd(int sock, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+int cdb_cd(int sock, const char *fmt, ...);
 
 // The caller frees the value with confd_free_value.
 int cdb_get(int sock, confd_value_t *v, const char *fmt, ...);

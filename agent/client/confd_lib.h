@@ -113,8 +113,7 @@ struct confd_cs_node *confd_find_cs_root(uint32_t ns);
 // The child with the tag; ns 0 stands for any. Null when there is none.
 struct confd_cs_node *confd_find_cs_node_child(const struct confd_cs_node *parent, struct xml_tag tag);
 // The node of a path, from start or, for an absolute path, from the top. Keys in the path are skipped.
-struct confd_cs_node *confd_cs_node_cd(const struct confd_cs_node *start, const char *fmt, ...)
-    __attribute__((format(printf, 2, 3)));
+struct confd_cs_node *confd_cs_node_cd(const struct confd_cs_node *start, const char *fmt, ...);
 struct confd_cs_node *confd_find_cs_node(const confd_hkeypath_t *path, int len);
 
 const char *confd_hash2str(uint32_t hash);

@@ -85,7 +85,9 @@ enum wire_op_t : uint16_t {
     // CDB subscription connection.
     WIRE_SUB_SUBSCRIBE = 40,       // u8 kind (wire_sub_kind_t), u32 flags, i32 priority, u32 ns, text path -> i32 id
     WIRE_SUB_DONE = 41,            // - -> -
-    WIRE_SUB_EVENT = 42,           // push: u8 type (1 prepare 2 commit 3 abort 4 operational), u32 flags, u32 n, n * i32
+    WIRE_SUB_EVENT = 42,           // push: u8 type (1 prepare 2 commit 3 abort 4 operational), u32 flags, u32 n, n * i32.
+                                   //   Never while a request of the connection is unanswered: a client that polls the
+                                   //   socket would not see a delivery that came before the reply to its sync
     WIRE_SUB_DIFF = 43,            // i32 id, u32 node (0: the changes at the point itself, else below that node) ->
                                    //   u32 n, n * (u32 node, u8 op, keypath, value old, value new)
     WIRE_SUB_MODIFICATIONS = 44,   // i32 id, u32 flags, text path or empty -> u32 n, n * (u32 tag, u32 ns, value)
