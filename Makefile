@@ -24,7 +24,7 @@ check-device: build
 ## make check-asan    the tests of `make check` with address and undefined-behaviour sanitizers
 check-asan:
 	@$(MAKE) --no-print-directory PRESET=asan build
-	@scripts/check asan units component device-short
+	@scripts/check asan units launcher component device-short
 
 ## make bench         benchmarks, as tables; BENCH_OPTIONS go to each program
 bench:
