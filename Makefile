@@ -26,10 +26,11 @@ check-asan:
 	@$(MAKE) --no-print-directory PRESET=asan build
 	@scripts/check asan units launcher component device-short
 
-## make bench         benchmarks, as tables; BENCH_OPTIONS go to each program
+## make bench         benchmarks, as tables; BENCH_OPTIONS go to each in-process one
 bench:
 	@$(MAKE) --no-print-directory PRESET=bench build
 	@for program in build/bench/bin/bench_*; do $$program $(BENCH_OPTIONS) || exit; done
+	@lab/device --build build/bench --kernel host -- build/bench/bin/commit_latency
 
 ## make fuzz          run each fuzzer for FUZZ_SECONDS (60); needs `scripts/install-deps fuzz`
 fuzz:
