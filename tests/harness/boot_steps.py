@@ -41,6 +41,8 @@ def groups_make(paths):
 def group_run(number, options, paths, arguments):
     """Boots one device for the paths; (passed, failed, skipped), a boot that fails counting as one failure."""
     command = [str(LAUNCHER), "--record", "--kernel", arguments.kernel, *options]
+    for folder in sorted({str(Path(path).parent) for path in paths}):
+        command += ["--view", folder]
     if arguments.build:
         command += ["--build", arguments.build]
     if arguments.keep:
