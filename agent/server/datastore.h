@@ -54,6 +54,12 @@ struct datastore_options_t {
 
 [[nodiscard]] const schema_t &datastore_schema(const datastore_t &store);
 
+struct datastore_stats_t {
+    uint64_t generation = 0;    // ascends with every commit that changed running, over restarts too
+    uint64_t journal_bytes = 0; // since the last snapshot
+};
+[[nodiscard]] datastore_stats_t datastore_stats(const datastore_t &store);
+
 // Nothing configured: the first boot.
 [[nodiscard]] bool datastore_is_empty(datastore_t &store);
 

@@ -41,7 +41,7 @@ struct value_t {
 
 // The client library's form: see value_type for the kinds.
 [[nodiscard]] confd_value_t value_to_confd(const value_t &value);
-[[nodiscard]] confd_value_t value_to_confd(const ly_ctx *ctx, const lyd_value &value, const schema_info_t &node);
+[[nodiscard]] confd_value_t value_to_confd(const ly_ctx *ctx, const lyd_value &value);
 
 // The confd_vtype of a type's values: C_NOEXISTS for a union, the target's for a leafref.
 [[nodiscard]] uint8_t value_type(const lysc_type *type);

@@ -1,0 +1,63 @@
+// The undo log of a tree: elementary changes that can be taken back and made again any number of times.
+//
+// The log owns what is detached: nodes that were taken out while the changes stand, nodes that were put in while they do
+// not. Between undo and redo nobody else may change the tree. Costs go by the number of changes.
+#ifndef AGENT_SERVER_EDIT_LOG_H
+#define AGENT_SERVER_EDIT_LOG_H
+
+#include "agent/server/tree.h"
+#include "agent/server/value.h"
+
+#include <cstdint>
+#include <unordered_set>
+#include <vector>
+
+enum edit_kind_t : uint8_t {
+    EDIT_LINK,
+    EDIT_UNLINK,
+    EDIT_VALUE, // of a leaf, with its default flag
+};
+
+struct edit_t {
+    edit_kind_t kind;
+    bool other_is_default = false; // EDIT_VALUE: the flag that goes with other
+    lyd_node *node;
+    lyd_node *parent = nullptr; // null: top level
+    lyd_node *prev = nullptr;   // user-ordered: the entry before it
+    value_t other;              // EDIT_VALUE: the value that is not in the tree
+};
+
+struct edit_log_t {
+    tree_t *tree = nullptr;
+    std::vector<edit_t> edits;
+    bool is_applied = true;
+
+    explicit edit_log_t(tree_t *of) : tree(of) {}
+    edit_log_t(edit_log_t &&other) noexcept;
+    edit_log_t &operator=(edit_log_t &&other) noexcept;
+    ~edit_log_t();
+};
+
+// A node that stands in the tree already, as libyang has put it there (last of its schema node).
+void log_linked(edit_log_t &log, lyd_node *node);
+void log_unlink(edit_log_t &log, lyd_node *node);
+// Gives the leaf another value and default flag.
+void log_change(edit_log_t &log, lyd_node *leaf, value_t value, bool is_default_value);
+
+// Takes back everything behind the first count changes, for good.
+void log_rollback(edit_log_t &log, size_t count);
+void log_undo(edit_log_t &log);
+void log_redo(edit_log_t &log);
+// Frees what is detached and forgets the changes; the tree stays as it is.
+void log_forget(edit_log_t &log);
+
+// Nodes that are out of the tree as it stands.
+[[nodiscard]] std::unordered_set<const lyd_node *> log_detached(const edit_log_t &log);
+
+// Carries the set on by one change that stands.
+void log_note_detached(std::unordered_set<const lyd_node *> &detached, const edit_t &edit);
+
+// Does the node stand in the tree, given what is detached?
+[[nodiscard]] bool is_attached(const std::unordered_set<const lyd_node *> &detached, const lyd_node *node);
+
+#endif

@@ -1,0 +1,73 @@
+// The inside of the datastores: what datastore.cc, trans.cc, read.cc, show.cc and oper.cc share.
+#ifndef AGENT_SERVER_STORE_H
+#define AGENT_SERVER_STORE_H
+
+#include "agent/server/datastore.h"
+#include "agent/server/edit.h"
+#include "agent/server/edit_log.h"
+#include "agent/server/journal.h"
+#include "agent/server/tree.h"
+
+// An edit as it was asked for: it can be made again on another state of running.
+enum wish_kind_t : uint8_t {
+    WISH_SET,
+    WISH_SET_LIST,
+    WISH_CREATE,
+    WISH_DELETE,
+};
+
+struct wish_t {
+    wish_kind_t kind;
+    path_t path;
+    std::vector<value_t> values;
+    edit_ground_t ground; // what it had to make above, when it was asked for
+};
+
+struct trans_t {
+    datastore_t *store = nullptr;
+    bool is_writable = false;
+    uint64_t holder = 0;
+    std::vector<wish_t> wishes;
+    edit_log_t log;
+    uint64_t generation = 0; // of running, that the log is against
+    bool is_prepared = false;
+    size_t edits_asked_for = 0; // prepared: edits of the log that are not consequences
+    size_t wishes_prepared = 0; // wishes judged by trans_prepare
+    ds_error_t conflict;        // code 0: none
+
+    explicit trans_t(datastore_t &of);
+};
+
+struct datastore_t {
+    datastore_options_t options;
+    std::unique_ptr<schema_t> schema;
+    tree_t running;
+    tree_t operational;
+    uint64_t generation = 1;    // grows with each commit
+    uint64_t changes = 0;       // commits that changed running, of all time
+    trans_t *mounted = nullptr; // whose edits stand in running now
+    trans_t *prepared = nullptr;
+    edit_log_t last_commit{ &running }; // undone while the old view is looked at
+    uint64_t lock_holder = 0;           // 0: free
+    std::string lock_name;
+    journal_t journal;
+
+    ~datastore_t();
+};
+
+// Brings running into the state that the view shows. A transaction in conflict shows running.
+void store_show_view(datastore_t &store, view_t view);
+
+// The tree that a node of the path belongs to, in the state of the view; the root: running.
+[[nodiscard]] tree_t &store_tree(datastore_t &store, view_t view, const path_t &path);
+
+// Makes the wish in the log, and notes in it what it had to make above.
+[[nodiscard]] bool wish_apply(edit_log_t &log, wish_t &wish, ds_error_t &error);
+
+// Puts the changes of a diff into wishes that make it again.
+[[nodiscard]] std::vector<wish_t> wishes_of(const diff_t &diff);
+
+// Operational data below entries that a commit has deleted goes too. Null when there was none.
+[[nodiscard]] diff_ptr oper_prune(datastore_t &store, const diff_t &committed);
+
+#endif

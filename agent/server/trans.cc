@@ -1,0 +1,284 @@
+#include "agent/server/datastore.h"
+#include "agent/server/diff_build.h"
+#include "agent/server/store.h"
+#include "agent/server/validate.h"
+
+#include <algorithm>
+
+// ---- wishes
+
+bool wish_apply(edit_log_t &log, wish_t &wish, ds_error_t &error)
+{
+    edit_ground_t ground;
+    bool is_good = false;
+    switch (wish.kind) {
+    case WISH_SET:
+        is_good = edit_set(log, wish.path, wish.values[0], ground, error);
+        break;
+    case WISH_SET_LIST:
+        is_good = edit_set_list(log, wish.path, wish.values, ground, error);
+        break;
+    case WISH_CREATE:
+        is_good = edit_create(log, wish.path, ground, error);
+        break;
+    case WISH_DELETE:
+        is_good = edit_delete(log, wish.path, error);
+        break;
+    }
+    wish.ground = ground;
+    return is_good;
+}
+
+static void add_deletions(const diff_node_t &node, std::vector<wish_t> &wishes)
+{
+    for (const auto &child : node.children) {
+        if (child->op == WIRE_MOP_DELETED)
+            wishes.push_back({ WISH_DELETE, diff_path(*child), {}, {} });
+        else if (child->op == WIRE_MOP_MODIFIED)
+            add_deletions(*child, wishes);
+    }
+}
+
+static void add_additions(const diff_node_t &node, std::vector<wish_t> &wishes)
+{
+    for (const auto &child : node.children) {
+        const schema_info_t &info = *child->schema;
+        if (info.is(WIRE_NODE_KEY) || child->op == WIRE_MOP_DELETED)
+            continue;
+        if (info.is(WIRE_NODE_LEAF | WIRE_NODE_LEAF_LIST))
+            wishes.push_back(
+                { info.is(WIRE_NODE_LEAF) ? WISH_SET : WISH_SET_LIST, diff_path(*child), child->new_values, {} });
+        else if (child->op == WIRE_MOP_CREATED)
+            wishes.push_back({ WISH_CREATE, diff_path(*child), {}, {} });
+        add_additions(*child, wishes);
+    }
+}
+
+// Deletions first: what is set in one case of a choice drives out the others by itself.
+std::vector<wish_t> wishes_of(const diff_t &diff)
+{
+    std::vector<wish_t> wishes;
+    add_deletions(diff.root, wishes);
+    add_additions(diff.root, wishes);
+    return wishes;
+}
+
+static std::string wishes_record(const std::vector<wish_t> &wishes)
+{
+    wire_writer_t out;
+    out.u32(static_cast<uint32_t>(wishes.size()));
+    for (const wish_t &wish : wishes) {
+        out.u8(wish.kind);
+        out.text(path_text(wish.path));
+        out.u32(static_cast<uint32_t>(wish.values.size()));
+        for (const value_t &value : wish.values)
+            out.text(value_text(value));
+    }
+    return out.bytes;
+}
+
+// ---- life of a transaction
+
+trans_t::trans_t(datastore_t &of) : store(&of), log(&of.running), generation(of.generation)
+{
+}
+
+trans_ptr trans_begin(datastore_t &store, bool writable, uint64_t holder)
+{
+    trans_ptr trans(new trans_t(store));
+    trans->is_writable = writable;
+    trans->holder = holder;
+    return trans;
+}
+
+void trans_deleter::operator()(trans_t *trans) const
+{
+    datastore_t &store = *trans->store;
+    if (store.mounted == trans)
+        store_show_view(store, {});
+    if (store.prepared == trans)
+        store.prepared = nullptr;
+    log_undo(trans->log); // of nothing, when there are no edits
+    delete trans;
+}
+
+bool trans_check(trans_t &trans, ds_error_t &error)
+{
+    store_show_view(*trans.store, { VIEW_TRANS, &trans });
+    if (trans.conflict.code)
+        error = trans.conflict;
+    return !trans.conflict.code;
+}
+
+bool trans_is_dirty(const trans_t &trans)
+{
+    return !trans.wishes.empty();
+}
+
+// ---- edits
+
+static bool check_editable(const trans_t &trans, const path_t &path, ds_error_t &error)
+{
+    if (!trans.is_writable)
+        return ds_fail(error, CONFD_ERR_NOT_WRITABLE, path_text(path) + ": the transaction is for reading only");
+    if (!path.node() || !path.node()->is(WIRE_NODE_CONFIG))
+        return ds_fail(error, CONFD_ERR_NOT_WRITABLE, path_text(path) + " is not configuration");
+    return true;
+}
+
+static bool make_wish(trans_t &trans, wish_t wish, ds_error_t &error)
+{
+    if (!check_editable(trans, wish.path, error) || !trans_check(trans, error))
+        return false;
+    size_t before = trans.log.edits.size();
+    if (wish_apply(trans.log, wish, error)) {
+        trans.wishes.push_back(std::move(wish));
+        return true;
+    }
+    log_rollback(trans.log, before);
+    return false;
+}
+
+static bool list_values(const trans_t &trans, const path_t &path, const confd_value_t &value,
+                        std::vector<value_t> &values, ds_error_t &error)
+{
+    const schema_t &schema = *trans.store->schema;
+    std::string text = path_text(path);
+    for (unsigned i = 0; i < value.val.list.size; i++)
+        if (!value_from_confd(schema, *path.node(), value.val.list.ptr[i], text, values.emplace_back(), error))
+            return false;
+    return true;
+}
+
+bool trans_set(trans_t &trans, const path_t &path, const confd_value_t &value, ds_error_t &error)
+{
+    if (!check_editable(trans, path, error))
+        return false;
+    std::vector<value_t> values;
+    if (path.node()->is(WIRE_NODE_LEAF_LIST) && value.type == C_LIST)
+        return list_values(trans, path, value, values, error) &&
+               make_wish(trans, { WISH_SET_LIST, path, std::move(values), {} }, error);
+    values.resize(1);
+    return value_from_confd(*trans.store->schema, *path.node(), value, path_text(path), values[0], error) &&
+           make_wish(trans, { WISH_SET, path, std::move(values), {} }, error);
+}
+
+bool trans_set_text(trans_t &trans, const path_t &path, std::string_view text, ds_error_t &error)
+{
+    if (!check_editable(trans, path, error))
+        return false;
+    std::vector<value_t> values(1);
+    return value_from_text(*path.node(), text, path_text(path), values[0], error) &&
+           make_wish(trans, { WISH_SET, path, std::move(values), {} }, error);
+}
+
+static bool is_creatable(const schema_info_t &info)
+{
+    return info.is(WIRE_NODE_LIST | WIRE_NODE_PRESENCE | WIRE_NODE_LEAF_LIST) ||
+           (info.is(WIRE_NODE_LEAF) && info.type == C_XMLTAG);
+}
+
+bool trans_create(trans_t &trans, const path_t &path, ds_error_t &error)
+{
+    if (!check_editable(trans, path, error))
+        return false;
+    bool needs_keys = path.node()->is(WIRE_NODE_LIST | WIRE_NODE_LEAF_LIST);
+    if (!is_creatable(*path.node()) || (needs_keys && path.steps.back().keys.empty()))
+        return ds_fail(error, CONFD_ERR_NOTCREATABLE, path_text(path) + " cannot be created, only set or filled");
+    return make_wish(trans, { WISH_CREATE, path, {}, {} }, error);
+}
+
+bool trans_delete(trans_t &trans, const path_t &path, ds_error_t &error)
+{
+    return make_wish(trans, { WISH_DELETE, path, {}, {} }, error);
+}
+
+// ---- judging and committing
+
+bool trans_diff(trans_t &trans, diff_ptr &diff, ds_error_t &error)
+{
+    if (!trans_check(trans, error))
+        return false;
+    diff = diff_build(trans.log, false);
+    return true;
+}
+
+// Takes the consequences of the last judgement out again, unless edits have come behind them.
+static void drop_consequences(trans_t &trans)
+{
+    if (trans.is_prepared && trans.wishes.size() == trans.wishes_prepared) {
+        store_show_view(*trans.store, { VIEW_TRANS, &trans });
+        log_rollback(trans.log, trans.edits_asked_for);
+    }
+    trans.is_prepared = false;
+    if (trans.store->prepared == &trans)
+        trans.store->prepared = nullptr;
+}
+
+static bool judge(trans_t &trans, diff_ptr &diff, ds_error_t &error)
+{
+    drop_consequences(trans);
+    if (!trans_check(trans, error))
+        return false;
+    trans.edits_asked_for = trans.log.edits.size();
+    trans.wishes_prepared = trans.wishes.size();
+    if (!validate_edits(trans.log, error)) {
+        log_rollback(trans.log, trans.edits_asked_for);
+        return false;
+    }
+    diff = diff_build(trans.log, false);
+    trans.is_prepared = true;
+    return true;
+}
+
+bool trans_prepare(trans_t &trans, diff_ptr &diff, ds_error_t &error)
+{
+    datastore_t &store = *trans.store;
+    if (!trans.is_writable)
+        return ds_fail(error, CONFD_ERR_NOT_WRITABLE, "the transaction is for reading only");
+    if (store.lock_holder && store.lock_holder != trans.holder)
+        return ds_fail(error, CONFD_ERR_LOCKED, "running is locked by " + store.lock_name);
+    if (store.prepared && store.prepared != &trans)
+        return ds_fail(error, CONFD_ERR_INUSE, "another transaction is being committed");
+    if (!judge(trans, diff, error))
+        return false;
+    store.prepared = &trans;
+    return true;
+}
+
+bool trans_validate(trans_t &trans, diff_ptr &diff, ds_error_t &error)
+{
+    if (!judge(trans, diff, error))
+        return false;
+    drop_consequences(trans);
+    return true;
+}
+
+void trans_unprepare(trans_t &trans)
+{
+    drop_consequences(trans);
+}
+
+bool trans_commit(trans_t &trans, diff_ptr *oper_diff, ds_error_t &error)
+{
+    datastore_t &store = *trans.store;
+    if (store.prepared != &trans || trans.wishes.size() != trans.wishes_prepared)
+        return ds_fail(error, CONFD_ERR_BADSTATE, "the transaction has to be prepared before it is committed");
+    store_show_view(store, { VIEW_TRANS, &trans });
+    diff_ptr diff = diff_build(trans.log, false);
+    if (!diff->is_empty() && !store.options.state_dir.empty() &&
+        !journal_append(store.journal, wishes_record(wishes_of(*diff)), error))
+        return false;
+    store.mounted = nullptr;
+    store.prepared = nullptr;
+    store.generation++;
+    store.changes += diff->is_empty() ? 0 : 1;
+    store.last_commit = std::move(trans.log);
+    trans.wishes.clear();
+    trans.generation = store.generation;
+    trans.is_prepared = false;
+    diff_ptr pruned = oper_prune(store, *diff);
+    if (oper_diff)
+        *oper_diff = std::move(pruned);
+    return true;
+}
