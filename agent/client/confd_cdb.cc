@@ -45,7 +45,7 @@ int cdb_wait_start(int sock)
 
 static int set_position(int sock, std::string position)
 {
-    client_socket_ptr state = confd_io_find(sock, DATA);
+    client_socket_t *state = confd_io_find(sock, DATA);
     if (state == nullptr)
         return CONFD_ERR;
     state->position = std::move(position);
@@ -76,7 +76,7 @@ int cdb_end_session(int sock)
 
 static bool format_here(int sock, const char *fmt, va_list args, std::string *path)
 {
-    client_socket_ptr state = confd_io_find(sock, DATA);
+    client_socket_t *state = confd_io_find(sock, DATA);
     return state != nullptr && confd_format_path(state->position, fmt, args, path);
 }
 

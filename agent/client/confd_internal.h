@@ -1,8 +1,9 @@
 // What the files of the client library share: errors, the connection behind a socket, requests, paths and texts.
 //
 // A socket belongs to the user, who may close and reuse its number at any time; what the library knows of it lies in a
-// table by number (a mutex guards the table, the entries are shared pointers) and is replaced when the number is
-// connected anew. One thread uses a socket at a time, so an entry itself needs no lock.
+// table by number and is cleared when the number is connected anew or closed by the library. A mutex guards the table;
+// one thread uses a socket at a time, so an entry itself needs no lock. Entries stay where they are for good: there are
+// no more of them than the process ever had descriptors at once.
 #ifndef AGENT_CLIENT_CONFD_INTERNAL_H
 #define AGENT_CLIENT_CONFD_INTERNAL_H
 
@@ -44,15 +45,16 @@ struct client_socket_t {
     std::vector<uint32_t> iterations; // nodes whose callbacks are running, innermost last
     int user_session = 0;             // MAAPI: the id of the open one, 0 for none
 };
-using client_socket_ptr = std::shared_ptr<client_socket_t>;
 
 // Connects the socket and sends the hello; its answer goes to *daemon_id when that is not null. The number's old entry
-// is dropped, and the new one made only on success.
+// is cleared, and stays so on failure.
 int confd_io_connect(int sock, wire_kind_t kind, uint32_t hello_daemon_id, const sockaddr *srv, int srv_sz,
                      uint32_t *daemon_id);
+// Makes the entry of a socket whose hello is done.
+void confd_io_adopt(int sock, wire_kind_t kind);
 // Null, with the error set, when the socket is not connected for that.
-client_socket_ptr confd_io_find(int sock, wire_kind_t kind);
-// Drops the entry; the descriptor stays open.
+client_socket_t *confd_io_find(int sock, wire_kind_t kind);
+// Clears the entry; the descriptor stays open.
 void confd_io_forget(int sock);
 // Sends a request and waits for its reply, whose payload goes to *reply (which may be null). CONFD_ERR with the agent's
 // number and text when it refuses. A peer that does not keep to the protocol is shut out: the socket is at its end.

@@ -23,7 +23,7 @@ static constexpr const char *SECRET_VARIABLE = "CONFD_IPC_ACCESS_FILE";
 
 struct socket_table_t {
     std::mutex mutex;
-    std::map<int, client_socket_ptr> sockets;
+    std::map<int, client_socket_t> sockets; // whose entries do not move
 };
 
 // Never destroyed, as threads may outlive static objects.
@@ -33,12 +33,12 @@ static socket_table_t &table()
     return only;
 }
 
-client_socket_ptr confd_io_find(int sock, wire_kind_t kind)
+client_socket_t *confd_io_find(int sock, wire_kind_t kind)
 {
     std::lock_guard guard(table().mutex);
     auto found = table().sockets.find(sock);
-    if (found != table().sockets.end() && found->second->kind == kind)
-        return found->second;
+    if (found != table().sockets.end() && found->second.kind == kind)
+        return &found->second;
     (void)confd_fail(CONFD_ERR_PROTOUSAGE, "socket %d is not connected for this call", sock);
     return nullptr;
 }
@@ -46,13 +46,15 @@ client_socket_ptr confd_io_find(int sock, wire_kind_t kind)
 void confd_io_forget(int sock)
 {
     std::lock_guard guard(table().mutex);
-    table().sockets.erase(sock);
+    table().sockets[sock] = {};
 }
 
-static void remember(int sock, client_socket_ptr state)
+void confd_io_adopt(int sock, wire_kind_t kind)
 {
     std::lock_guard guard(table().mutex);
-    table().sockets[sock] = std::move(state);
+    client_socket_t &state = table().sockets[sock];
+    state = {};
+    state.kind = kind;
 }
 
 // ---- bytes
@@ -197,13 +199,13 @@ static int request_on(int sock, client_socket_t &state, wire_op_t op, const wire
 
 int confd_io_request(int sock, wire_kind_t kind, wire_op_t op, const wire_writer_t &request, std::string *reply)
 {
-    client_socket_ptr state = confd_io_find(sock, kind);
+    client_socket_t *state = confd_io_find(sock, kind);
     return state != nullptr ? request_on(sock, *state, op, request, reply) : CONFD_ERR;
 }
 
 int confd_io_next_push(int sock, wire_kind_t kind, push_t *push)
 {
-    client_socket_ptr state = confd_io_find(sock, kind);
+    client_socket_t *state = confd_io_find(sock, kind);
     if (state == nullptr)
         return CONFD_ERR;
     if (!state->pushes.empty()) {
@@ -269,20 +271,18 @@ int confd_io_connect(int sock, wire_kind_t kind, uint32_t hello_daemon_id, const
     if (!is_connected)
         return fail_os("cannot connect to the agent");
 
-    auto state = std::make_shared<client_socket_t>();
-    state->kind = kind;
+    confd_io_adopt(sock, kind);
     std::string reply;
-    int result = request_on(sock, *state, WIRE_HELLO, make_hello(kind, hello_daemon_id), &reply);
-    if (result != CONFD_OK)
-        return result;
+    int result = confd_io_request(sock, kind, WIRE_HELLO, make_hello(kind, hello_daemon_id), &reply);
     wire_reader_t in(reply);
     uint32_t id = in.u32();
-    if (!in.ok)
-        return confd_fail_malformed(WIRE_HELLO);
-    if (daemon_id != nullptr)
+    if (result == CONFD_OK && !in.ok)
+        result = confd_fail_malformed(WIRE_HELLO);
+    if (result != CONFD_OK)
+        confd_io_forget(sock);
+    else if (daemon_id != nullptr)
         *daemon_id = id;
-    remember(sock, std::move(state));
-    return CONFD_OK;
+    return result;
 }
 
 // ---- requests whose replies are alike

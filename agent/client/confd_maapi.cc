@@ -44,7 +44,7 @@ int maapi_start_user_session3(int sock, const char *username, const char *contex
                               const struct confd_ip *src_addr, int src_port, enum confd_proto, const char *,
                               const char *, const char *, const char *)
 {
-    client_socket_ptr state = confd_io_find(sock, MAAPI);
+    client_socket_t *state = confd_io_find(sock, MAAPI);
     if (state == nullptr)
         return CONFD_ERR;
     wire_writer_t request;
@@ -61,7 +61,7 @@ int maapi_start_user_session3(int sock, const char *username, const char *contex
 
 int maapi_end_user_session(int sock)
 {
-    client_socket_ptr state = confd_io_find(sock, MAAPI);
+    client_socket_t *state = confd_io_find(sock, MAAPI);
     if (state == nullptr)
         return CONFD_ERR;
     int result = confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_END_SESSION, {});
@@ -111,7 +111,7 @@ int maapi_start_trans(int sock, enum confd_dbname db, enum confd_trans_mode mode
 int maapi_start_trans_flags2(int sock, enum confd_dbname db, enum confd_trans_mode mode, int usid, int flags,
                              const char *, const char *, const char *, const char *)
 {
-    client_socket_ptr state = confd_io_find(sock, MAAPI);
+    client_socket_t *state = confd_io_find(sock, MAAPI);
     if (state == nullptr)
         return CONFD_ERR;
     if (usid != 0 && usid != state->user_session)

@@ -117,16 +117,22 @@ static bool parse_bool(parse_t &p)
     return p.text == "true" || p.text == "false";
 }
 
-// Sign, digits, and what follows a point.
+static bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+// A sign, digits, and digits behind a point.
 static bool parse_decimal64(parse_t &p)
 {
     std::string digits(p.text);
     size_t point = digits.find('.');
-    size_t fraction = point != std::string::npos ? digits.size() - point - 1 : 0;
-    if (point != std::string::npos)
-        digits.erase(point, 1);
-    if (fraction > 18 || (point != std::string::npos && fraction == 0))
+    bool has_point = point != std::string::npos;
+    size_t fraction = has_point ? digits.size() - point - 1 : 0;
+    if (fraction > 18 || (has_point && (fraction == 0 || point == 0 || !is_digit(digits[point - 1]))))
         return false;
+    if (has_point)
+        digits.erase(point, 1);
     p.out->val.d64.fraction_digits = static_cast<uint8_t>(fraction);
     return read_all_of(std::string_view(digits), &p.out->val.d64.value);
 }

@@ -196,7 +196,7 @@ int cdb_get_modifications(int sock, int subid, int flags, confd_tag_value_t **va
 
 int cdb_get_modifications_iter(int sock, int flags, confd_tag_value_t **values, int *nvalues)
 {
-    client_socket_ptr state = confd_io_find(sock, SUB);
+    client_socket_t *state = confd_io_find(sock, SUB);
     if (state == nullptr)
         return CONFD_ERR;
     if (state->iterations.empty())
@@ -211,7 +211,7 @@ int cdb_get_modifications_iter(int sock, int flags, confd_tag_value_t **values, 
 
 struct walk_t {
     int sock;
-    client_socket_ptr state;
+    client_socket_t *state;
     int subid;
     cdb_iter_fn iter;
     void *user;
@@ -258,7 +258,8 @@ static cdb_iter_ret call_back(walk_t &walk, diff_item_t &item)
     walk.state->iterations.push_back(item.node);
     cdb_iter_ret verdict = walk.iter(&item.path, static_cast<cdb_iter_op>(item.op), or_null(item.old_value),
                                      or_null(item.new_value), walk.user);
-    walk.state->iterations.pop_back();
+    if (!walk.state->iterations.empty()) // it may have closed the socket
+        walk.state->iterations.pop_back();
     return verdict;
 }
 
@@ -297,9 +298,9 @@ static int walk_level(walk_t &walk, uint32_t node, int depth)
 // No flags are known: all changes are given in the order of the model in any case.
 int cdb_diff_iterate(int sock, int subid, cdb_iter_fn iter, int, void *initstate)
 {
-    client_socket_ptr state = confd_io_find(sock, SUB);
+    client_socket_t *state = confd_io_find(sock, SUB);
     if (state == nullptr)
         return CONFD_ERR;
-    walk_t walk = { sock, std::move(state), subid, iter, initstate };
+    walk_t walk = { sock, state, subid, iter, initstate };
     return walk_level(walk, 0, 1);
 }

@@ -276,7 +276,8 @@ int confd_copy_text(char *buf, int bufsiz, std::string_view text)
 {
     if (buf != nullptr && bufsiz > 0) {
         size_t size = std::min(text.size(), static_cast<size_t>(bufsiz) - 1);
-        memcpy(buf, text.data(), size);
+        if (size > 0)
+            memcpy(buf, text.data(), size);
         buf[size] = 0;
     }
     return static_cast<int>(text.size());
