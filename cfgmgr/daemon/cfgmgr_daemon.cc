@@ -12,6 +12,7 @@
 #include "common/msgq_util.h"
 #include "common/tip_log.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <event2/util.h>
