@@ -43,7 +43,7 @@ tconfd_ctx *context_of(const confd_daemon_ctx *dx)
     return static_cast<tconfd_ctx *>(dx->d_opaque);
 }
 
-int init_validation(confd_trans_ctx *tctx)
+int tconfd_init_validation(confd_trans_ctx *tctx)
 {
     tconfd_ctx *ctx = context_of(tctx->dx);
     confd_trans_set_fd(tctx, ctx->work_fd);
@@ -55,7 +55,7 @@ int init_validation(confd_trans_ctx *tctx)
     return CONFD_ERR;
 }
 
-int stop_validation(confd_trans_ctx *tctx)
+int tconfd_stop_validation(confd_trans_ctx *tctx)
 {
     int result = maapi_detach(context_of(tctx->dx)->maapi_fd, tctx);
     if (result == CONFD_OK)
@@ -92,7 +92,7 @@ bool open_sockets(tconfd_ctx *ctx)
             ctx->notif_fd = 0;
             continue;
         }
-        if (!tconfd_socket_open(&(ctx->*row.fd), row.word))
+        if (!tconfd_socket_open(ctx, &(ctx->*row.fd), row.word))
             return false;
     }
     return true;
@@ -177,8 +177,8 @@ bool create_events(tconfd_ctx *ctx)
 bool register_transactions(tconfd_ctx *ctx)
 {
     confd_trans_validate_cbs validate{};
-    validate.init = init_validation;
-    validate.stop = stop_validation;
+    validate.init = tconfd_init_validation;
+    validate.stop = tconfd_stop_validation;
     int result = confd_register_trans_validate_cb(ctx->daemon_ctx, &validate);
     if (result != CONFD_OK) {
         tconfd_log("Failed to register validation transaction call back (%s - %d)", tconfd_name(), result);
@@ -278,7 +278,7 @@ bool create_pipe(tconfd_ctx *ctx)
 
 bool start_subscribing(tconfd_ctx *ctx)
 {
-    tconfd_rows rows(ctx);
+    tconfd_rows rows(ctx->reg.subs);
     if (!(rows.begin() != rows.end()))
         return true;
     int error = tconfd_subscribe_start(ctx);

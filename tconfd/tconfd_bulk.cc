@@ -70,7 +70,6 @@ bool add_level(bulk_walk_t *walk, const confd_cs_node *list)
 
 bool prepare(bulk_walk_t *walk, const tconfd_bulk_list *list)
 {
-    *walk = {};
     walk->list = list;
     const confd_cs_node *target = confd_cs_node_cd(nullptr, "/%s", list->path);
     if (target == nullptr) {
@@ -149,6 +148,16 @@ bool repeats(const confd_tag_value_t *values, int i, int n)
     return i + 1 < n && values[i + 1].v.type == values[i].v.type && values[i + 1].tag.tag == values[i].tag.tag;
 }
 
+// The schema node of an entry: a child of the innermost open bracket, or a sibling of the root.
+const confd_cs_node *find_node(const std::vector<const confd_cs_node *> &open, const confd_cs_node *root, xml_tag tag)
+{
+    if (!open.empty())
+        return confd_find_cs_node_child(open.back(), tag);
+    if (tag.tag == root->tag)
+        return root;
+    return root->parent != nullptr ? confd_find_cs_node_child(root->parent, tag) : nullptr;
+}
+
 // The walk of one array for one list. open holds the schema nodes of the brackets that are open, outermost first.
 int walk_array(tconfd_sub *row, bulk_walk_t *walk, const confd_cs_node *root, const confd_tag_value_t *values, int n)
 {
@@ -169,8 +178,7 @@ int walk_array(tconfd_sub *row, bulk_walk_t *walk, const confd_cs_node *root, co
             leave_list(walk, node);
             continue;
         }
-        const confd_cs_node *node =
-            open.empty() ? root : confd_find_cs_node_child(open.back(), entry.tag);
+        const confd_cs_node *node = find_node(open, root, entry.tag);
         if (node == nullptr)
             break;
         if (!is_begin(type)) {
@@ -235,16 +243,20 @@ int tconfd_sub_diff_bulk_read(tconfd_delivery *delivery)
         tconfd_log("Top list node not found (%s)", row->path);
         return -1;
     }
+    auto lists = static_cast<size_t>(row->flags & TCONFD_SUB_BULK_COUNT);
+    auto walks = std::make_unique<bulk_walk_t[]>(lists);
+    for (size_t i = 0; i < lists; i++) {
+        if (!prepare(&walks[i], &row->bulk_lists[i]))
+            return -1;
+    }
     const confd_cs_node *root = find_root(top, mods.values[0].tag);
     if (root == nullptr) {
         const char *name = confd_hash2str(mods.values[0].tag.tag);
         tconfd_log("List %s not found", name != nullptr ? name : "");
         return 0;
     }
-    auto walk = std::make_unique<bulk_walk_t>();
-    int lists = row->flags & TCONFD_SUB_BULK_COUNT;
-    for (int i = 0; i < lists; i++) {
-        if (!prepare(walk.get(), &row->bulk_lists[i]) || walk_array(row, walk.get(), root, mods.values, mods.n) != 0)
+    for (size_t i = 0; i < lists; i++) {
+        if (walk_array(row, &walks[i], root, mods.values, mods.n) != 0)
             return -1;
     }
     return 0;

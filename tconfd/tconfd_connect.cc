@@ -18,6 +18,12 @@ tconfd_ctx *context_of(const confd_daemon_ctx *dx)
     return static_cast<tconfd_ctx *>(dx->d_opaque);
 }
 
+// Each context's steps log under the operation that connects it.
+const char *operation(const tconfd_ctx *ctx)
+{
+    return ctx->primary_ctx != nullptr ? "tconfd_module_secondary_context_register" : "tconfd_module_init";
+}
+
 int init_transaction(confd_trans_ctx *tctx)
 {
     confd_trans_set_fd(tctx, context_of(tctx->dx)->work_fd);
@@ -88,7 +94,7 @@ bool tconfd_daemon_ctx_create(tconfd_ctx *ctx, const char *name)
 {
     ctx->daemon_ctx = confd_init_daemon(name);
     if (ctx->daemon_ctx == nullptr) {
-        tconfd_log("Failed to initialize confdlib (%s)", name);
+        tconfd_log_as(operation(ctx), "Failed to initialize confdlib (%s)", name);
         return false;
     }
     ctx->daemon_ctx->d_opaque = ctx;
@@ -103,12 +109,12 @@ void tconfd_daemon_ctx_release(tconfd_ctx *ctx)
     ctx->daemon_ctx = nullptr;
 }
 
-bool tconfd_socket_open(int32_t *fd, const char *word)
+bool tconfd_socket_open(const tconfd_ctx *ctx, int32_t *fd, const char *word)
 {
     *fd = tconfd_agent_socket().release();
     if (*fd >= 0)
         return true;
-    tconfd_log("Failed to open %s socket (%s)", word, tconfd_name());
+    tconfd_log_as(operation(ctx), "Failed to open %s socket (%s)", word, tconfd_name());
     return false;
 }
 
@@ -120,7 +126,7 @@ bool tconfd_daemon_sockets_connect(tconfd_ctx *ctx)
         return false;
     int result = confd_connect(ctx->daemon_ctx, ctx->work_fd, WORKER_SOCKET, agent, sizeof address);
     if (result != CONFD_OK)
-        tconfd_log("Failed to connect worker socket to confd (%s - %d)", tconfd_name(), result);
+        tconfd_log_as(operation(ctx), "Failed to connect worker socket to confd (%s - %d)", tconfd_name(), result);
     return result == CONFD_OK;
 }
 
@@ -136,11 +142,11 @@ bool tconfd_daemon_events_add(tconfd_ctx *ctx)
 {
     struct event_base *base = ctx->reg.event_base;
     if (!add_read_event(base, ctx->ctrl_fd, tconfd_ctrl_cb, ctx, &ctx->ctrl_event)) {
-        tconfd_log("Failed to add event for control socket");
+        tconfd_log_as(operation(ctx), "Failed to add event for control socket");
         return false;
     }
     if (!add_read_event(base, ctx->work_fd, tconfd_work_cb, ctx, &ctx->work_event)) {
-        tconfd_log("Failed to add event for worker socket");
+        tconfd_log_as(operation(ctx), "Failed to add event for worker socket");
         return false;
     }
     return true;
@@ -152,7 +158,7 @@ bool tconfd_trans_cb_register(tconfd_ctx *ctx)
     callbacks.init = init_transaction;
     int result = confd_register_trans_cb(ctx->daemon_ctx, &callbacks);
     if (result != CONFD_OK)
-        tconfd_log("Failed to register transaction call back (%s - %d)", tconfd_name(), result);
+        tconfd_log_as(operation(ctx), "Failed to register transaction call back (%s - %d)", tconfd_name(), result);
     return result == CONFD_OK;
 }
 
@@ -162,7 +168,8 @@ bool tconfd_actions_register(tconfd_ctx *ctx, confd_action_cbs *rows)
         row->init = init_action;
         int result = confd_register_action_cbs(ctx->daemon_ctx, row);
         if (result != CONFD_OK) {
-            tconfd_log("Failed to register %s action call back (%s - %d)", row->actionpoint, tconfd_name(), result);
+            tconfd_log_as(operation(ctx), "Failed to register %s action call back (%s - %d)", row->actionpoint,
+                          tconfd_name(), result);
             return false;
         }
     }
@@ -173,7 +180,7 @@ bool tconfd_register_done(tconfd_ctx *ctx)
 {
     int result = confd_register_done(ctx->daemon_ctx);
     if (result != CONFD_OK)
-        tconfd_log("Failed to end the registrations (%s - %d)", tconfd_name(), result);
+        tconfd_log_as(operation(ctx), "Failed to end the registrations (%s - %d)", tconfd_name(), result);
     return result == CONFD_OK;
 }
 

@@ -12,7 +12,7 @@ void tconfd_library_init(const char *client_name);
 [[nodiscard]] bool tconfd_daemon_ctx_create(tconfd_ctx *ctx, const char *name);
 void tconfd_daemon_ctx_release(tconfd_ctx *ctx);
 
-[[nodiscard]] bool tconfd_socket_open(int32_t *fd, const char *word);
+[[nodiscard]] bool tconfd_socket_open(const tconfd_ctx *ctx, int32_t *fd, const char *word);
 // Connects control and worker. The control socket fails silently: an agent that is not up yet is the normal case.
 [[nodiscard]] bool tconfd_daemon_sockets_connect(tconfd_ctx *ctx);
 // Closes control and worker and frees their events.

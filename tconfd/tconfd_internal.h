@@ -20,6 +20,9 @@ bool tconfd_trace_is_on();
 const char *tconfd_name(); // the daemon's name
 
 #define tconfd_log(fmt, ...) tip_log_to(tconfd_facility(), fmt __VA_OPT__(, ) __VA_ARGS__)
+// With a function's name given: for steps that log in the name of the operation they belong to.
+#define tconfd_log_as(function, fmt, ...)                                                                              \
+    syslog(tconfd_facility() | LOG_DEBUG, "%s[%d]: " fmt, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 #define tconfd_trace(fmt, ...) \
     (tconfd_trace_is_on() ? tip_log_to(tconfd_facility(), fmt __VA_OPT__(, ) __VA_ARGS__) : (void)0)
 
@@ -64,7 +67,7 @@ inline constexpr char TCONFD_PIPE_SUBSCRIBED = '2'; // subscription ids are read
 // Shared by the registration thread and the loop. While the thread runs it is the only user of subscr_fd; whoever
 // leaves last (by `over`) frees the record, and a thread that was left behind closes subscr_fd.
 struct tconfd_sub_thread {
-    tconfd_ctx *ctx = nullptr; // the thread reads only reg of it
+    tconfd_sub *subs = nullptr; // the application's rows; the thread knows nothing else of the context
     unique_fd pipe;            // write end
     int subscr_fd = -1;
     uint32_t initial_read_subid = 0;
@@ -90,7 +93,7 @@ extern tconfd_sub tconfd_own_subs[];
 // Rows of the application's table, then of the layer's own.
 class tconfd_rows {
 public:
-    explicit tconfd_rows(tconfd_ctx *ctx) : ctx_(ctx) {}
+    explicit tconfd_rows(tconfd_sub *subs) : subs_(subs) {}
     class iterator {
     public:
         iterator(tconfd_sub *row, tconfd_sub *other) : row_(row), other_(other) { skip_end(); }
@@ -118,7 +121,7 @@ public:
     [[nodiscard]] iterator end() const { return { nullptr, nullptr }; }
 
 private:
-    tconfd_ctx *ctx_;
+    tconfd_sub *subs_;
 };
 
 // ---- deliveries

@@ -10,13 +10,13 @@ namespace {
 
 bool connect_secondary(tconfd_ctx *ctx, const char *name)
 {
-    if (!tconfd_daemon_ctx_create(ctx, name) || !tconfd_socket_open(&ctx->ctrl_fd, "control") ||
-        !tconfd_socket_open(&ctx->work_fd, "worker") || !tconfd_daemon_sockets_connect(ctx) ||
+    if (!tconfd_daemon_ctx_create(ctx, name) || !tconfd_socket_open(ctx, &ctx->ctrl_fd, "control") ||
+        !tconfd_socket_open(ctx, &ctx->work_fd, "worker") || !tconfd_daemon_sockets_connect(ctx) ||
         !tconfd_trans_cb_register(ctx) || !tconfd_daemon_events_add(ctx) ||
         !tconfd_actions_register(ctx, ctx->reg.actions))
         return false;
     if (ctx->reg.register_data_cbs(ctx) != 0) {
-        tconfd_log("Failed to register data call backs");
+        tconfd_log_as("tconfd_module_secondary_context_register", "Failed to register data call backs");
         return false;
     }
     return tconfd_register_done(ctx);

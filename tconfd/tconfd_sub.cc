@@ -56,8 +56,8 @@ bool session_is_open(const oper_session &session)
     return true;
 }
 
-// The bits of the daemons that have read; false when they cannot be had.
-bool get_read_bits(const oper_session &session, uint32_t *bits)
+// The bits of the daemons that have read; false when they cannot be had. assertion is the text of the check of the type.
+bool get_read_bits(const oper_session &session, const char *assertion, uint32_t *bits)
 {
     confd_value_t val;
     if (cdb_get(session.fd(), &val, INITIAL_READ_PATH) != CONFD_OK) {
@@ -65,7 +65,7 @@ bool get_read_bits(const oper_session &session, uint32_t *bits)
                      confd_errno, confd_lasterr());
         return false;
     }
-    tip_assert((&val)->type == C_BIT32);
+    tip_assert_text(val.type == C_BIT32, assertion);
     *bits = CONFD_GET_BIT32(&val);
     return true;
 }
@@ -114,11 +114,6 @@ int start_read(std::unique_ptr<tconfd_read_req> req)
     (void)req.release(); // the thread's now
     return TCONFD_OK;
 }
-
-struct read_kind_t {
-    bool is_oper;
-    const char *success;
-};
 
 // Triggers the request's points of one kind; blocks until all are delivered and synced.
 void trigger(int sock, const tconfd_read_req &req, bool is_oper)
@@ -266,7 +261,7 @@ outcome_t serve_row(int fd, const event_t &event, tconfd_sub *row, int point)
 bool serve_rows(int fd, tconfd_ctx *ctx, const event_t &event)
 {
     int remaining = event.n;
-    for (tconfd_sub &row : tconfd_rows(ctx)) {
+    for (tconfd_sub &row : tconfd_rows(ctx->reg.subs)) {
         if (remaining < 1)
             break;
         int point = find_point(event, row);
@@ -311,7 +306,7 @@ int tconfd_can_read_initial_config(tconfd_ctx *ctx)
         return 0;
     oper_session session(WAIT_FOR_LOCK);
     uint32_t bits;
-    if (!session_is_open(session) || !get_read_bits(session, &bits))
+    if (!session_is_open(session) || !get_read_bits(session, "(&val)->type == C_BIT32", &bits))
         return 0;
     uint32_t order = own_order();
     for (uint32_t before = 0; before < order; before++) {
@@ -330,7 +325,7 @@ int tconfd_set_initial_config_read_done(tconfd_ctx *)
         return 0;
     oper_session session(WAIT_FOR_LOCK);
     uint32_t bits;
-    if (!session_is_open(session) || !get_read_bits(session, &bits))
+    if (!session_is_open(session) || !get_read_bits(session, "(&curr_val)->type == C_BIT32", &bits))
         return 1;
     confd_value_t value{};
     CONFD_SET_BIT32(&value, bits | read_order[order].bit);
@@ -348,7 +343,7 @@ int tconfd_read_sub_config_all(tconfd_ctx *ctx)
     auto req = read_req_alloc(ctx);
     if (req == nullptr)
         return TCONFD_NO_MEMORY;
-    for (const tconfd_sub &row : tconfd_rows(ctx))
+    for (const tconfd_sub &row : tconfd_rows(ctx->reg.subs))
         read_req_add(req.get(), row);
     return start_read(std::move(req));
 }
@@ -361,7 +356,7 @@ int tconfd_read_sub_config(tconfd_ctx *ctx, const uint32_t *add_subids, uint32_t
     if (req == nullptr)
         return TCONFD_NO_MEMORY;
     for (uint32_t i = 0; i < count; i++) {
-        for (const tconfd_sub &row : tconfd_rows(ctx)) {
+        for (const tconfd_sub &row : tconfd_rows(ctx->reg.subs)) {
             if (row.add_subid == add_subids[i]) {
                 read_req_add(req.get(), row);
                 break;

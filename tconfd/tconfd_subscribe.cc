@@ -146,7 +146,7 @@ bool subscribe_row(tconfd_sub_thread *thread, const tconfd_sub &row)
 
 bool subscribe_rows(tconfd_sub_thread *thread)
 {
-    for (tconfd_sub &row : tconfd_rows(thread->ctx)) {
+    for (tconfd_sub &row : tconfd_rows(thread->subs)) {
         if (!subscribe_row(thread, row))
             return false;
     }
@@ -204,7 +204,7 @@ tconfd_sub tconfd_own_subs[] = { {} };
 
 tconfd_rows::iterator tconfd_rows::begin() const
 {
-    return { ctx_->reg.subs, tconfd_own_subs };
+    return { subs_, tconfd_own_subs };
 }
 
 void *tconfd_thread_register_subscriptions(void *record)
@@ -223,7 +223,7 @@ void *tconfd_thread_register_subscriptions(void *record)
 int tconfd_subscribe_start(tconfd_ctx *ctx)
 {
     auto thread = std::make_unique<tconfd_sub_thread>();
-    thread->ctx = ctx;
+    thread->subs = ctx->reg.subs;
     thread->pipe.reset(fcntl(ctx->pipe_fd[1], F_DUPFD_CLOEXEC, 0));
     thread->subscr_fd = ctx->subscr_fd;
     if (!thread->pipe.is_open())
@@ -241,7 +241,7 @@ void tconfd_subscribe_finish(tconfd_ctx *ctx)
         return;
     ctx->initial_read_subid = thread->initial_read_subid;
     size_t i = 0;
-    for (tconfd_sub &row : tconfd_rows(ctx)) {
+    for (tconfd_sub &row : tconfd_rows(ctx->reg.subs)) {
         row.ctx = ctx;
         row.add_subid = thread->ids[i].add;
         row.del_subid = thread->ids[i].del;

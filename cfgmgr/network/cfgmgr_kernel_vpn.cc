@@ -18,23 +18,30 @@ constexpr char NETNS_FILES_DELETE[] = "rm -rf /etc/netns/%lu";
 
 constexpr size_t COMMAND_SIZE = 256;
 
+struct vpn_command {
+    char text[COMMAND_SIZE];
+    vpn_command(const char *pattern, uint64_t vpn_id)
+    {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" // one of the templates above, each with one %lu
+        (void)snprintf(text, sizeof text, pattern, vpn_id);
+#pragma GCC diagnostic pop
+    }
+};
+
 // Runs a template with the VPN's number; a failure is logged.
 bool run_for_vpn(const char *pattern, uint64_t vpn_id)
 {
-    char command[COMMAND_SIZE];
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral" // one of the templates above, each with one %lu
-    (void)snprintf(command, sizeof command, pattern, vpn_id);
-#pragma GCC diagnostic pop
-    if (cfgmgr_kernel_command(command))
+    vpn_command command(pattern, vpn_id);
+    if (cfgmgr_kernel_command(command.text))
         return true;
-    tip_log("Command Failed: %s", command);
+    tip_log("Command Failed: %s", command.text);
     return false;
 }
 
 int create_namespace(uint64_t vpn_id)
 {
-    (void)run_for_vpn(NETNS_ADD, vpn_id); // fails when the namespace is there since an earlier start
+    (void)cfgmgr_kernel_command(vpn_command(NETNS_ADD, vpn_id).text); // fails for one of an earlier start: no error
     bool made = run_for_vpn(NETNS_FILES_ADD, vpn_id) && run_for_vpn(NETNS_LOOPBACK_UP, vpn_id);
     return made ? CFGMGR_KERNEL_OK : CFGMGR_KERNEL_COMMAND_FAILED;
 }
