@@ -1,0 +1,72 @@
+// The functions that the program's wrap options send here.
+#include "tests/unit/cfgmgr_env.h"
+
+#include "cfgmgr/daemon/cfgmgr_sysmgr.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <net/if.h>
+#include <sys/ioctl.h>
+
+fake_device_t &device()
+{
+    static auto *the_device = new fake_device_t;
+    return *the_device;
+}
+
+extern "C" {
+
+int __wrap__Z10tip_systemPKc(const char *command)
+{
+    device().effects.push_back(command);
+    auto found = device().statuses.find(command);
+    errno = ENOENT;
+    return found != device().statuses.end() ? found->second : 0;
+}
+
+int __wrap__Z11netns_enterm(uint64_t vpn_id)
+{
+    device().effects.push_back("enter " + std::to_string(vpn_id));
+    return 0;
+}
+
+int __wrap__Z11netns_leavem(uint64_t vpn_id)
+{
+    device().effects.push_back("leave " + std::to_string(vpn_id));
+    return 0;
+}
+
+int __wrap__Z18chmgr_chassis_typev()
+{
+    return device().chassis_type;
+}
+
+int __wrap__Z19chmgr_has_mgmt_portv()
+{
+    return device().has_mgmt_port;
+}
+
+void __real__Z19app_sysmgr_send_vpnP12app_sysmgr_t17sysmgr_msg_type_tm(app_sysmgr_t *client, sysmgr_msg_type_t type,
+                                                                       uint64_t vpn_id);
+void __wrap__Z19app_sysmgr_send_vpnP12app_sysmgr_t17sysmgr_msg_type_tm(app_sysmgr_t *client, sysmgr_msg_type_t type,
+                                                                       uint64_t vpn_id)
+{
+    device().effects.push_back("tell " + std::to_string(type) + " " + std::to_string(vpn_id));
+    __real__Z19app_sysmgr_send_vpnP12app_sysmgr_t17sysmgr_msg_type_tm(client, type, vpn_id);
+}
+
+int __real_ioctl(int fd, unsigned long request, ...);
+int __wrap_ioctl(int fd, unsigned long request, ...)
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    if (request != SIOCGIFINDEX)
+        return __real_ioctl(fd, request, argument);
+    bool is_there = device().has_eth0 && std::string(static_cast<ifreq *>(argument)->ifr_name) == "eth0";
+    errno = ENODEV;
+    return is_there ? 0 : -1;
+}
+
+} // extern "C"

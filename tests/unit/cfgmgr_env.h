@@ -1,0 +1,66 @@
+// What the daemon's tests share: a context without a process around it, and the doors to the world replaced. Commands,
+// namespace switches and messages to the system manager are written down in one order; the chassis is as the test says.
+#ifndef TESTS_UNIT_CFGMGR_ENV_H
+#define TESTS_UNIT_CFGMGR_ENV_H
+
+#include "cfgmgr/daemon/cfgmgr_context.h"
+#include "cfgmgr/network/cfgmgr_if_idx.h"
+#include "cfgmgr/network/cfgmgr_vpn.h"
+#include "tests/unit/fake_agent.h"
+#include "tests/unit/log_capture.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+struct fake_device_t {
+    std::vector<std::string> effects;    // commands as they are; "tell TYPE VPN", "enter VPN", "leave VPN"
+    std::map<std::string, int> statuses; // wait statuses of commands; others succeed
+    int chassis_type = 0;
+    int has_mgmt_port = 1;
+    bool has_eth0 = false;
+
+    // The effects since the last call.
+    std::vector<std::string> take_effects()
+    {
+        std::vector<std::string> taken;
+        taken.swap(effects);
+        return taken;
+    }
+};
+inline constexpr int EXIT_1 = 1 << 8;
+
+fake_device_t &device();
+
+class cfgmgr_env : public testing::Test
+{
+protected:
+    cfgmgr_env()
+    {
+        device() = {};
+        fake_agent_reset();
+        log_clear();
+        daemon.reserved_bitmap_p = cfgmgr_bitmap_alloc();
+        EXPECT_EQ(cfgmgr_if_idx_init(&daemon), 0);
+        daemon.personality = PERSONALITY_KREST;
+    }
+    ~cfgmgr_env() override
+    {
+        cfgmgr_vpn_deinit(&daemon);
+        cfgmgr_if_idx_deinit(&daemon);
+        free(daemon.reserved_bitmap_p);
+    }
+    cfgmgr_env(const cfgmgr_env &) = delete;
+    cfgmgr_env &operator=(const cfgmgr_env &) = delete;
+
+    std::vector<uint64_t> vpns()
+    {
+        std::vector<uint64_t> ids;
+        for (const cfgmgr_vpn_t &vpn : avl_range<cfgmgr_vpn_t>(&daemon.vpn_table))
+            ids.push_back(vpn.vpn_id);
+        return ids;
+    }
+
+    cfgmgrd_t daemon{};
+};
+
+#endif
