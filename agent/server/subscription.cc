@@ -24,8 +24,10 @@ std::vector<int32_t> subscription_touched(const server_t &server, const diff_t &
 {
     std::vector<int32_t> ids;
     for (const auto &[id, point] : server.subscriptions.points) {
-        bool is_meant = point.is_live && (kinds >> point.kind & 1u) && (among.empty() || std::ranges::count(among, id));
-        if (is_meant && diff_touches(changes, point.target))
+        if (!point.is_live || (kinds >> point.kind & 1u) == 0)
+            continue;
+        // A point that was asked for is served also without data: only so its client knows that it has been read.
+        if (among.empty() ? diff_touches(changes, point.target) : std::ranges::count(among, id) > 0)
             ids.push_back(id);
     }
     return ids;

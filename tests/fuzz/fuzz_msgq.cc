@@ -88,7 +88,8 @@ struct arena_t {
             cfg.use_app_header = use_app_header;
             cfg.app_hdrlen = APP_HDRLEN;
             cfg.app_size_offset = APP_SIZE_OFFSET;
-            (void)snprintf(server.path, sizeof server.path, "%s/%d", dir, use_app_header);
+            const std::string path = std::string(dir) + (use_app_header ? "/1" : "/0");
+            (void)snprintf(server.path, sizeof server.path, "%s", path.c_str());
             memcpy(cfg.path, server.path, sizeof cfg.path);
             static const msgq_cbs_t cbs = { ignore, ignore, ignore, on_rx, malloc, free };
             server.handle = msgq_init(SERVER_ID, PEER_ID, MSGQ_HANDLE_TYPE_SERVER, &cfg, &cbs, &server);
