@@ -114,7 +114,7 @@ static bool set_leaf(edit_log_t &log, lyd_node *parent, const schema_info_t &inf
     bool was_default = is_default(leaf);
     if (!was_default && tree_equal_values(tree_value(leaf), value.raw))
         return true;
-    log_change(log, leaf, value, false);
+    log_change(log, leaf, value);
     if (was_default)
         implicit_leave_other_cases(log, leaf);
     return true;

@@ -32,28 +32,28 @@ static lyd_node *entry_before(const lyd_node *node)
 void log_linked(edit_log_t &log, lyd_node *node)
 {
     tree_adopt(*log.tree, node);
-    log.edits.push_back({ EDIT_LINK, false, node, tree_parent(node), entry_before(node), {} });
+    log.edits.push_back({ EDIT_LINK, 0, node, tree_parent(node), entry_before(node), {} });
 }
 
 void log_unlink(edit_log_t &log, lyd_node *node)
 {
-    log.edits.push_back({ EDIT_UNLINK, false, node, tree_parent(node), entry_before(node), {} });
+    log.edits.push_back({ EDIT_UNLINK, 0, node, tree_parent(node), entry_before(node), {} });
     tree_unlink(*log.tree, node);
 }
 
 static void swap_value(edit_t &edit)
 {
     auto *term = reinterpret_cast<lyd_node_term *>(edit.node);
-    bool was_default = is_default(edit.node);
+    uint32_t flags = edit.node->flags;
     std::swap(term->value, edit.other.raw);
-    edit.node->flags = (edit.node->flags & ~LYD_DEFAULT) | (edit.other_is_default ? LYD_DEFAULT : 0);
-    edit.other_is_default = was_default;
+    edit.node->flags = (flags & ~EDIT_FLAGS) | edit.other_flags;
+    edit.other_flags = flags & EDIT_FLAGS;
     tree_refresh_default_flag(tree_parent(edit.node));
 }
 
-void log_change(edit_log_t &log, lyd_node *leaf, value_t value, bool is_default_value)
+void log_change(edit_log_t &log, lyd_node *leaf, value_t value)
 {
-    log.edits.push_back({ EDIT_VALUE, is_default_value, leaf, tree_parent(leaf), nullptr, std::move(value) });
+    log.edits.push_back({ EDIT_VALUE, 0, leaf, tree_parent(leaf), nullptr, std::move(value) });
     swap_value(log.edits.back());
 }
 

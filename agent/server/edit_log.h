@@ -12,6 +12,9 @@
 #include <unordered_set>
 #include <vector>
 
+// Flags of a leaf that come and go with its value: a value that is new has not been judged by its when.
+inline constexpr uint32_t EDIT_FLAGS = LYD_DEFAULT | LYD_WHEN_TRUE;
+
 enum edit_kind_t : uint8_t {
     EDIT_LINK,
     EDIT_UNLINK,
@@ -20,7 +23,7 @@ enum edit_kind_t : uint8_t {
 
 struct edit_t {
     edit_kind_t kind;
-    bool other_is_default = false; // EDIT_VALUE: the flag that goes with other
+    uint32_t other_flags = 0; // EDIT_VALUE: those of EDIT_FLAGS that go with other
     lyd_node *node;
     lyd_node *parent = nullptr; // null: top level
     lyd_node *prev = nullptr;   // user-ordered: the entry before it
@@ -41,8 +44,8 @@ struct edit_log_t {
 // A node that stands in the tree already, as libyang has put it there (last of its schema node).
 void log_linked(edit_log_t &log, lyd_node *node);
 void log_unlink(edit_log_t &log, lyd_node *node);
-// Gives the leaf another value and default flag.
-void log_change(edit_log_t &log, lyd_node *leaf, value_t value, bool is_default_value);
+// Gives the leaf another value, which is not a default.
+void log_change(edit_log_t &log, lyd_node *leaf, value_t value);
 
 // Takes back everything behind the first count changes, for good.
 void log_rollback(edit_log_t &log, size_t count);

@@ -84,11 +84,12 @@ void tree_refresh_default_flag(lyd_node *node);
 // Two values of one leaf are the same.
 [[nodiscard]] bool tree_equal_values(const lyd_value &a, const lyd_value &b);
 
-// Calls visit(entry) for each instance in order: a user-ordered list's in its own, others in key order. visit must not
+// Calls visit(entry) for each instance in order: a user-ordered list's in its own, others in key order. A node that is
+// no list is its own only instance. visit must not
 // change the list.
 template <typename Visit> void tree_for_each(tree_t &tree, lyd_node *parent, const schema_info_t &info, Visit visit)
 {
-    if (!info.is_user_ordered) {
+    if (info.is(WIRE_NODE_LIST | WIRE_NODE_LEAF_LIST) && !info.is_user_ordered) {
         for (lyd_node *entry : tree_entries(tree, parent, info.node))
             visit(entry);
         return;

@@ -155,7 +155,7 @@ static void follow_edit(when_work_t &work, lyd_node *node, edit_kind_t kind, lyd
     lyd_node *place = kind == EDIT_UNLINK ? parent : node;
     auto note = [&](lyd_node *at) {
         const schema_info_t *info = schema_info(at->schema);
-        if (kind == EDIT_LINK && has_when(at->schema))
+        if (kind != EDIT_UNLINK && has_when(at->schema))
             own.push_back(at);
         // Rules inside a new subtree are met at each of its nodes; those outside need one look for each schema node.
         bool is_known = kind == EDIT_UNLINK && !seen.insert(info).second;
