@@ -213,10 +213,12 @@ static void add_rules_looking_at(check_set_t &checks, const schema_info_t &info,
     }
 }
 
-// Every list that the node stands in and that has a unique statement.
-static void add_lists_above(check_set_t &checks, const lyd_node *at)
+// Every list with a unique statement that a leaf named by one stands in.
+static void add_lists_above(check_set_t &checks, const lyd_node *leaf)
 {
-    for (; at; at = tree_parent(at))
+    if (leaf->schema->nodetype != LYS_LEAF || !(leaf->schema->flags & LYS_UNIQUE))
+        return;
+    for (const lyd_node *at = tree_parent(leaf); at; at = tree_parent(at))
         if (at->schema->nodetype == LYS_LIST && reinterpret_cast<const lysc_node_list *>(at->schema)->uniques)
             checks.lists.emplace(at->schema, tree_parent(at));
 }
@@ -236,11 +238,9 @@ static void add_link(check_set_t &checks, lyd_node *node)
         checks.nodes.insert(at);
         if (at->schema->nodetype & LYD_NODE_INNER)
             checks.parents.insert(at);
-        if (at->schema->nodetype == LYS_LIST)
-            add_lists_above(checks, at);
+        add_lists_above(checks, at);
         add_rules_looking_at(checks, *schema_info(at->schema), at, false);
     });
-    add_lists_above(checks, tree_parent(node));
 }
 
 static void add_unlink(check_set_t &checks, lyd_node *node, lyd_node *parent)
@@ -257,7 +257,7 @@ static void add_unlink(check_set_t &checks, lyd_node *node, lyd_node *parent)
 static void add_change(check_set_t &checks, lyd_node *leaf)
 {
     checks.nodes.insert(leaf);
-    add_lists_above(checks, tree_parent(leaf));
+    add_lists_above(checks, leaf);
     add_rules_looking_at(checks, *schema_info(leaf->schema), leaf, true);
 }
 

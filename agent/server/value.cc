@@ -215,9 +215,9 @@ bool value_from_text(const schema_info_t &node, std::string_view text, std::stri
     value_t made;
     made.ctx = ctx;
     ly_err_item *item = nullptr;
-    // text.data() may be null for nothing, which the plugins do not expect.
-    LY_ERR result = type->plugin->store(ctx, type, text.empty() ? "" : text.data(), text.size(), 0, LY_VALUE_JSON,
-                                        nullptr, LYD_HINT_DATA, node.node, &made.raw, nullptr, &item);
+    std::string bounded(text); // some plugins read up to a NUL, whatever the length
+    LY_ERR result = type->plugin->store(ctx, type, bounded.c_str(), bounded.size(), 0, LY_VALUE_JSON, nullptr,
+                                        LYD_HINT_DATA, node.node, &made.raw, nullptr, &item);
     bool is_good = result == LY_SUCCESS || result == LY_EINCOMPLETE;
     std::string words = is_good ? std::string() : refusal(type, text, path, item);
     ly_err_free(item);

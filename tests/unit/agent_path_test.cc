@@ -145,15 +145,17 @@ TEST(agent_value, a_clients_value_of_another_type_or_without_a_name_is_refused)
     label.val.enumvalue = 4;
     std::string control("a\x01", 2);
     std::string broken = "\xc3(";
+    std::string with_nul("a\0b", 3);
+    std::string digits = "5";
     const std::pair<const char *, confd_value_t> rows[] = {
-        {"/all/u8",                                 number                },
-        { "/all/u8",                                buf("5")              },
-        { "/vpn/vpn-instance{5}/interface{a}/mode", label                 },
-        { "/all/either",                            label                 },
-        { "/vpn/vpn-instance{5}/name",              buf(control)          },
-        { "/vpn/vpn-instance{5}/name",              buf(broken)           },
-        { "/vpn/vpn-instance{5}/name",              buf(std::string("a\0b", 3)) },
-        { "/all",                                        buf("x")                                                       },
+        {"/all/u8",                                 number       },
+        { "/all/u8",                                buf(digits)  },
+        { "/vpn/vpn-instance{5}/interface{a}/mode", label        },
+        { "/all/either",                            label        },
+        { "/vpn/vpn-instance{5}/name",              buf(control) },
+        { "/vpn/vpn-instance{5}/name",              buf(broken)  },
+        { "/vpn/vpn-instance{5}/name",              buf(with_nul)},
+        { "/all",                                   buf(digits)  },
     };
     trans_ptr trans = trans_begin(*store, true, 1);
     for (const auto &[text, value] : rows) {
