@@ -84,7 +84,7 @@ struct tconfd_notif_reg {
 
 struct tconfd_registration {
     void *app_ctx;               // the application's state; required
-    tconfd_sub *subs;            // required
+    tconfd_sub *subs;            // required; of static life, since threads that were left behind may still read it
     confd_valpoint_cb *valpoints; // ended by an empty name; required
     confd_action_cbs *actions;    // ended by an empty name; required
     confd_notification_ctx *notif_ctx; // out: the notification stream

@@ -75,7 +75,8 @@ struct tconfd_sub_thread {
         uint32_t add = 0, del = 0;
     };
     std::vector<ids_t> ids; // in table order
-    std::atomic<bool> over{ false }; // one side has left
+    std::atomic<bool> ready{ false }; // ids and initial_read_subid stand; set before the byte is sent
+    std::atomic<bool> over{ false };  // one side has left
 };
 
 // Starts the thread for the connection. 0 or the errno of pthread_create.

@@ -213,6 +213,7 @@ void *tconfd_thread_register_subscriptions(void *record)
     tconfd_block_signals();
     bool failed;
     bool subscribed = register_all(thread, &failed);
+    thread->ready.store(subscribed, std::memory_order_release);
     char byte = failed ? TCONFD_PIPE_FAILED : TCONFD_PIPE_SUBSCRIBED;
     if (failed || subscribed)
         (void)write(thread->pipe.get(), &byte, 1); // no reader any more: the connection is already torn down
@@ -237,7 +238,7 @@ int tconfd_subscribe_start(tconfd_ctx *ctx)
 void tconfd_subscribe_finish(tconfd_ctx *ctx)
 {
     tconfd_sub_thread *thread = ctx->sub_thread;
-    if (thread == nullptr)
+    if (thread == nullptr || !thread->ready.load(std::memory_order_acquire))
         return;
     ctx->initial_read_subid = thread->initial_read_subid;
     size_t i = 0;

@@ -103,12 +103,15 @@ TEST(cfgmgr_daemon, comes_up_with_its_defaults_and_goes_down_clean)
     event_base_loop(daemon.event_base, EVLOOP_NONBLOCK);
     log_clear();
     int inotify_fd = daemon.inotify_fd;
+    void *left_over[] = { daemon.sigusr1_event, daemon.timer_tick_event }; // to the end of the process
     cfgmgr_terminate(&daemon);
     EXPECT_TRUE(log_has("-CFGMGR-6-INFO-399999: Terminating"));
     EXPECT_EQ(daemon.event_base, nullptr);
     EXPECT_EQ(daemon.inotify_fd, -1);
     EXPECT_NE(fcntl(inotify_fd, F_GETFD), -1) << "left to the end of the process";
     close(inotify_fd);
+    for (void *memory : left_over)
+        free(memory);
     cfgmgr_context_publish(nullptr);
 }
 

@@ -97,10 +97,18 @@ confd_tag_value_t *hand_over(const std::vector<confd_tag_value_t> &values)
 
 int write_leaf(const char *function, const std::string &path, const confd_value_t *value, int missing, int present)
 {
-    if (agent().on_write)
-        agent().on_write(path);
+    std::function<void(const std::string &)> on_write;
+    {
+        guard_t guard(agent().lock);
+        on_write = agent().on_write;
+    }
+    if (on_write)
+        on_write(path);
     guard_t guard(agent().lock);
-    write_down("%s %s", function, path.c_str());
+    std::string text;
+    if (value != nullptr && value->type == C_BUF)
+        text.assign(" ").append(reinterpret_cast<char *>(value->val.buf.ptr), value->val.buf.size);
+    write_down("%s %s%s", function, path.c_str(), text.c_str());
     if (int result = outcome(function); result != CONFD_OK)
         return result;
     bool is_there = agent().leaves.count(path) > 0;
@@ -498,8 +506,13 @@ int cdb_close(int sock)
 int cdb_wait_start(int)
 {
     write_down("cdb_wait_start");
-    if (agent().on_wait_start)
-        agent().on_wait_start();
+    std::function<void()> on_wait_start;
+    {
+        guard_t guard(agent().lock);
+        on_wait_start = agent().on_wait_start;
+    }
+    if (on_wait_start)
+        on_wait_start();
     return outcome("cdb_wait_start");
 }
 int cdb_start_session2(int, enum cdb_db_type db, int flags)

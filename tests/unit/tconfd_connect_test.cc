@@ -69,6 +69,11 @@ protected:
             timer_run(timers, TIMER_MASK_ALL, 1000);
         }
     }
+    bool has_read() const
+    {
+        return __atomic_load_n(&module->initial_read_done, __ATOMIC_ACQUIRE) == 1 &&
+               __atomic_load_n(&module->live_threads, __ATOMIC_ACQUIRE) == 0;
+    }
     bool is_subscribed() const
     {
         return module->subscr_event != nullptr && event_pending(module->subscr_event, EV_READ, nullptr);
@@ -213,7 +218,7 @@ TEST_F(tconfd_connection, the_last_to_subscribe_reads_at_once_and_never_again_af
     lay_out({ { "a", 1, 3, 0 } });
     set_read_bits(1);
     EXPECT_EQ(connect(), TCONFD_OK);
-    ASSERT_TRUE(run_until([&] { return module->initial_read_done == 1 && module->live_threads == 0; }));
+    ASSERT_TRUE(run_until([&] { return has_read(); }));
     EXPECT_EQ(agent().count("cdb_trigger_subscriptions"), 1);
     tconfd_retry_connect(module);
     EXPECT_EQ(agent().open_connections(), 0);

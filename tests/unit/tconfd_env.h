@@ -88,6 +88,14 @@ protected:
         agent().next_point = 2;
     }
 
+    // A registration thread that was left behind may still read its rows: they live as long as the process.
+    ~tconfd_env() override { kept_rows().push_back(std::move(rows)); }
+    static std::vector<std::vector<tconfd_sub>> &kept_rows()
+    {
+        static auto *kept = new std::vector<std::vector<tconfd_sub>>;
+        return *kept;
+    }
+
     // Points as the registration would give them: from 2 on, one or two per row.
     void lay_out(const std::vector<row_spec_t> &specs)
     {
