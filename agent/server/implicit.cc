@@ -1,5 +1,6 @@
 #include "agent/server/implicit.h"
 
+#include "agent/server/ly_array.h"
 #include "agent/server/schema_rules.h"
 
 #include <string>
@@ -166,9 +167,7 @@ static void fill_data_node(edit_log_t &log, lyd_node *parent, const lysc_node *s
         !implicit_when_holds(*log.tree, parent, schema, nullptr))
         return;
     const ly_ctx *ctx = schema->module->ctx;
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(many, u)
-    {
+    for (size_t u = 0; u < ly_count(many); u++) {
         add_default(log, parent, schema, lyd_value_get_canonical(ctx, many[u]));
     }
     if (!many)

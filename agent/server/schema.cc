@@ -1,5 +1,6 @@
 #include "agent/server/schema.h"
 
+#include "agent/server/ly_array.h"
 #include "agent/server/schema_rules.h"
 #include "agent/server/value.h"
 
@@ -65,9 +66,7 @@ static const lysc_type *type_of(const lysc_node &node)
 
 static void add_statements(const lysc_ext_instance *exts, std::vector<schema_statement_t> &statements)
 {
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(exts, u)
-    {
+    for (size_t u = 0; u < ly_count(exts); u++) {
         statements.push_back({ exts[u].def->name, exts[u].argument ? exts[u].argument : "" });
     }
 }
@@ -137,9 +136,7 @@ static bool add_module(schema_t &schema, const lys_module &mod, ds_error_t &erro
     module.ns = wire_hash(mod.ns);
     if (!add_hash(schema, mod.ns, error))
         return false;
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(mod.identities, u)
-    {
+    for (size_t u = 0; u < ly_count(mod.identities); u++) {
         if (!add_hash(schema, mod.identities[u].name, error))
             return false;
     }
@@ -287,21 +284,18 @@ std::string schema_path(const schema_info_t &node)
 
 static void add_labels(const lysc_type *type, std::vector<std::pair<int64_t, std::string>> &names)
 {
-    LY_ARRAY_COUNT_TYPE u;
     if (type->basetype == LY_TYPE_ENUM || type->basetype == LY_TYPE_BITS) {
         bool is_enum = type->basetype == LY_TYPE_ENUM;
         const lysc_type_bitenum_item *items = is_enum ? reinterpret_cast<const lysc_type_enum *>(type)->enums
                                                       : reinterpret_cast<const lysc_type_bits *>(type)->bits;
-        LY_ARRAY_FOR(items, u)
-        {
+        for (size_t u = 0; u < ly_count(items); u++) {
             names.emplace_back(is_enum ? items[u].value : static_cast<int64_t>(items[u].position), items[u].name);
         }
     } else if (type->basetype == LY_TYPE_LEAFREF) {
         add_labels(reinterpret_cast<const lysc_type_leafref *>(type)->realtype, names);
     } else if (type->basetype == LY_TYPE_UNION) {
         lysc_type **members = reinterpret_cast<const lysc_type_union *>(type)->types;
-        LY_ARRAY_FOR(members, u)
-        {
+        for (size_t u = 0; u < ly_count(members); u++) {
             add_labels(members[u], names);
         }
     }
@@ -309,9 +303,7 @@ static void add_labels(const lysc_type *type, std::vector<std::pair<int64_t, std
 
 static void add_identities(const lysc_ident *base, std::vector<std::pair<int64_t, std::string>> &names)
 {
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(base->derived, u)
-    {
+    for (size_t u = 0; u < ly_count(base->derived); u++) {
         names.emplace_back(wire_hash(base->derived[u]->name), base->derived[u]->name);
         add_identities(base->derived[u], names);
     }
@@ -334,9 +326,7 @@ static wire_schema_node_t wire_node(const schema_info_t &info)
     add_labels(type, node.names);
     if (type->basetype == LY_TYPE_IDENT) {
         lysc_ident **bases = reinterpret_cast<const lysc_type_identityref *>(type)->bases;
-        LY_ARRAY_COUNT_TYPE u;
-        LY_ARRAY_FOR(bases, u)
-        {
+        for (size_t u = 0; u < ly_count(bases); u++) {
             add_identities(bases[u], node.names);
         }
     }

@@ -1,4 +1,5 @@
 #include "agent/server/schema_rules.h"
+#include "agent/server/ly_array.h"
 
 #include <algorithm>
 #include <string_view>
@@ -106,9 +107,7 @@ static void add_type_rules(schema_t &schema, const schema_info_t &owner, const l
             add_rule(schema, schema_dependent_t::LEAFREF, owner, &owner, leafref->path, leafref->prefixes);
     } else if (type->basetype == LY_TYPE_UNION) {
         lysc_type **members = reinterpret_cast<const lysc_type_union *>(type)->types;
-        LY_ARRAY_COUNT_TYPE u;
-        LY_ARRAY_FOR(members, u)
-        {
+        for (size_t u = 0; u < ly_count(members); u++) {
             add_type_rules(schema, owner, members[u]);
         }
     }
@@ -120,9 +119,7 @@ void schema_find_rules(schema_t &schema)
         if (!info.is(WIRE_NODE_CONFIG))
             continue;
         lysc_must *musts = lysc_node_musts(info.node);
-        LY_ARRAY_COUNT_TYPE u;
-        LY_ARRAY_FOR(musts, u)
-        {
+        for (size_t u = 0; u < ly_count(musts); u++) {
             add_rule(schema, schema_dependent_t::MUST, info, &info, musts[u].cond, musts[u].prefixes);
         }
         (void)for_each_when(info.node, [&](const lysc_when &when) { // never ends early

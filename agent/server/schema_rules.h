@@ -2,6 +2,7 @@
 #ifndef AGENT_SERVER_SCHEMA_RULES_H
 #define AGENT_SERVER_SCHEMA_RULES_H
 
+#include "agent/server/ly_array.h"
 #include "agent/server/schema.h"
 
 #include <libyang/libyang.h>
@@ -17,9 +18,7 @@ template <typename Visit> bool for_each_when(const lysc_node *node, Visit visit)
         if (at != node && !(at->nodetype & (LYS_CHOICE | LYS_CASE)))
             break;
         lysc_when **whens = lysc_node_when(at);
-        LY_ARRAY_COUNT_TYPE u;
-        LY_ARRAY_FOR(whens, u)
-        {
+        for (size_t u = 0; u < ly_count(whens); u++) {
             if (!visit(*whens[u]))
                 return false;
         }

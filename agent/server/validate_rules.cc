@@ -1,6 +1,7 @@
 #include "agent/server/validate_rules.h"
 
 #include "agent/server/implicit.h"
+#include "agent/server/ly_array.h"
 
 #include <libyang/plugins_types.h>
 #include <unordered_set>
@@ -16,9 +17,7 @@ static std::string shown_value(const lyd_node *node)
 bool rule_musts(const lyd_node *node, ds_error_t &error)
 {
     const lysc_must *musts = lysc_node_musts(node->schema);
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(musts, u)
-    {
+    for (size_t u = 0; u < ly_count(musts); u++) {
         ly_bool holds = 0;
         const lysc_must &must = musts[u];
         LY_ERR result = lyd_eval_xpath3(node, node->schema->module, lyxp_get_expr(must.cond), LY_VALUE_SCHEMA_RESOLVED,
@@ -184,9 +183,7 @@ static const lyd_node *find_below(tree_t &tree, const lyd_node *entry, const lys
 static std::string unique_text(tree_t &tree, const lyd_node *entry, lysc_node_leaf **leaves)
 {
     std::string text;
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(leaves, u)
-    {
+    for (size_t u = 0; u < ly_count(leaves); u++) {
         const lyd_node *leaf = find_below(tree, entry, &leaves[u]->node);
         if (!leaf)
             return {};
@@ -199,9 +196,7 @@ static std::string unique_text(tree_t &tree, const lyd_node *entry, lysc_node_le
 static std::string leaf_names(lysc_node_leaf **leaves)
 {
     std::string names;
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(leaves, u)
-    {
+    for (size_t u = 0; u < ly_count(leaves); u++) {
         names += (names.empty() ? "" : ", ") + std::string(leaves[u]->name);
     }
     return names;
@@ -210,9 +205,7 @@ static std::string leaf_names(lysc_node_leaf **leaves)
 bool rule_unique(tree_t &tree, lyd_node *parent, const lysc_node *list, ds_error_t &error)
 {
     lysc_node_leaf ***uniques = reinterpret_cast<const lysc_node_list *>(list)->uniques;
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(uniques, u)
-    {
+    for (size_t u = 0; u < ly_count(uniques); u++) {
         std::unordered_set<std::string> seen;
         for (const lyd_node *entry : tree_entries(tree, parent, list)) {
             std::string text = unique_text(tree, entry, uniques[u]);

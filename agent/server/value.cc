@@ -1,5 +1,7 @@
 #include "agent/server/value.h"
 
+#include "agent/server/ly_array.h"
+
 #include <cstring>
 #include <libyang/plugins_types.h>
 #include <utility>
@@ -44,9 +46,7 @@ std::string_view value_text(const value_t &value)
 static std::string join_names(const lysc_type_bitenum_item *items)
 {
     std::string names;
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(items, u)
-    {
+    for (size_t u = 0; u < ly_count(items); u++) {
         names += (names.empty() ? "" : ", ") + std::string(items[u].name);
     }
     return names;
@@ -55,9 +55,7 @@ static std::string join_names(const lysc_type_bitenum_item *items)
 static std::string range_text(const lysc_range &range, bool is_signed)
 {
     std::string text;
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(range.parts, u)
-    {
+    for (size_t u = 0; u < ly_count(range.parts); u++) {
         const auto &part = range.parts[u];
         std::string low = is_signed ? std::to_string(part.min_64) : std::to_string(part.min_u64);
         std::string high = is_signed ? std::to_string(part.max_64) : std::to_string(part.max_u64);
@@ -117,9 +115,7 @@ static bool is_own_message(const lysc_type *type, const char *message)
     if (type->basetype != LY_TYPE_STRING || !message)
         return false;
     auto *string = reinterpret_cast<const lysc_type_str *>(type);
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(string->patterns, u)
-    {
+    for (size_t u = 0; u < ly_count(string->patterns); u++) {
         if (string->patterns[u]->emsg && strcmp(string->patterns[u]->emsg, message) == 0)
             return true;
     }
@@ -256,13 +252,11 @@ static int compare_confd(const ly_ctx *ctx, const lyd_value &a, const lyd_value 
 static size_t member_of(const lyd_value &value)
 {
     lysc_type **members = reinterpret_cast<const lysc_type_union *>(value.realtype)->types;
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(members, u)
-    {
+    for (size_t u = 0; u < ly_count(members); u++) {
         if (members[u] == value.subvalue->value.realtype)
             return u;
     }
-    return u;
+    return ly_count(members);
 }
 
 static int compare_unions(const ly_ctx *ctx, const lyd_value &a, const lyd_value &b)

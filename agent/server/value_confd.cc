@@ -1,4 +1,5 @@
 // The client library's side of values: one row of the type table for each kind of YANG type.
+#include "agent/server/ly_array.h"
 #include "agent/server/value.h"
 
 #include <arpa/inet.h>
@@ -33,7 +34,7 @@ static uint8_t string_type(const lysc_type *type)
 static uint8_t bits_type(const lysc_type *type)
 {
     const lysc_type_bitenum_item *bits = reinterpret_cast<const lysc_type_bits *>(type)->bits;
-    uint32_t highest = bits[LY_ARRAY_COUNT(bits) - 1].position; // ordered by position
+    uint32_t highest = bits[ly_count(bits) - 1].position; // ordered by position
     return highest < 32 ? C_BIT32 : highest < 64 ? C_BIT64 : C_BUF;
 }
 
@@ -84,9 +85,7 @@ uint8_t value_type(const lysc_type *type)
 static uint64_t bit_positions(const lysc_type_bits *type, std::string_view names)
 {
     uint64_t bits = 0;
-    LY_ARRAY_COUNT_TYPE u;
-    LY_ARRAY_FOR(type->bits, u)
-    {
+    for (size_t u = 0; u < ly_count(type->bits); u++) {
         std::string_view name = type->bits[u].name;
         for (size_t at = names.find(name); at != std::string_view::npos; at = names.find(name, at + 1)) {
             bool is_start = at == 0 || names[at - 1] == ' ';
@@ -272,11 +271,9 @@ confd_value_t value_to_confd(const value_t &value)
 
 static bool enum_text(const lysc_type *type, int32_t number, std::string &text)
 {
-    LY_ARRAY_COUNT_TYPE u;
     if (type->basetype == LY_TYPE_ENUM) {
         const lysc_type_bitenum_item *items = reinterpret_cast<const lysc_type_enum *>(type)->enums;
-        LY_ARRAY_FOR(items, u)
-        {
+        for (size_t u = 0; u < ly_count(items); u++) {
             if (items[u].value == number) {
                 text = items[u].name;
                 return true;
@@ -286,8 +283,7 @@ static bool enum_text(const lysc_type *type, int32_t number, std::string &text)
         return enum_text(reinterpret_cast<const lysc_type_leafref *>(type)->realtype, number, text);
     } else if (type->basetype == LY_TYPE_UNION) {
         lysc_type **members = reinterpret_cast<const lysc_type_union *>(type)->types;
-        LY_ARRAY_FOR(members, u)
-        {
+        for (size_t u = 0; u < ly_count(members); u++) {
             if (enum_text(members[u], number, text))
                 return true;
         }
@@ -297,13 +293,11 @@ static bool enum_text(const lysc_type *type, int32_t number, std::string &text)
 
 static bool bits_text(const lysc_type *type, uint64_t bits, std::string &text)
 {
-    LY_ARRAY_COUNT_TYPE u;
     if (type->basetype == LY_TYPE_LEAFREF)
         return bits_text(reinterpret_cast<const lysc_type_leafref *>(type)->realtype, bits, text);
     if (type->basetype == LY_TYPE_UNION) {
         lysc_type **members = reinterpret_cast<const lysc_type_union *>(type)->types;
-        LY_ARRAY_FOR(members, u)
-        {
+        for (size_t u = 0; u < ly_count(members); u++) {
             if (bits_text(members[u], bits, text))
                 return true;
         }
@@ -313,8 +307,7 @@ static bool bits_text(const lysc_type *type, uint64_t bits, std::string &text)
         return false;
     text.clear();
     const lysc_type_bitenum_item *items = reinterpret_cast<const lysc_type_bits *>(type)->bits;
-    LY_ARRAY_FOR(items, u)
-    {
+    for (size_t u = 0; u < ly_count(items); u++) {
         uint64_t bit = items[u].position < 64 ? 1ull << items[u].position : 0;
         if (!(bits & bit))
             continue;
