@@ -446,7 +446,7 @@ TEST_F(wheel_test, broken_bookkeeping_ends_the_process)
             timer_enable(timer);
         },
         "failed assertion `p_timer->bucket == TIMER_BUCKET_NULL'");
-    expect_assertion([] { (void)timer_ms_to_ticks(6, 1, true); }, "timer:");
+    expect_assertion([] { (void)timer_ms_to_ticks(6, 1, true); }, "timer.h:");
 }
 
 TEST_F(wheel_test, the_log_names_a_slow_timer_and_dumps_the_wheels)
@@ -542,13 +542,13 @@ TEST(dll, misuse_ends_the_process)
             dll_add_tail(&list, &nodes[0]);
         },
         "failed assertion `p_newnode->p_next == NULL && p_newnode->p_prev == NULL'");
-    expect_assertion(
-        [] {
-            dll_t list;
-            dll_node_t node;
-            dll_remove(&list, &node);
-        },
-        "failed assertion `p_dll->count > 0'");
+    auto remove_stranger = [] {
+        dll_t list;
+        dll_node_t node;
+        dll_remove(&list, &node);
+    };
+    expect_assertion(remove_stranger, "failed assertion `p_dll->count > 0'");
+    EXPECT_EQ(run_in_child(remove_stranger).output.rfind("dll:", 0), 0U);
 }
 
 } // namespace
