@@ -107,7 +107,7 @@ void check_budget(pass_t *pass)
         tip_log("%s timer took %u msecs!", pass->run->last_name, static_cast<unsigned>(took_ms));
 }
 
-void check_if_stale(const timer_util_t *timer, uint64_t tick)
+void timer_check_if_stale(const timer_util_t *timer, uint64_t tick)
 {
     int64_t late_ticks = static_cast<int64_t>(tick - timer->expire_ticks);
     if (late_ticks < 1)
@@ -120,7 +120,7 @@ void check_if_stale(const timer_util_t *timer, uint64_t tick)
 // Puts a timer that is due in a later turn behind the others of its bucket.
 void skip_turn(timer_util_t *timer, uint64_t tick)
 {
-    check_if_stale(timer, tick);
+    timer_check_if_stale(timer, tick);
     bucket_insert(timer);
     timer->walked = 1;
     if (is_debugging)
