@@ -81,10 +81,10 @@ void conn_error(msgq_t *, void *) {} // the queue calls it never, but wants it
 void receive(msgq_t *msgq_p, void *memory, uint16_t length, void *arg)
 {
     auto *client = static_cast<app_sysmgr_t *>(arg);
-    sysmgr_msg_t msg{};
-    memcpy(&msg, memory, length < sizeof msg ? length : sizeof msg);
-    if (msg.type == SYSMGR_MSG_FROM_MANAGER && client->rx_cb != nullptr)
-        client->rx_cb(client->user_arg, &msg, length);
+    const auto *msg = static_cast<const sysmgr_msg_t *>(memory);
+    bool has_type = length > offsetof(sysmgr_msg_t, type);
+    if (has_type && msg->type == SYSMGR_MSG_FROM_MANAGER && client->rx_cb != nullptr)
+        client->rx_cb(client->user_arg, msg, length);
     msgq_msg_free(msgq_p, memory);
 }
 

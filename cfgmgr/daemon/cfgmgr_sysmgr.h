@@ -10,7 +10,8 @@
 struct msgq_t;
 struct app_sysmgr_t;
 
-// Called for a message of type SYSMGR_MSG_FROM_MANAGER; the message lives for the call.
+// Called for a message of type SYSMGR_MSG_FROM_MANAGER. The length bytes of the message, which may be fewer or more than
+// the record has, live for the call.
 using app_sysmgr_rx_t = void (*)(void *user_arg, const sysmgr_msg_t *msg, uint16_t length);
 
 // Starts to connect as module_id. rx_cb may be null and gets user_arg; rx_arg is kept for it. Null, logged, on failure.
