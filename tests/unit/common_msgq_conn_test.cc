@@ -11,7 +11,7 @@ namespace
 class msgq_connection : public testing::TestWithParam<framing_t>
 {
 protected:
-    temp_dir_t dir;
+    temp_dir dir;
     std::string path = dir.path("queue");
     end_t server, client;
     loop_t loop;
@@ -131,7 +131,7 @@ TEST_P(msgq_connection, freeing_everything_while_a_peer_comes_back_refuses_it)
 
 TEST(msgq, peers_that_share_a_path_are_told_apart_and_strangers_are_refused)
 {
-    temp_dir_t dir;
+    temp_dir dir;
     std::string path = dir.path("queue");
     loop_t loop;
     end_t five, six;
@@ -173,7 +173,7 @@ TEST(msgq, peers_that_share_a_path_are_told_apart_and_strangers_are_refused)
 
 TEST(msgq, wrong_use_of_init_is_fatal_or_refused)
 {
-    temp_dir_t dir;
+    temp_dir dir;
     std::string path = dir.path("queue");
     using change_t = void (*)(msgq_cfg_t & cfg, msgq_cbs_t & cbs);
     auto client_with = [&](change_t change) {
@@ -236,7 +236,7 @@ TEST(msgq, the_dump_tells_of_every_handle)
     EXPECT_EQ(text.rfind("\n   =============\n   DUMPING MSGQs", 0), 0u);
     EXPECT_EQ(text.find("SERVER"), std::string::npos);
 
-    temp_dir_t dir;
+    temp_dir dir;
     loop_t loop;
     end_t server, client, away;
     loop.server(server, LIBRARY, dir.path("queue"));

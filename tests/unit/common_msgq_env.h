@@ -6,6 +6,7 @@
 #include "common/event_handle.h"
 #include "common/msgq_internal.h"
 #include "common/timer.h"
+#include "tests/harness/temp_dir.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -18,13 +19,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 #include <vector>
-
-struct temp_dir_t {
-    temp_dir_t() { mkdtemp(name); }
-    ~temp_dir_t() { (void)system((std::string("rm -rf ") + name).c_str()); }
-    std::string path(const std::string &leaf) const { return std::string(name) + "/" + leaf; }
-    char name[32] = "/tmp/msgq-test-XXXXXX";
-};
 
 // The memory slots. A block that is freed twice, or anywhere but at its start, is reported.
 struct memory_t {

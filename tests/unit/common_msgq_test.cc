@@ -22,7 +22,7 @@ protected:
         ASSERT_TRUE(loop.run_until([&] { return server.ups == 1; }));
     }
 
-    temp_dir_t dir;
+    temp_dir dir;
     std::string path = dir.path("queue");
     end_t server, client;
     loop_t loop;
@@ -305,7 +305,7 @@ TEST(msgq, a_stream_that_breaks_the_framing_ends_the_process)
         { APPLICATION, app_header(6),              "msg_size > app_hdrlen"        },
         { APPLICATION,                   app_header(0),                 "msg_size > app_hdrlen"},
     };
-    temp_dir_t dir;
+    temp_dir dir;
     for (const row_t &row : rows) {
         auto code = [&] {
             loop_t loop;
@@ -322,7 +322,7 @@ TEST(msgq, a_stream_that_breaks_the_framing_ends_the_process)
 
 TEST(msgq, a_message_is_never_dropped_for_want_of_memory)
 {
-    temp_dir_t dir;
+    temp_dir dir;
     auto code = [&] {
         loop_t loop;
         end_t server;
@@ -338,7 +338,7 @@ TEST(msgq, a_message_is_never_dropped_for_want_of_memory)
 
 TEST(msgq, a_message_longer_than_its_buffer_or_not_made_by_alloc_is_fatal)
 {
-    temp_dir_t dir;
+    temp_dir dir;
     auto write_after = [&](void (*spoil)(char *msg), uint32_t size) {
         loop_t loop;
         end_t server;
