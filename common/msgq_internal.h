@@ -18,7 +18,6 @@
 #include "common/tip_handle.h"
 
 #include <cstdint>
-#include <string_view>
 #include <syslog.h>
 
 inline constexpr uint16_t MAGIC1 = 0xBEAF;
