@@ -30,7 +30,7 @@ check-asan:
 bench:
 	@$(MAKE) --no-print-directory PRESET=bench build
 	@for program in build/bench/bin/bench_*; do $$program $(BENCH_OPTIONS) || exit; done
-	@lab/device --build build/bench --kernel host -- build/bench/bin/commit_latency
+	@taskset -c 0 lab/device --build build/bench --kernel host -- $(CURDIR)/build/bench/bin/commit_latency
 
 ## make fuzz          run each fuzzer for FUZZ_SECONDS (60); needs `scripts/install-deps fuzz`
 fuzz:

@@ -1,8 +1,10 @@
 // Time of a commit of one leaf, from the operator's side to the daemon's handler and back, on a running device.
 //
 // Run inside a device (make bench does): it configures a VPN with 10, 1000 and 10000 list entries in turn, and commits
-// the VPN's name over and over. The daemon is served, but has nothing to do in the kernel for a name. Prints a row a
-// size and ends with status 1 when the time grows with the configuration beyond the limit or a step fails.
+// the VPN's name over and over. The daemon is served, but has nothing to do in the kernel for a name. The ladder is
+// climbed a few times and each size keeps its quietest turn, since a neighbour on the same machine costs more than any
+// size does. Prints a row a size (or one for each size given as an argument, ascending) and ends with status 1 when the
+// time grows with the configuration beyond the limit or a step fails.
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -17,9 +19,10 @@
 namespace {
 
 constexpr int VPN = 7;
-constexpr int COMMITS = 2000;
+constexpr int ROUNDS = 5;
+constexpr int COMMITS = 1000;
 constexpr int WARM_UP = 100;
-constexpr int sizes[] = { 10, 1000, 10000 };
+constexpr int default_sizes[] = { 10, 1000, 10000 };
 constexpr double GROWTH_LIMIT = 1.3;
 
 int sock;
@@ -93,10 +96,12 @@ double percentile(const std::vector<double> &sorted, double part)
 }
 
 struct figures_t {
-    double p50, p99;
+    double load_ms = 1e9;
+    double p50 = 1e9; // us
+    double p99 = 1e9;
 };
 
-figures_t measure()
+figures_t measure(double load_ms)
 {
     for (int i = 0; i < WARM_UP; i++)
         commit_name(i);
@@ -104,31 +109,49 @@ figures_t measure()
     for (int i = 0; i < COMMITS; i++)
         times.push_back(commit_name(WARM_UP + i));
     std::sort(times.begin(), times.end());
-    return { percentile(times, 0.50), percentile(times, 0.99) };
+    return { load_ms, percentile(times, 0.50), percentile(times, 0.99) };
 }
 
-} // namespace
-
-int main()
+// One climb: each size keeps the turn with the lowest median.
+void climb(const std::vector<int> &sizes, std::vector<figures_t> &best)
 {
-    start_session();
-    printf("| list entries | entries added in | one-leaf commit p50 | p99 |\n|---|---|---|---|\n");
-    double smallest = 0, largest = 0;
     int from = 0;
-    for (int size : sizes) {
-        double load_ms = configure(from, size);
-        figures_t figures = measure();
-        printf("| %d | %.1f ms | %.0f us | %.0f us |\n", size, load_ms, figures.p50, figures.p99);
-        fflush(stdout);
-        if (from == 0)
-            smallest = figures.p50;
-        largest = figures.p50;
-        from = size;
+    for (size_t i = 0; i < sizes.size(); i++) {
+        figures_t figures = measure(configure(from, sizes[i]));
+        if (figures.p50 < best[i].p50)
+            best[i] = figures;
+        from = sizes[i];
     }
     int th = start_transaction();
     check(maapi_delete(sock, th, "/vpn/vpn-instance{%d}", VPN), "delete the VPN");
     apply(th);
-    printf("\np50 at %d entries is %.2f times that at %d (limit %.1f)\n", sizes[2], largest / smallest, sizes[0],
+}
+
+// The sizes named on the command line, ascending, or the usual ones.
+std::vector<int> sizes_of(int argc, char **argv)
+{
+    std::vector<int> sizes(std::begin(default_sizes), std::end(default_sizes));
+    if (argc > 1)
+        sizes.clear();
+    for (int i = 1; i < argc; i++)
+        sizes.push_back(atoi(argv[i]));
+    return sizes;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const std::vector<int> sizes = sizes_of(argc, argv);
+    start_session();
+    std::vector<figures_t> best(sizes.size());
+    for (int round = 0; round < ROUNDS; round++)
+        climb(sizes, best);
+    printf("| list entries | entries added in | one-leaf commit p50 | p99 |\n|---|---|---|---|\n");
+    for (size_t i = 0; i < sizes.size(); i++)
+        printf("| %d | %.1f ms | %.0f us | %.0f us |\n", sizes[i], best[i].load_ms, best[i].p50, best[i].p99);
+    double growth = best.back().p50 / best.front().p50;
+    printf("\np50 at %d entries is %.2f times that at %d (limit %.1f)\n", sizes.back(), growth, sizes.front(),
            GROWTH_LIMIT);
-    return largest <= GROWTH_LIMIT * smallest ? 0 : 1;
+    return growth <= GROWTH_LIMIT ? 0 : 1;
 }

@@ -5,6 +5,7 @@
 #include "common/tip_handle.h"
 #include "common/tip_names.h"
 #include "common/tip_root.h"
+#include "common/vpn_id.h"
 
 #include <cstring>
 
@@ -24,7 +25,6 @@ constexpr unsigned MODEM_VENDOR = 0x1199;
 constexpr unsigned RADIO_VENDOR = 0x168C;
 constexpr unsigned RADIO_DEVICE = 0x3C;
 
-constexpr uint64_t MANAGEMENT_VPN = 512;
 constexpr uint32_t MANAGEMENT_TUNNEL_IF_TYPE = 29;
 
 struct number_row_t {
@@ -164,7 +164,7 @@ int vpn_is_mgmt_tun_if(uint32_t personality, uint64_t vpn_id, uint32_t if_type)
 {
     bool is_controller =
         personality == PERSONALITY_QUORVIX || personality == PERSONALITY_LODEST || personality == PERSONALITY_PENDRY;
-    if (!is_controller && vpn_id != MANAGEMENT_VPN)
+    if (!is_controller && vpn_id != VPN_ID_MANAGEMENT)
         return 1;
     return if_type == MANAGEMENT_TUNNEL_IF_TYPE ? 1 : 0;
 }

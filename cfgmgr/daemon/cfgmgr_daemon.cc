@@ -17,6 +17,7 @@
 #include <cstring>
 #include <event2/util.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -257,8 +258,8 @@ void cfgmgr_deinit_resources(cfgmgrd_t *cfgmgrd_p)
     msgq_free_all();
     release_timers(cfgmgrd_p);
     // The events of SIGUSR1 and of the tick are left to the end of the process.
-    if (cfgmgrd_p->event_base != nullptr)
-        event_base_free(cfgmgrd_p->event_base);
-    cfgmgrd_p->event_base = nullptr;
+    // Taken out of the record first: a stop signal may look at it at any time.
+    if (event_base *base = std::exchange(cfgmgrd_p->event_base, nullptr))
+        event_base_free(base);
     closelog();
 }

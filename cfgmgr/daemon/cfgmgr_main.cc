@@ -1,4 +1,4 @@
-// The entry of the process. Every step is prescribed in its place: a second instance is refused before anything else,
+// The entry of the process. Every step has its place, and later ones rely on it: a second instance is refused before anything else,
 // the daemon's own resources are made before it leaves the terminal, and nothing talks to the agent before the system
 // manager is there.
 
@@ -84,7 +84,8 @@ int main(int argc, char **argv)
     } else if (start(cfgmgrd_p, argc, argv)) {
         if (cfgmgr_events_level > 0)
             tip_log("Waiting for events");
-        event_base_dispatch(cfgmgrd_p->event_base);
+        if (!cfgmgr_is_terminating()) // a stop that came before the loop would be forgotten by it
+            event_base_dispatch(cfgmgrd_p->event_base);
     }
     cfgmgr_terminate(cfgmgrd_p); // the record itself is left to the end of the process, with the events it still holds
     return 0;

@@ -17,7 +17,7 @@ void handle_stop(int)
 {
     term_flag = 1;
     cfgmgrd_t *cfgmgrd_p = cfgmgr_context();
-    if (cfgmgrd_p != nullptr)
+    if (cfgmgrd_p != nullptr && cfgmgrd_p->event_base != nullptr)
         event_base_loopbreak(cfgmgrd_p->event_base);
 }
 
@@ -55,7 +55,7 @@ int cfgmgr_init_abort_signals()
         if (handler == nullptr)
             continue;
         tip_log("Registering %p for signal %d\n", reinterpret_cast<void *>(handler), number);
-        struct sigaction action{};
+        struct sigaction action = {};
         action.sa_handler = handler;
         sigemptyset(&action.sa_mask);
         if (sigaction(number, &action, nullptr) != 0)

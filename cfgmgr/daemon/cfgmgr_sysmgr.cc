@@ -18,7 +18,6 @@ struct app_sysmgr_t {
     uint32_t pid;
     void *user_arg;
     app_sysmgr_rx_t rx_cb; // may be null
-    void *rx_arg;
 };
 
 namespace {
@@ -91,7 +90,7 @@ void receive(msgq_t *msgq_p, void *memory, uint16_t length, void *arg)
 } // namespace
 
 app_sysmgr_t *app_sysmgr_connect(event_base *base, timer_mgr_t *timer_mgr, app_sysmgr_rx_t rx_cb, uint32_t module_id,
-                                 void *user_arg, void *rx_arg)
+                                 void *user_arg, void *)
 {
     msgq_cfg_t cfg{};
     cfg.event_base = base;
@@ -106,7 +105,6 @@ app_sysmgr_t *app_sysmgr_connect(event_base *base, timer_mgr_t *timer_mgr, app_s
     client->pid = static_cast<uint32_t>(getpid());
     client->user_arg = user_arg;
     client->rx_cb = rx_cb;
-    client->rx_arg = rx_arg;
     client->hello_timer = timer_util_create(timer_mgr, TIMER_PRIO_HIGH, TIMER_CYCLIC, HELLO_MS, hello_timer_cb, client,
                                             nullptr, nullptr, nullptr, "sysmgr-hello");
     if (client->hello_timer != nullptr)

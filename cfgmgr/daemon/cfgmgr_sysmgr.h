@@ -14,7 +14,7 @@ struct app_sysmgr_t;
 // the record has, live for the call.
 using app_sysmgr_rx_t = void (*)(void *user_arg, const sysmgr_msg_t *msg, uint16_t length);
 
-// Starts to connect as module_id. rx_cb may be null and gets user_arg; rx_arg is kept for it. Null, logged, on failure.
+// Starts to connect as module_id. rx_cb may be null and gets user_arg; rx_arg is not used. Null, logged, on failure.
 [[nodiscard]] app_sysmgr_t *app_sysmgr_connect(event_base *base, timer_mgr_t *timer_mgr, app_sysmgr_rx_t rx_cb,
                                                uint32_t module_id, void *user_arg, void *rx_arg);
 void app_sysmgr_free(app_sysmgr_t *client);

@@ -2,7 +2,7 @@
 
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 
-#include "cfgmgr/network/cfgmgr_vpn_id.h"
+#include "common/vpn_id.h"
 #include "common/bitmap.h"
 #include "common/tip_assert.h"
 #include "common/tip_log.h"

@@ -2,7 +2,7 @@
 
 #include "cfgmgr/network/cfgmgr_label.h"
 
-#include "cfgmgr/network/cfgmgr_vpn_id.h"
+#include "common/vpn_id.h"
 #include "common/bitmap.h"
 
 uint32_t cfgmgr_label_alloc(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)

@@ -6,7 +6,7 @@
 
 #include "cfgmgr/daemon/cfgmgr_context.h"
 #include "cfgmgr/network/cfgmgr_label.h"
-#include "cfgmgr/network/cfgmgr_vpn_id.h"
+#include "common/vpn_id.h"
 #include "common/ip_util.h"
 
 inline constexpr uint32_t VPN_MAX = 80; // VRF indexes; the management and internal VPN count too

@@ -1,6 +1,6 @@
 // The reserved VPN numbers.
-#ifndef CFGMGR_NETWORK_CFGMGR_VPN_ID_H
-#define CFGMGR_NETWORK_CFGMGR_VPN_ID_H
+#ifndef COMMON_VPN_ID_H
+#define COMMON_VPN_ID_H
 
 #include <cstdint>
 
