@@ -171,6 +171,16 @@ void forget_reader(sysmgrd_t *sysmgrd, const process_t &process)
     memory_save(sysmgrd->memory);
 }
 
+// A cfgmgr that was let go counts its first read as done, even where the agent died under it, and does not set its bit a
+// second time: from then on the memory stands for it.
+void remember_reader(sysmgrd_t *sysmgrd)
+{
+    if (sysmgrd->agent.step != AGENT_WATCH)
+        return;
+    sysmgrd->memory.read_bits |= AGENT_BIT_CFGMGR;
+    memory_save(sysmgrd->memory);
+}
+
 void stop_step(sysmgrd_t *sysmgrd);
 
 void process_ended_cb(evutil_socket_t, short, void *arg)
@@ -181,6 +191,7 @@ void process_ended_cb(evutil_socket_t, short, void *arg)
     int64_t lived_ms = monotonic_ms() - process->started_ms;
     process->last_end = process_end_text(process_collect(&process->watch));
     pid_files_remove(*process);
+    remember_reader(sysmgrd);
     agent_side_cancel(sysmgrd); // it needs both
     forget_reader(sysmgrd, *process);
     sysmgrd_changed(sysmgrd);
