@@ -4,8 +4,9 @@
     boot_steps.py [--kernel KIND] [--build DIR] [--keep DIR] FILE|FOLDER...
 
 A folder stands for the *.steps below it. A file asks for its device by a first line "# boot: OPTIONS", options of
-lab/device such as --personality tarn or --kernel uml; without one it gets the usual device. The last line printed is the
-sum of the counts. How a step file reads is told in steps.py.
+lab/device such as --personality tarn or --kernel uml; without one it gets the usual device. A file that leaves the device
+other than it was, such as with services that have died often, asks for one that no other file gets: "# boot alone:
+OPTIONS". The last line printed is the sum of the counts. How a step file reads is told in steps.py.
 """
 
 import argparse
@@ -25,16 +26,17 @@ def files_find(names):
         yield from sorted(name.rglob("*.steps")) if name.is_dir() else [name]
 
 
-def boot_options(path):
+def boot_wish(path):
+    """The options of the file's device, and the path itself when it is to be alone in it."""
     with open(path, encoding="utf-8") as file:
-        match = re.match(r"# boot: (.+)", file.readline())
-    return tuple(shlex.split(match.group(1))) if match else ()
+        match = re.match(r"# boot( alone)?:(.*)", file.readline())
+    return (tuple(shlex.split(match.group(2))), path if match.group(1) else None) if match else ((), None)
 
 
 def groups_make(paths):
     groups = {}
     for path in paths:
-        groups.setdefault(boot_options(path), []).append(str(path.resolve()))
+        groups.setdefault(boot_wish(path), []).append(str(path.resolve()))
     return groups
 
 
@@ -70,7 +72,7 @@ def main():
     parser.add_argument("names", nargs="+", metavar="FILE")
     arguments = parser.parse_args()
     sums = [0, 0, 0]
-    for number, (options, paths) in enumerate(groups_make(files_find(arguments.names)).items()):
+    for number, ((options, _), paths) in enumerate(groups_make(files_find(arguments.names)).items()):
         sums = [total + count for total, count in zip(sums, group_run(number, options, paths, arguments))]
     print(f"{sums[0]} passed, {sums[1]} failed" + (f", {sums[2]} skipped" if sums[2] else ""))
     return 1 if sums[1] else 0

@@ -18,9 +18,11 @@ A line that is not indented is a step; indented lines below it are its body. "#"
     log: TEXT                  a line since the change holds TEXT
     no log: TEXT               none does
     $ COMMAND                  run by a shell; the body is its output; COMMAND => STATUS, 0 if left out
+    ! COMMAND                  a change that is no configuration, such as a kill: run once by a shell, must succeed
 
-In expected lines "*" stands for any text and a line "..." for any lines. A change that no "refused:" follows must
-succeed. Counts of "since" start anew with each change.
+Expectations are tried again until they hold or the time is over, changes are made once. The shell knows the words of
+device.bash. In expected lines "*" stands for any text and a line "..." for any lines. A change that no "refused:"
+follows must succeed. What is told as since the change starts anew with each.
 """
 
 import json
@@ -36,6 +38,7 @@ RECORD_FILE = "/run/lab/record"
 LOG_FILE = "/var/log/device.log"
 CLI_LIMIT_S = 120
 SHELL_LIMIT_S = 120
+SHELL_WORDS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "device.bash")
 POLL_S = 0.05
 STATUS_PATTERN = re.compile(r"^(.*?)\s+=> (\d+)$")
 
@@ -80,6 +83,7 @@ FORMS = (
     ("log", r"log: ?(.+)"),
     ("no log", r"no log: ?(.+)"),
     ("shell", r"\$ (.+)"),
+    ("deed", r"! (.+)"),
 )
 WITH_BODY = ("run", "file", "shell")
 
@@ -246,7 +250,7 @@ class Device:
     def _run(argv, limit):
         try:
             done = subprocess.run(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                  timeout=limit, check=False)
+                                  timeout=limit, check=False, env=os.environ | {"BASH_ENV": SHELL_WORDS})
         except subprocess.TimeoutExpired:
             raise Failed(f"{' '.join(argv)}: not done after {limit} s") from None
         return done.returncode, done.stdout.decode(errors="replace")
@@ -344,6 +348,13 @@ def change_make(device, step, following):
         raise Failed(f"refused, but not with {refusal!r}:\n{indented(said.splitlines())}")
 
 
+def deed_do(device, step):
+    device.mark()
+    status, output = device.shell(step.text)
+    if status != 0:
+        raise Failed(f"! {step.text}\n      status {status}; output:\n{indented(output.splitlines())}")
+
+
 def case_run(device, case):
     """None when all steps held, else the text of what did not, after its line."""
     limit_s = 5
@@ -354,6 +365,8 @@ def case_run(device, case):
                 limit_s = int(step.text)
             elif step.word == "change":
                 change_make(device, step, case.steps[index + 1] if index + 1 < len(case.steps) else None)
+            elif step.word == "deed":
+                deed_do(device, step)
             elif step.word != "refused":
                 expect_within(device, step, limit_s)
         except Failed as failure:

@@ -64,6 +64,7 @@ ROWS = (
     ("$ true\n", {}, {"shell": (0, "unexpected")}),
     ("$ false => 1\n", {"shell": (1, "")}, {}),
     ("$ ip\n    5*\n", {"shell": (0, "5 (id: 0)\n")}, {"shell": (0, "6\n")}),
+    ("! kill 1\n", {"shell": (0, "words")}, {"shell": (1, "")}),
     ("> set a\n", {}, {"cli": (1, "no such node")}),
     ("> set a\nrefused: no such\n", {"cli": (1, "no such node")}, {}),
     ("> set a\nrefused: other\n", {"cli": (1, "an other text")}, {"cli": (1, "no such node")}),
