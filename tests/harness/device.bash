@@ -1,5 +1,5 @@
 # Words for the shell lines of step files: the device's own processes, what it is in, the store.
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034
 
 unset BASH_ENV # for this shell only, not for the scripts that it runs
 
