@@ -235,9 +235,14 @@ bool journal_snapshot(journal_t &journal, std::string_view json, ds_error_t &err
     if (snapshot.fd < 0)
         return false;
     if (fsync(journal.dir_fd) != 0 ||
-        renameat(journal.dir_fd, temporary.c_str(), journal.dir_fd, snapshot_name(next).c_str()) != 0 ||
-        fsync(journal.dir_fd) != 0)
+        renameat(journal.dir_fd, temporary.c_str(), journal.dir_fd, snapshot_name(next).c_str()) != 0)
         return fail_file(journal, snapshot_name(next), "cannot be put in place", error);
+    if (fsync(journal.dir_fd) != 0) {
+        // A restart may find either generation: what went into the journal of one would be missed in the other.
+        (void)fail_file(journal, snapshot_name(next), "is not known to be in place", error); // the result is ours
+        journal.failure = error.text;
+        return false;
+    }
     if (journal.fd >= 0)
         close(journal.fd);
     journal.fd = file.release();
