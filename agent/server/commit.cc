@@ -162,14 +162,6 @@ static void end_prepare(server_t &server, job_t &job)
 
 // ---- a commit
 
-static session_identity_t committer_of(server_t &server, const job_t &job)
-{
-    const connection_t *conn = server_find(server, job.reply_to.connection);
-    if (job.kind == JOB_COMMIT && conn)
-        return conn->maapi.who;
-    return { 0, "system", "system", "127.0.0.1" };
-}
-
 static void persist(server_t &server, job_t &job)
 {
     if (job.trans) {
@@ -187,7 +179,7 @@ static void persist(server_t &server, job_t &job)
 static void end_delivery(server_t &server, job_t &job)
 {
     if (job.kind == JOB_COMMIT && !job.changes->is_empty())
-        notif_send_commit(server, committer_of(server, job));
+        notif_send_commit(server, job.committer);
     finish(server, job);
 }
 
@@ -208,6 +200,7 @@ static void begin_commit(server_t &server, job_t &job)
     if (!conn || found == conn->maapi.transactions.end())
         return finish(server, job);
     job.trans = std::move(found->second.trans);
+    job.committer = conn->maapi.who;
     if (judge(server, job))
         prepare(server, job);
 }

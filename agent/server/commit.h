@@ -10,6 +10,7 @@
 #include "agent/server/delivery.h"
 #include "agent/server/dispatch.h"
 #include "agent/server/handle.h"
+#include "agent/server/notif.h"
 
 #include <cstdint>
 #include <deque>
@@ -39,6 +40,7 @@ struct job_t {
     request_ref_t reply_to;      // empty: nobody waits
     uint32_t th = 0;             // JOB_COMMIT
     bool keep_open = false;      // JOB_COMMIT
+    session_identity_t committer; // JOB_COMMIT: kept, as its session may end before its commit
     trans_ptr trans;             // being committed; given back to its session or gone with it
     bool is_operational = false; // JOB_TRIGGER
     std::vector<int32_t> points; // JOB_TRIGGER: asked for

@@ -266,13 +266,18 @@ TEST(agentd_delivery, a_subscriber_that_stalls_is_disconnected_and_the_commit_go
               CONFD_OK);
 }
 
-TEST(agentd_delivery, a_committer_that_dies_leaves_its_commit_to_finish)
+TEST(agentd_delivery, a_committer_that_dies_leaves_its_commit_to_finish_under_its_name)
 {
     agentd_process agent;
     subscription_client client(agent);
     client.subscribe(1, "/net/banner");
     client.done();
-    user_client user(agent);
+    client_socket events;
+    sockaddr_in addr = agent.address();
+    ASSERT_EQ(confd_notifications_connect2(events.fd(), reinterpret_cast<sockaddr *>(&addr), sizeof addr,
+                                           CONFD_NOTIF_COMMIT_SIMPLE, nullptr),
+              CONFD_OK);
+    user_client user(agent, "ann");
     ASSERT_GT(user.begin(), 0);
     apply_edit(user, { "/net/banner", "x" });
     auto committing = std::async(std::launch::async, [&] { return user.apply(); });
@@ -282,6 +287,11 @@ TEST(agentd_delivery, a_committer_that_dies_leaves_its_commit_to_finish)
     user.end();
     EXPECT_EQ(client.sync(), CONFD_OK);
     EXPECT_EQ(read_leaf(agent, "/net/banner"), "x");
+    ASSERT_TRUE(events.is_readable(10000));
+    confd_notification event{};
+    ASSERT_EQ(confd_read_notification(events.fd(), &event), CONFD_OK);
+    EXPECT_STREQ(event.n.commit.uinfo.username, "ann");
+    confd_free_notification(&event);
     auto next = commit_beside(agent, {
                                          {"/net/banner", "y"}
     });
