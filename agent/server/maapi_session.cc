@@ -26,6 +26,12 @@ static answer_t no_session()
     return refused(CONFD_ERR_NOSESSION, "start a user session on this connection first");
 }
 
+static answer_t not_yet_open(const server_t &server)
+{
+    return refused(CONFD_ERR_BADSTATE, "the agent is in phase " + std::to_string(server.phase) +
+                                           "; configuration is written from phase 2 on (agent_cmd start-phase2)");
+}
+
 static answer_t start_session(call_t &call)
 {
     session_identity_t who;
@@ -68,8 +74,7 @@ static answer_t check_start(const call_t &call, uint8_t db, bool writable)
     if (writable && db == WIRE_DB_OPERATIONAL)
         return refused(CONFD_ERR_NOT_WRITABLE, "operational data is not written by transactions");
     if (writable && call.server.phase < 2)
-        return refused(CONFD_ERR_BADSTATE, "the agent is in phase " + std::to_string(call.server.phase) +
-                                               "; configuration is written from phase 2 on (agent_cmd start-phase2)");
+        return not_yet_open(call.server);
     if (call.conn.maapi.transactions.size() >= MAX_TRANSACTIONS)
         return refused(CONFD_ERR_TOOMANYTRANS,
                        "a session has at most " + std::to_string(MAX_TRANSACTIONS) + " transactions; finish one first");
@@ -399,6 +404,8 @@ static answer_t check_lock(const call_t &call, uint8_t db)
         return no_session();
     if (db != WIRE_DB_RUNNING)
         return refused(CONFD_ERR_NOEXISTS, "datastore " + std::to_string(db) + " has no lock; running has one");
+    if (call.server.phase < 2) // a lock would keep the init transaction from being committed
+        return not_yet_open(call.server);
     return {};
 }
 

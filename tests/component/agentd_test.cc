@@ -35,6 +35,8 @@ TEST(agentd_phases, user_sessions_write_from_phase_2_on_and_read_before)
     EXPECT_EQ(user.begin(), CONFD_ERR);
     EXPECT_EQ(confd_errno, CONFD_ERR_BADSTATE);
     EXPECT_TRUE(mentions(confd_lasterr(), "phase 1")) << confd_lasterr();
+    EXPECT_EQ(maapi_lock(user.fd(), CONFD_RUNNING), CONFD_ERR) << "it would keep the agent from phase 2";
+    EXPECT_EQ(confd_errno, CONFD_ERR_BADSTATE);
     EXPECT_GT(maapi_start_trans(user.fd(), CONFD_RUNNING, CONFD_READ), 0) << confd_lasterr();
     EXPECT_EQ(agent.command({ "start-phase2" }), 0);
     EXPECT_GT(user.begin(), 0) << confd_lasterr();
