@@ -39,6 +39,13 @@ static void show_running(datastore_t &store)
     log_redo(store.last_commit);
 }
 
+// Has somebody else done meanwhile what the wish was for?
+static bool is_done_already(const wish_t &wish, const ds_error_t &error)
+{
+    return (wish.kind == WISH_CREATE && error.code == CONFD_ERR_ALREADY_EXISTS) ||
+           (wish.kind == WISH_DELETE && error.code == CONFD_ERR_NOEXISTS);
+}
+
 // Makes the wishes again, on a running that has moved.
 static void rebase(datastore_t &store, trans_t &trans)
 {
@@ -47,7 +54,7 @@ static void rebase(datastore_t &store, trans_t &trans)
     for (wish_t &wish : trans.wishes) {
         edit_ground_t before = wish.ground;
         ds_error_t error;
-        if (wish_apply(trans.log, wish, error) && wish.ground.made <= before.made)
+        if (wish_apply(trans.log, wish, error) ? wish.ground.made <= before.made : is_done_already(wish, error))
             continue;
         log_rollback(trans.log, 0);
         wish.ground = before;

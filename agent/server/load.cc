@@ -2,6 +2,7 @@
 #include "agent/server/datastore.h"
 #include "agent/server/store.h"
 
+#include <algorithm>
 #include <cstring>
 
 struct document_t {
@@ -48,6 +49,17 @@ static std::string_view inside_envelope(std::string_view text)
     return close == std::string_view::npos || close < end ? text : text.substr(end + 1, close - end - 1);
 }
 
+// The lines above it are kept, empty, so that errors name lines of the document.
+static std::string envelope_content(std::string_view text)
+{
+    std::string_view inside = inside_envelope(text);
+    if (inside.empty())
+        return {};
+    std::string_view above = text.substr(0, static_cast<size_t>(inside.data() - text.data()));
+    std::string content(static_cast<size_t>(std::ranges::count(above, '\n')), '\n');
+    return content.append(inside);
+}
+
 // ---- edits
 
 static bool load_siblings(trans_t &trans, const lyd_node *first, ds_error_t &error);
@@ -63,9 +75,13 @@ static bool load_node(trans_t &trans, const lyd_node *node, ds_error_t &error)
     const schema_info_t *info = node->schema ? schema_info(node->schema) : nullptr;
     if (!info)
         return ds_fail(error, CONFD_ERR_BADPATH, "the document has a node that the data model does not know");
+    path_t path = tree_path(node);
+    if (node->meta) // an operation that is passed over would merge what it was to delete
+        return ds_fail(error, CONFD_ERR_BADTYPE,
+                       path_text(path) + ": attribute " + node->meta->name +
+                           ": documents are merged, without attributes; delete or order with commands");
     if (info->is(WIRE_NODE_KEY))
         return true;
-    path_t path = tree_path(node);
     if (info->is(WIRE_NODE_LEAF))
         return trans_set_text(trans, path, lyd_get_value(node), error);
     bool is_made = info->is(WIRE_NODE_LIST | WIRE_NODE_PRESENCE | WIRE_NODE_LEAF_LIST);
@@ -100,7 +116,7 @@ bool trans_load(trans_t &trans, doc_format_t format, const std::string &document
     if (strlen(document.c_str()) != document.size())
         return ds_fail(error, CONFD_ERR_BADTYPE, "the document is refused: it holds a NUL");
     const ly_ctx *ctx = trans.store->schema->ctx.get();
-    std::string text(format == DOC_XML ? inside_envelope(document) : std::string_view(document));
+    std::string text = format == DOC_XML ? envelope_content(document) : document;
     document_t parsed;
     if (lyd_parse_data_mem(ctx, text.c_str(), format == DOC_JSON ? LYD_JSON : LYD_XML,
                            LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &parsed.first) != LY_SUCCESS)

@@ -192,6 +192,22 @@ TEST(agent_trans, a_transaction_goes_on_over_somebody_elses_commit_or_tells_of_t
     EXPECT_EQ(text_at(store, {}, V5 + "/name"), "x");
 }
 
+TEST(agent_trans, what_somebody_else_has_done_meanwhile_is_no_conflict)
+{
+    datastore_ptr store = open_store();
+    commit(store, { "create " + IF, "set " + V5 + "/name old" });
+    trans_ptr trans = trans_begin(*store, true, 1);
+    EXPECT_EQ(edit(*trans, "create /vpn/vpn-instance{6}"), 0);
+    EXPECT_EQ(edit(*trans, "set /vpn/vpn-instance{6}/name mine"), 0);
+    EXPECT_EQ(edit(*trans, "delete " + IF), 0);
+    EXPECT_EQ(edit(*trans, "delete " + V5 + "/name"), 0);
+    commit(store, { "set /vpn/vpn-instance{6}/name theirs", "delete " + V5 });
+    ds_error_t error;
+    ASSERT_TRUE(apply(*trans, error)) << error.text;
+    EXPECT_EQ(text_at(store, {}, "/vpn/vpn-instance{6}/name"), "mine");
+    EXPECT_FALSE(read_exists(*store, {}, parse(store, V5)));
+}
+
 TEST(agent_trans, edits_behind_a_prepare_need_another_one)
 {
     datastore_ptr store = open_store();
@@ -285,6 +301,25 @@ TEST(agent_reads, a_document_is_loaded_as_a_whole_or_not_at_all)
         EXPECT_FALSE(error.text.empty());
         EXPECT_FALSE(trans_is_dirty(*trans));
         EXPECT_FALSE(read_exists(*store, { VIEW_TRANS, trans.get() }, parse(store, "/vpn/vpn-instance{3}")));
+    }
+}
+
+TEST(agent_reads, a_document_is_refused_with_the_place_of_the_fault)
+{
+    const std::string in_lines = "<?xml version=\"1.0\"?>\n<!-- three\nlines -->\n<config>\n<vpn xmlns=\"urn:test:net\">";
+    const std::pair<std::string, std::string> documents[] = {
+        { in_lines + "<nothing/></vpn></config>", "line number 5" },
+        { "<vpn xmlns=\"urn:test:net\"><vpn-instance xmlns:y=\"urn:ietf:params:xml:ns:yang:1\" y:operation=\"delete\">"
+          "<id>5</id></vpn-instance></vpn>",
+          V5 + ": attribute operation" },
+    };
+    datastore_ptr store = open_store();
+    for (const auto &[document, place] : documents) {
+        trans_ptr trans = trans_begin(*store, true, 1);
+        ds_error_t error;
+        EXPECT_FALSE(trans_load(*trans, DOC_XML, document, error)) << document;
+        EXPECT_NE(error.text.find(place), std::string::npos) << error.text;
+        EXPECT_FALSE(trans_is_dirty(*trans));
     }
 }
 
