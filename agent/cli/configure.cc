@@ -217,7 +217,7 @@ bool run_exit(shell_t &shell, words_view, cli_error_t &error)
     if (!shell_count_changes(shell, count, error))
         return false;
     if (count != 0)
-        return cli_fail(error, std::to_string(count) + " changes are not committed; 'commit' or 'revert' first");
+        return cli_fail(error, shell_changes_are(count) + " not committed; 'commit' or 'revert' first");
     session_end(shell.session);
     shell.mode = MODE_OPERATIONAL;
     shell.place = {};

@@ -160,8 +160,8 @@ bool settle_changes(shell_t &shell, bool with_commit, cli_error_t &error)
         return true;
     if (with_commit)
         return shell_run_line(shell, "commit", error);
-    return cli_fail(error, "ends without 'commit': " + std::to_string(count) +
-                               " changes are not in force (--commit commits them)");
+    return cli_fail(error,
+                    "ends without 'commit': " + shell_changes_are(count) + " not in force (--commit commits them)");
 }
 
 bool run_batch(shell_t &shell, const options_t &options, cli_error_t &error)

@@ -83,6 +83,11 @@ bool shell_count_changes(shell_t &shell, size_t &count, cli_error_t &error)
     return true;
 }
 
+std::string shell_changes_are(size_t count)
+{
+    return count == 1 ? "1 change is" : std::to_string(count) + " changes are";
+}
+
 bool shell_run_file(shell_t &shell, const std::string &name, cli_error_t &error)
 {
     static constexpr unsigned MOST_FILES = 8;
@@ -112,8 +117,11 @@ bool shell_run_lines(shell_t &shell, FILE *input, const std::string &name, cli_e
     while (ok && !shell.wants_exit && getline(&line, &room, input) >= 0) {
         number++;
         ok = shell_run_line(shell, line, error);
+        fflush(shell.out); // who feeds the lines through a pipe may wait for what each has said
     }
     free(line);
+    if (ok && ferror(input))
+        return cli_fail(error, name + ": " + strerror(errno));
     if (!ok)
         error.text = shell_place_error(name, number, error);
     error.column = CLI_NO_COLUMN;

@@ -66,6 +66,8 @@ void shell_watch_progress(shell_t &shell);
 [[nodiscard]] bool shell_configure(shell_t &shell, cli_error_t &error);
 // True with the count of changes that were not committed; 0 in operational mode.
 [[nodiscard]] bool shell_count_changes(shell_t &shell, size_t &count, cli_error_t &error);
+// "1 change is" or "2 changes are", to begin a sentence.
+[[nodiscard]] std::string shell_changes_are(size_t count);
 
 // Runs a file: a configuration document when its name ends in .xml, else lines of commands. Both in configuration mode.
 // On failure the text begins with the file's name, line and column.

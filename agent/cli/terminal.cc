@@ -33,7 +33,8 @@ struct terminal_t {
     std::string user;
     std::string host;
     std::string prompt;
-    bool is_lost = false;
+    bool is_lost = false;   // the agent
+    bool has_ended = false; // the terminal
 };
 
 terminal_t &terminal_of(EditLine *editor)
@@ -96,8 +97,10 @@ int read_key(EditLine *editor, wchar_t *key) noexcept
     mbstate_t state{};
     for (size_t bytes = 0; bytes < MB_LEN_MAX; bytes++) {
         char byte;
-        if (!wait_for_key(terminal, editor) || read(STDIN_FILENO, &byte, 1) != 1)
+        if (!wait_for_key(terminal, editor) || read(STDIN_FILENO, &byte, 1) != 1) {
+            terminal.has_ended = true;
             return 0;
+        }
         size_t used = mbrtowc(key, &byte, 1, &state);
         if (used != static_cast<size_t>(-2))
             return used == static_cast<size_t>(-1) ? -1 : 1;
@@ -195,6 +198,9 @@ bool open_editor(terminal_t &terminal)
     el_wset(editor, EL_ADDFN, L"cli-help", L"what may stand here", on_question);
     el_set(editor, EL_BIND, "^I", "cli-complete", nullptr);
     el_set(editor, EL_BIND, "?", "cli-help", nullptr);
+    // ^C gives up the line being typed, not the session with its changes; during a command it ends the program.
+    el_set(editor, EL_SETTY, "-d", "-isig", nullptr);
+    el_set(editor, EL_BIND, "^C", "em-kill-line", nullptr);
     return true;
 }
 
@@ -233,8 +239,12 @@ int terminal_run(shell_t &shell, const std::string &user)
         update_prompt(terminal);
         int size = 0;
         const char *line = el_gets(terminal.editor.get(), &size);
-        if (!line || size <= 0)
+        if (terminal.has_ended)
             break;
+        if (!line || size <= 0) { // ^D on an empty line
+            fputs("\n", shell.out);
+            line = "exit";
+        }
         run_line(terminal, line);
     }
     return terminal.is_lost ? 2 : 0;

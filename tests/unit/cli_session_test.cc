@@ -321,8 +321,15 @@ TEST(cli_shell, files_that_load_each_other_come_to_an_end)
     fclose(file);
     EXPECT_FALSE(shell_run_file(f.shell, folder.file(), f.error));
     EXPECT_NE(f.error.text.find("8 files are open already"), std::string::npos) << f.error.text;
-    EXPECT_FALSE(shell_run_file(f.shell, "/nonexistent/x.cfg", f.error));
-    EXPECT_NE(f.error.text.find("No such file"), std::string::npos) << f.error.text;
+}
+
+TEST(cli_shell, a_file_that_cannot_be_read_is_refused_with_its_name)
+{
+    shell_fixture_t f;
+    for (const auto &[name, why] : { std::pair("/nonexistent/x.cfg", "No such file"), { "/", "Is a directory" } }) {
+        EXPECT_FALSE(shell_run_file(f.shell, name, f.error)) << name;
+        EXPECT_EQ(f.error.text.find(std::string(name) + ": " + why), 0u) << f.error.text;
+    }
 }
 
 TEST(cli_shell, the_place_in_the_tree_moves_by_whole_entries)
