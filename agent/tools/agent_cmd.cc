@@ -144,13 +144,13 @@ static bool say_hello(const link_t &link)
 // the agent's own printer; whatever else it may be, only its characters are copied.
 static void print_outline(std::string_view json)
 {
-    int depth = 0;
+    std::string open; // brackets around the place
     bool in_text = false, at_start = true;
     auto begin_line = [&](const char *mark) {
         if (!at_start)
             putchar('\n');
         at_start = false;
-        printf("%*s%s", depth > 1 ? 2 * (depth - 1) : 0, "", mark);
+        printf("%*s%s", open.size() > 1 ? 2 * static_cast<int>(open.size() - 1) : 0, "", mark);
     };
     for (size_t i = 0; i < json.size(); i++) {
         char c = json[i];
@@ -161,7 +161,7 @@ static void print_outline(std::string_view json)
             bool begins_member = !in_text && (before == '{' || before == ',' || before == '[');
             in_text = !in_text;
             if (begins_member)
-                begin_line(before == '[' ? "- " : "");
+                begin_line(open.ends_with('[') ? "- " : "");
         } else if (in_text) {
             putchar(c);
         } else if (c == ':') {
@@ -169,9 +169,10 @@ static void print_outline(std::string_view json)
         } else if (c == '{' || c == '[') {
             if (before == '[' || (before == ',' && c == '{'))
                 begin_line("-");
-            depth++;
+            open += c;
         } else if (c == '}' || c == ']') {
-            depth--;
+            if (!open.empty())
+                open.pop_back();
         } else if (c != ',') {
             putchar(c);
         }
@@ -295,10 +296,10 @@ static int run(const command_t &command, words_t words, uint16_t port)
     return in.ok ? EXIT_DONE : EXIT_REFUSED;
 }
 
-// Takes "--port N" from the front of the words. False when N is no port.
+// Takes "--port N" or "-p N" from the front of the words. False when N is no port.
 static bool take_port(words_t *words, uint16_t *port)
 {
-    if (words->empty() || strcmp((*words)[0], "--port") != 0)
+    if (words->empty() || (strcmp((*words)[0], "--port") != 0 && strcmp((*words)[0], "-p") != 0))
         return true;
     if (words->size() < 2)
         return false;
@@ -312,7 +313,12 @@ int main(int argc, char **argv)
 {
     words_t words(argv + 1, static_cast<size_t>(argc > 0 ? argc - 1 : 0));
     uint16_t port = WIRE_PORT;
-    if (!take_port(&words, &port) || words.empty()) {
+    bool is_good = take_port(&words, &port) && !words.empty();
+    if (is_good && (strcmp(words[0], "--help") == 0 || strcmp(words[0], "-h") == 0)) {
+        fputs(usage_text, stdout);
+        return EXIT_DONE;
+    }
+    if (!is_good) {
         fputs(usage_text, stderr);
         return EXIT_USAGE;
     }
