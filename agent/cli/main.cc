@@ -44,14 +44,10 @@ enum {
 };
 
 constexpr option LONG_OPTIONS[] = {
-    {"command",  required_argument, nullptr, 'c'          },
-    { "commit",  no_argument,       nullptr, OPTION_COMMIT},
-    { "address", required_argument, nullptr, 'a'          },
-    { "port",    required_argument, nullptr, 'p'          },
-    { "user",    required_argument, nullptr, 'u'          },
-    { "yang",    required_argument, nullptr, OPTION_YANG  },
-    { "help",    no_argument,       nullptr, 'h'          },
-    { nullptr,   0,                 nullptr, 0            },
+    { "command", required_argument, nullptr, 'c' }, { "commit", no_argument, nullptr, OPTION_COMMIT },
+    { "address", required_argument, nullptr, 'a' }, { "port", required_argument, nullptr, 'p' },
+    { "user", required_argument, nullptr, 'u' },    { "yang", required_argument, nullptr, OPTION_YANG },
+    { "help", no_argument, nullptr, 'h' },          { nullptr, 0, nullptr, 0 },
 };
 
 bool parse_port(const char *text, uint16_t &port)

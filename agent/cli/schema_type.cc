@@ -40,18 +40,18 @@ struct plain_type_t {
 };
 
 constexpr plain_type_t plain_types[] = {
-    {LY_TYPE_INT8,    "-128..127"                                },
-    { LY_TYPE_INT16,  "-32768..32767"                            },
-    { LY_TYPE_INT32,  "-2147483648..2147483647"                  },
-    { LY_TYPE_INT64,  "-9223372036854775808..9223372036854775807"},
-    { LY_TYPE_UINT8,  "0..255"                                   },
-    { LY_TYPE_UINT16, "0..65535"                                 },
-    { LY_TYPE_UINT32, "0..4294967295"                            },
-    { LY_TYPE_UINT64, "0..18446744073709551615"                  },
-    { LY_TYPE_BINARY, "base64 text"                              },
-    { LY_TYPE_DEC64,  "a decimal number"                         },
-    { LY_TYPE_IDENT,  "a name of the model, MODULE:NAME"         },
-    { LY_TYPE_INST,   "a path in the model"                      },
+    { LY_TYPE_INT8, "-128..127" },
+    { LY_TYPE_INT16, "-32768..32767" },
+    { LY_TYPE_INT32, "-2147483648..2147483647" },
+    { LY_TYPE_INT64, "-9223372036854775808..9223372036854775807" },
+    { LY_TYPE_UINT8, "0..255" },
+    { LY_TYPE_UINT16, "0..65535" },
+    { LY_TYPE_UINT32, "0..4294967295" },
+    { LY_TYPE_UINT64, "0..18446744073709551615" },
+    { LY_TYPE_BINARY, "base64 text" },
+    { LY_TYPE_DEC64, "a decimal number" },
+    { LY_TYPE_IDENT, "a name of the model, MODULE:NAME" },
+    { LY_TYPE_INST, "a path in the model" },
 };
 
 std::string number_rule(const lysc_type *type)
@@ -86,13 +86,13 @@ struct named_type_t {
 };
 
 constexpr named_type_t named_types[] = {
-    {"ipv4-address",          "an IPv4 address"               },
-    { "ipv4-address-no-zone", "an IPv4 address"               },
-    { "ipv6-address",         "an IPv6 address"               },
-    { "ipv6-address-no-zone", "an IPv6 address"               },
-    { "ipv4-prefix",          "an IPv4 prefix, A.B.C.D/0..32" },
-    { "ipv6-prefix",          "an IPv6 prefix, ADDRESS/0..128"},
-    { "date-and-time",        "a time, YYYY-MM-DDThh:mm:ssZ"  },
+    { "ipv4-address", "an IPv4 address" },
+    { "ipv4-address-no-zone", "an IPv4 address" },
+    { "ipv6-address", "an IPv6 address" },
+    { "ipv6-address-no-zone", "an IPv6 address" },
+    { "ipv4-prefix", "an IPv4 prefix, A.B.C.D/0..32" },
+    { "ipv6-prefix", "an IPv6 prefix, ADDRESS/0..128" },
+    { "date-and-time", "a time, YYYY-MM-DDThh:mm:ssZ" },
 };
 
 // An implementation's name reads "libyang 2 - ipv4-address, version 1".
@@ -120,10 +120,7 @@ std::vector<choice_t> words_of_type(const lysc_type *type)
     else if (type->basetype == LY_TYPE_BITS)
         add_items(reinterpret_cast<const lysc_type_bits *>(type)->bits, choices);
     else if (type->basetype == LY_TYPE_BOOL)
-        choices = {
-            {"true",   "", false},
-            { "false", "", false}
-        };
+        choices = { { "true", "", false }, { "false", "", false } };
     return choices;
 }
 

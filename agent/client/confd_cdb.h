@@ -10,8 +10,17 @@
 extern "C" {
 #endif
 
-enum cdb_sock_type { CDB_READ_SOCKET = 2, CDB_SUBSCRIPTION_SOCKET = 1, CDB_DATA_SOCKET = 2 };
-enum cdb_db_type { CDB_RUNNING = 1, CDB_STARTUP = 2, CDB_OPERATIONAL = 3, CDB_PRE_COMMIT_RUNNING = 4 };
+enum cdb_sock_type {
+    CDB_READ_SOCKET = 2,
+    CDB_SUBSCRIPTION_SOCKET = 1,
+    CDB_DATA_SOCKET = 2
+};
+enum cdb_db_type {
+    CDB_RUNNING = 1,
+    CDB_STARTUP = 2,
+    CDB_OPERATIONAL = 3,
+    CDB_PRE_COMMIT_RUNNING = 4
+};
 
 #define CDB_LOCK_REQUEST (1 << 0) // take the session's lock
 #define CDB_LOCK_WAIT    (1 << 2) // wait for it instead of failing with CONFD_ERR_LOCKED
@@ -63,7 +72,11 @@ int cdb_vdelete(int sock, const char *fmt, va_list args);
 
 // ---- subscriptions
 
-enum cdb_sub_type { CDB_SUB_RUNNING = 1, CDB_SUB_RUNNING_TWOPHASE = 2, CDB_SUB_OPERATIONAL = 3 };
+enum cdb_sub_type {
+    CDB_SUB_RUNNING = 1,
+    CDB_SUB_RUNNING_TWOPHASE = 2,
+    CDB_SUB_OPERATIONAL = 3
+};
 enum cdb_sub_notification {
     CDB_SUB_PREPARE = 1,
     CDB_SUB_COMMIT = 2,
@@ -72,7 +85,9 @@ enum cdb_sub_notification {
 };
 #define CDB_SUB_FLAG_TRIGGER (1 << 1)
 
-enum cdb_subscription_sync_type { CDB_DONE_PRIORITY = 1 };
+enum cdb_subscription_sync_type {
+    CDB_DONE_PRIORITY = 1
+};
 
 enum cdb_iter_op {
     MOP_CREATED = 1,
@@ -82,7 +97,11 @@ enum cdb_iter_op {
     MOP_MOVED_AFTER = 5,
     MOP_ATTR_SET = 6,
 };
-enum cdb_iter_ret { ITER_STOP = 1, ITER_RECURSE = 2, ITER_CONTINUE = 3 };
+enum cdb_iter_ret {
+    ITER_STOP = 1,
+    ITER_RECURSE = 2,
+    ITER_CONTINUE = 3
+};
 
 #define CDB_GET_MODS_INCLUDE_LISTS 1
 

@@ -8,7 +8,10 @@
 extern "C" {
 #endif
 
-enum confd_sock_type { CONTROL_SOCKET = 0, WORKER_SOCKET = 1 };
+enum confd_sock_type {
+    CONTROL_SOCKET = 0,
+    WORKER_SOCKET = 1
+};
 
 struct confd_daemon_ctx {
     void *d_opaque; // the user's
@@ -66,8 +69,8 @@ struct confd_action_cbs {
     char actionpoint[MAX_CALLPOINT_LEN + 1];
     int (*init)(struct confd_user_info *uinfo);
     int (*abort)(struct confd_user_info *uinfo);
-    int (*action)(struct confd_user_info *uinfo, struct xml_tag *name, confd_hkeypath_t *kp,
-                  confd_tag_value_t *params, int nparams);
+    int (*action)(struct confd_user_info *uinfo, struct xml_tag *name, confd_hkeypath_t *kp, confd_tag_value_t *params,
+                  int nparams);
     int (*command)(struct confd_user_info *uinfo, char *path, int argc, char **argv);
     int (*completion)(struct confd_user_info *uinfo, int cli_style, char *token, int completion_char,
                       confd_hkeypath_t *kp, char *cmdpath, char *cmdparam_id, struct confd_qname *simple_type,
@@ -120,8 +123,8 @@ int confd_register_valpoint_cb(struct confd_daemon_ctx *dx, const struct confd_v
 int confd_register_action_cbs(struct confd_daemon_ctx *dx, const struct confd_action_cbs *cbs);
 int confd_register_notification_stream(struct confd_daemon_ctx *dx, const struct confd_notification_stream_cbs *cbs,
                                        struct confd_notification_ctx **nctx);
-int confd_register_snmp_notification(struct confd_daemon_ctx *dx, int fd, const char *notify_name,
-                                     const char *ctx_name, struct confd_notification_ctx **nctx);
+int confd_register_snmp_notification(struct confd_daemon_ctx *dx, int fd, const char *notify_name, const char *ctx_name,
+                                     struct confd_notification_ctx **nctx);
 // Ends the registrations; only now the agent uses them.
 int confd_register_done(struct confd_daemon_ctx *dx);
 

@@ -8,7 +8,9 @@
 extern "C" {
 #endif
 
-enum confd_notification_type { CONFD_NOTIF_COMMIT_SIMPLE = 8 };
+enum confd_notification_type {
+    CONFD_NOTIF_COMMIT_SIMPLE = 8
+};
 
 struct confd_user_sess_info_notif {
     char username[64];

@@ -29,7 +29,12 @@ extern "C" {
 
 #define MAX_CALLPOINT_LEN 255
 
-enum confd_debug_level { CONFD_SILENT = 0, CONFD_DEBUG = 1, CONFD_TRACE = 2, CONFD_PROTO_TRACE = 3 };
+enum confd_debug_level {
+    CONFD_SILENT = 0,
+    CONFD_DEBUG = 1,
+    CONFD_TRACE = 2,
+    CONFD_PROTO_TRACE = 3
+};
 
 extern __thread int confd_errno;
 
@@ -168,50 +173,47 @@ int confd_str2val(const struct confd_cs_node *node, const char *text, confd_valu
 #define CONFD_GET_BINARY_SIZE(v) ((v)->val.buf.size)
 
 #define CONFD_SET_(v, kind, member, value) ((v)->type = (kind), (v)->val.member = (value))
-#define CONFD_SET_NOEXISTS(v)          ((v)->type = C_NOEXISTS)
-#define CONFD_SET_STR(v, x)            CONFD_SET_(v, C_STR, s, x)
-#define CONFD_SET_INT8(v, x)           CONFD_SET_(v, C_INT8, i8, x)
-#define CONFD_SET_INT16(v, x)          CONFD_SET_(v, C_INT16, i16, x)
-#define CONFD_SET_INT32(v, x)          CONFD_SET_(v, C_INT32, i32, x)
-#define CONFD_SET_INT64(v, x)          CONFD_SET_(v, C_INT64, i64, x)
-#define CONFD_SET_UINT8(v, x)          CONFD_SET_(v, C_UINT8, u8, x)
-#define CONFD_SET_UINT16(v, x)         CONFD_SET_(v, C_UINT16, u16, x)
-#define CONFD_SET_UINT32(v, x)         CONFD_SET_(v, C_UINT32, u32, x)
-#define CONFD_SET_UINT64(v, x)         CONFD_SET_(v, C_UINT64, u64, x)
-#define CONFD_SET_DOUBLE(v, x)         CONFD_SET_(v, C_DOUBLE, d, x)
-#define CONFD_SET_IPV4(v, x)           CONFD_SET_(v, C_IPV4, ip, x)
-#define CONFD_SET_IPV6(v, x)           CONFD_SET_(v, C_IPV6, ip6, x)
-#define CONFD_SET_BOOL(v, x)           CONFD_SET_(v, C_BOOL, boolean, x)
-#define CONFD_SET_DATETIME(v, x)       CONFD_SET_(v, C_DATETIME, datetime, x)
-#define CONFD_SET_ENUM_VALUE(v, x)     CONFD_SET_(v, C_ENUM_VALUE, enumvalue, x)
-#define CONFD_SET_BIT32(v, x)          CONFD_SET_(v, C_BIT32, b32, x)
-#define CONFD_SET_BIT64(v, x)          CONFD_SET_(v, C_BIT64, b64, x)
-#define CONFD_SET_BUF(v, p, n) \
+#define CONFD_SET_NOEXISTS(v)              ((v)->type = C_NOEXISTS)
+#define CONFD_SET_STR(v, x)                CONFD_SET_(v, C_STR, s, x)
+#define CONFD_SET_INT8(v, x)               CONFD_SET_(v, C_INT8, i8, x)
+#define CONFD_SET_INT16(v, x)              CONFD_SET_(v, C_INT16, i16, x)
+#define CONFD_SET_INT32(v, x)              CONFD_SET_(v, C_INT32, i32, x)
+#define CONFD_SET_INT64(v, x)              CONFD_SET_(v, C_INT64, i64, x)
+#define CONFD_SET_UINT8(v, x)              CONFD_SET_(v, C_UINT8, u8, x)
+#define CONFD_SET_UINT16(v, x)             CONFD_SET_(v, C_UINT16, u16, x)
+#define CONFD_SET_UINT32(v, x)             CONFD_SET_(v, C_UINT32, u32, x)
+#define CONFD_SET_UINT64(v, x)             CONFD_SET_(v, C_UINT64, u64, x)
+#define CONFD_SET_DOUBLE(v, x)             CONFD_SET_(v, C_DOUBLE, d, x)
+#define CONFD_SET_IPV4(v, x)               CONFD_SET_(v, C_IPV4, ip, x)
+#define CONFD_SET_IPV6(v, x)               CONFD_SET_(v, C_IPV6, ip6, x)
+#define CONFD_SET_BOOL(v, x)               CONFD_SET_(v, C_BOOL, boolean, x)
+#define CONFD_SET_DATETIME(v, x)           CONFD_SET_(v, C_DATETIME, datetime, x)
+#define CONFD_SET_ENUM_VALUE(v, x)         CONFD_SET_(v, C_ENUM_VALUE, enumvalue, x)
+#define CONFD_SET_BIT32(v, x)              CONFD_SET_(v, C_BIT32, b32, x)
+#define CONFD_SET_BIT64(v, x)              CONFD_SET_(v, C_BIT64, b64, x)
+#define CONFD_SET_BUF(v, p, n)                                                                                         \
     ((v)->type = C_BUF, (v)->val.buf.ptr = (unsigned char *)(p), (v)->val.buf.size = (unsigned int)(n))
-#define CONFD_SET_CBUF(v, p, n) CONFD_SET_BUF(v, p, n)
-#define CONFD_SET_LIST(v, p, n) \
-    ((v)->type = C_LIST, (v)->val.list.ptr = (p), (v)->val.list.size = (unsigned int)(n))
-#define CONFD_SET_OID(v, x)            CONFD_SET_(v, C_OID, oidp, x)
-#define CONFD_SET_XMLTAG(v, t, n) \
-    ((v)->type = C_XMLTAG, (v)->val.xmltag.tag = (t), (v)->val.xmltag.ns = (n))
+#define CONFD_SET_CBUF(v, p, n)   CONFD_SET_BUF(v, p, n)
+#define CONFD_SET_LIST(v, p, n)   ((v)->type = C_LIST, (v)->val.list.ptr = (p), (v)->val.list.size = (unsigned int)(n))
+#define CONFD_SET_OID(v, x)       CONFD_SET_(v, C_OID, oidp, x)
+#define CONFD_SET_XMLTAG(v, t, n) ((v)->type = C_XMLTAG, (v)->val.xmltag.tag = (t), (v)->val.xmltag.ns = (n))
 
 #define CONFD_SET_TAG_TAG_NS(tv, t, n) ((tv)->tag.tag = (t), (tv)->tag.ns = (n))
-#define CONFD_SET_TAG_XMLBEGIN(tv, t, n)                                                                    \
-    (CONFD_SET_TAG_TAG_NS(tv, t, n), (tv)->v.type = C_XMLBEGIN, (tv)->v.val.xmltag.tag = (t),               \
+#define CONFD_SET_TAG_XMLBEGIN(tv, t, n)                                                                               \
+    (CONFD_SET_TAG_TAG_NS(tv, t, n), (tv)->v.type = C_XMLBEGIN, (tv)->v.val.xmltag.tag = (t),                          \
      (tv)->v.val.xmltag.ns = (n))
-#define CONFD_SET_TAG_XMLEND(tv, t, n)                                                                      \
-    (CONFD_SET_TAG_TAG_NS(tv, t, n), (tv)->v.type = C_XMLEND, (tv)->v.val.xmltag.tag = (t),                 \
-     (tv)->v.val.xmltag.ns = (n))
-#define CONFD_SET_TAG_STR(tv, t, x)         (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_STR(&(tv)->v, x))
-#define CONFD_SET_TAG_UINT8(tv, t, x)       (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_UINT8(&(tv)->v, x))
-#define CONFD_SET_TAG_UINT16(tv, t, x)      (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_UINT16(&(tv)->v, x))
-#define CONFD_SET_TAG_UINT32(tv, t, x)      (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_UINT32(&(tv)->v, x))
-#define CONFD_SET_TAG_UINT64(tv, t, x)      (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_UINT64(&(tv)->v, x))
-#define CONFD_SET_TAG_INT32(tv, t, x)       (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_INT32(&(tv)->v, x))
-#define CONFD_SET_TAG_BOOL(tv, t, x)        (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_BOOL(&(tv)->v, x))
-#define CONFD_SET_TAG_IPV4(tv, t, x)        (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_IPV4(&(tv)->v, x))
-#define CONFD_SET_TAG_IPV6(tv, t, x)        (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_IPV6(&(tv)->v, x))
-#define CONFD_SET_TAG_ENUM_VALUE(tv, t, x)  (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_ENUM_VALUE(&(tv)->v, x))
+#define CONFD_SET_TAG_XMLEND(tv, t, n)                                                                                 \
+    (CONFD_SET_TAG_TAG_NS(tv, t, n), (tv)->v.type = C_XMLEND, (tv)->v.val.xmltag.tag = (t), (tv)->v.val.xmltag.ns = (n))
+#define CONFD_SET_TAG_STR(tv, t, x)        (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_STR(&(tv)->v, x))
+#define CONFD_SET_TAG_UINT8(tv, t, x)      (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_UINT8(&(tv)->v, x))
+#define CONFD_SET_TAG_UINT16(tv, t, x)     (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_UINT16(&(tv)->v, x))
+#define CONFD_SET_TAG_UINT32(tv, t, x)     (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_UINT32(&(tv)->v, x))
+#define CONFD_SET_TAG_UINT64(tv, t, x)     (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_UINT64(&(tv)->v, x))
+#define CONFD_SET_TAG_INT32(tv, t, x)      (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_INT32(&(tv)->v, x))
+#define CONFD_SET_TAG_BOOL(tv, t, x)       (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_BOOL(&(tv)->v, x))
+#define CONFD_SET_TAG_IPV4(tv, t, x)       (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_IPV4(&(tv)->v, x))
+#define CONFD_SET_TAG_IPV6(tv, t, x)       (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_IPV6(&(tv)->v, x))
+#define CONFD_SET_TAG_ENUM_VALUE(tv, t, x) (CONFD_SET_TAG_TAG_NS(tv, t, 0), CONFD_SET_ENUM_VALUE(&(tv)->v, x))
 
 #ifdef __cplusplus
 }

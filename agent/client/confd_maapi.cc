@@ -78,10 +78,10 @@ struct db_row_t {
 };
 
 static constexpr db_row_t db_rows[] = {
-    {CONFD_RUNNING,             WIRE_DB_RUNNING           },
-    { CONFD_STARTUP,            WIRE_DB_STARTUP           },
-    { CONFD_OPERATIONAL,        WIRE_DB_OPERATIONAL       },
-    { CONFD_PRE_COMMIT_RUNNING, WIRE_DB_PRE_COMMIT_RUNNING},
+    { CONFD_RUNNING, WIRE_DB_RUNNING },
+    { CONFD_STARTUP, WIRE_DB_STARTUP },
+    { CONFD_OPERATIONAL, WIRE_DB_OPERATIONAL },
+    { CONFD_PRE_COMMIT_RUNNING, WIRE_DB_PRE_COMMIT_RUNNING },
 };
 
 static bool put_db(wire_writer_t *request, enum confd_dbname db)

@@ -10,8 +10,16 @@
 extern "C" {
 #endif
 
-enum confd_proto { CONFD_PROTO_UNKNOWN = 0, CONFD_PROTO_TCP = 1, CONFD_PROTO_CONSOLE = 2, CONFD_PROTO_SYSTEM = 3 };
-enum confd_trans_mode { CONFD_READ = 1, CONFD_READ_WRITE = 2 };
+enum confd_proto {
+    CONFD_PROTO_UNKNOWN = 0,
+    CONFD_PROTO_TCP = 1,
+    CONFD_PROTO_CONSOLE = 2,
+    CONFD_PROTO_SYSTEM = 3
+};
+enum confd_trans_mode {
+    CONFD_READ = 1,
+    CONFD_READ_WRITE = 2
+};
 
 #define MAAPI_ATTACH_UNKNOWN_SESSION (-1)
 
@@ -30,8 +38,8 @@ int maapi_start_user_session(int sock, const char *username, const char *context
                              const struct confd_ip *src_addr, enum confd_proto prot);
 // The long form: label names the session in the agent's messages.
 int maapi_start_user_session3(int sock, const char *username, const char *context, const char **groups, int numgroups,
-                              const struct confd_ip *src_addr, int src_port, enum confd_proto prot,
-                              const char *vendor, const char *product, const char *version, const char *client_id);
+                              const struct confd_ip *src_addr, int src_port, enum confd_proto prot, const char *vendor,
+                              const char *product, const char *version, const char *client_id);
 int maapi_end_user_session(int sock);
 
 int maapi_start_trans(int sock, enum confd_dbname db, enum confd_trans_mode mode);

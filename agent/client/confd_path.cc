@@ -129,13 +129,8 @@ struct length_row_t {
 
 // Longer ones before those that they begin with.
 static constexpr length_row_t length_rows[] = {
-    {"hh",  LENGTH_CHAR     },
-    { "h",  LENGTH_SHORT    },
-    { "ll", LENGTH_LONG_LONG},
-    { "l",  LENGTH_LONG     },
-    { "z",  LENGTH_SIZE     },
-    { "j",  LENGTH_MAX      },
-    { "",   LENGTH_INT      },
+    { "hh", LENGTH_CHAR }, { "h", LENGTH_SHORT }, { "ll", LENGTH_LONG_LONG }, { "l", LENGTH_LONG },
+    { "z", LENGTH_SIZE },  { "j", LENGTH_MAX },   { "", LENGTH_INT },
 };
 
 struct conversion_t {

@@ -159,10 +159,10 @@ static answer_t stop(call_t &call)
 }
 
 static constexpr op_row_t rows_of_ops[] = {
-    {WIRE_ADMIN_PHASE,   ask_phase  },
-    { WIRE_ADMIN_STATUS, give_status},
-    { WIRE_ADMIN_DUMP,   dump       },
-    { WIRE_ADMIN_STOP,   stop       },
+    { WIRE_ADMIN_PHASE, ask_phase },
+    { WIRE_ADMIN_STATUS, give_status },
+    { WIRE_ADMIN_DUMP, dump },
+    { WIRE_ADMIN_STOP, stop },
 };
 
 std::span<const op_row_t> admin_ops()

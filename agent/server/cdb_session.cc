@@ -37,11 +37,11 @@ struct db_row_t {
 };
 
 static constexpr db_row_t db_rows[DB_COUNT] = {
-    {wire_db_t{},                 nullptr,                             VIEW_RUNNING},
-    { WIRE_DB_RUNNING,            "running",                           VIEW_RUNNING},
-    { WIRE_DB_STARTUP,            nullptr,                             VIEW_RUNNING},
-    { WIRE_DB_OPERATIONAL,        "the operational datastore",         VIEW_RUNNING},
-    { WIRE_DB_PRE_COMMIT_RUNNING, "running as it was before a commit", VIEW_OLD    },
+    { wire_db_t{}, nullptr, VIEW_RUNNING },
+    { WIRE_DB_RUNNING, "running", VIEW_RUNNING },
+    { WIRE_DB_STARTUP, nullptr, VIEW_RUNNING },
+    { WIRE_DB_OPERATIONAL, "the operational datastore", VIEW_RUNNING },
+    { WIRE_DB_PRE_COMMIT_RUNNING, "running as it was before a commit", VIEW_OLD },
 };
 
 static answer_t start_session(call_t &call)
@@ -204,18 +204,18 @@ static answer_t trigger(call_t &call)
 }
 
 static constexpr op_row_t rows_of_ops[] = {
-    {WIRE_CDB_GET_PHASE,      get_phase        },
-    { WIRE_CDB_WAIT_START,    wait_start       },
-    { WIRE_CDB_START_SESSION, start_session    },
-    { WIRE_CDB_END_SESSION,   end_session      },
-    { WIRE_CDB_GET,           get              },
-    { WIRE_CDB_EXISTS,        exists           },
-    { WIRE_CDB_NUM_INSTANCES, num_instances    },
-    { WIRE_CDB_SET_ELEM,      set_elem         },
-    { WIRE_CDB_CREATE,        edit<oper_create>},
-    { WIRE_CDB_DELETE,        edit<oper_delete>},
-    { WIRE_CDB_TRIGGER,       trigger          },
-    { WIRE_CDB_INDEX,         index            },
+    { WIRE_CDB_GET_PHASE, get_phase },
+    { WIRE_CDB_WAIT_START, wait_start },
+    { WIRE_CDB_START_SESSION, start_session },
+    { WIRE_CDB_END_SESSION, end_session },
+    { WIRE_CDB_GET, get },
+    { WIRE_CDB_EXISTS, exists },
+    { WIRE_CDB_NUM_INSTANCES, num_instances },
+    { WIRE_CDB_SET_ELEM, set_elem },
+    { WIRE_CDB_CREATE, edit<oper_create> },
+    { WIRE_CDB_DELETE, edit<oper_delete> },
+    { WIRE_CDB_TRIGGER, trigger },
+    { WIRE_CDB_INDEX, index },
 };
 
 std::span<const op_row_t> cdb_ops()

@@ -250,10 +250,10 @@ struct job_row_t {
 };
 
 static constexpr job_row_t job_rows[] = {
-    {JOB_COMMIT,   begin_commit },
-    { JOB_PHASE_2, begin_phase_2},
-    { JOB_TRIGGER, begin_trigger},
-    { JOB_OPER,    begin_oper   },
+    { JOB_COMMIT, begin_commit },
+    { JOB_PHASE_2, begin_phase_2 },
+    { JOB_TRIGGER, begin_trigger },
+    { JOB_OPER, begin_oper },
 };
 static_assert(std::size(job_rows) == JOB_KINDS);
 
@@ -269,10 +269,10 @@ struct stage_row_t {
 };
 
 static constexpr stage_row_t stage_rows[] = {
-    {STAGE_QUEUED,      begin       },
-    { STAGE_PREPARING,  end_prepare },
-    { STAGE_ABORTING,   finish      },
-    { STAGE_DELIVERING, end_delivery},
+    { STAGE_QUEUED, begin },
+    { STAGE_PREPARING, end_prepare },
+    { STAGE_ABORTING, finish },
+    { STAGE_DELIVERING, end_delivery },
 };
 
 static void queue_step(evutil_socket_t, short, void *arg) noexcept

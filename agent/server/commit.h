@@ -37,17 +37,17 @@ enum job_stage_t : uint8_t {
 struct job_t {
     job_kind_t kind = JOB_COMMIT;
     job_stage_t stage = STAGE_QUEUED;
-    request_ref_t reply_to;      // empty: nobody waits
-    uint32_t th = 0;             // JOB_COMMIT
-    bool keep_open = false;      // JOB_COMMIT
+    request_ref_t reply_to;       // empty: nobody waits
+    uint32_t th = 0;              // JOB_COMMIT
+    bool keep_open = false;       // JOB_COMMIT
     session_identity_t committer; // JOB_COMMIT: kept, as its session may end before its commit
-    trans_ptr trans;             // being committed; given back to its session or gone with it
-    bool is_operational = false; // JOB_TRIGGER
-    std::vector<int32_t> points; // JOB_TRIGGER: asked for
-    diff_ptr changes;            // what is delivered
-    std::string leaf_path;       // JOB_OPER: of the only leaf that was set, if it is one
-    diff_ptr oper_changes;       // JOB_COMMIT: operational data that went with configuration
-    answer_t answer;             // for reply_to, once the job is done
+    trans_ptr trans;              // being committed; given back to its session or gone with it
+    bool is_operational = false;  // JOB_TRIGGER
+    std::vector<int32_t> points;  // JOB_TRIGGER: asked for
+    diff_ptr changes;             // what is delivered
+    std::string leaf_path;        // JOB_OPER: of the only leaf that was set, if it is one
+    diff_ptr oper_changes;        // JOB_COMMIT: operational data that went with configuration
+    answer_t answer;              // for reply_to, once the job is done
     double start_ms = 0;
 };
 

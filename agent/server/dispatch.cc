@@ -20,14 +20,14 @@ static std::span<const op_row_t> worker_ops()
 }
 
 static constexpr kind_row_t kind_rows[] = {
-    {WIRE_KIND_CONTROL,   "control",      control_ops     },
-    { WIRE_KIND_WORKER,   "worker",       worker_ops      },
-    { WIRE_KIND_CDB_SUB,  "subscription", subscription_ops},
-    { WIRE_KIND_CDB_DATA, "data",         cdb_ops         },
-    { WIRE_KIND_MAAPI,    "maapi",        maapi_ops       },
-    { WIRE_KIND_NOTIF,    "notification", notif_ops       },
-    { WIRE_KIND_SCHEMA,   "schema",       schema_ops      },
-    { WIRE_KIND_ADMIN,    "admin",        admin_ops       },
+    { WIRE_KIND_CONTROL, "control", control_ops },
+    { WIRE_KIND_WORKER, "worker", worker_ops },
+    { WIRE_KIND_CDB_SUB, "subscription", subscription_ops },
+    { WIRE_KIND_CDB_DATA, "data", cdb_ops },
+    { WIRE_KIND_MAAPI, "maapi", maapi_ops },
+    { WIRE_KIND_NOTIF, "notification", notif_ops },
+    { WIRE_KIND_SCHEMA, "schema", schema_ops },
+    { WIRE_KIND_ADMIN, "admin", admin_ops },
 };
 static_assert(std::size(kind_rows) == WIRE_KIND_COUNT);
 
@@ -149,10 +149,7 @@ void server_serve(connection_t &conn, const wire_header_t &header, std::string_v
     auto serve = find_handler(conn, header.op, &why);
     if (!serve)
         return server_refuse_frame(conn, header, CONFD_ERR_PROTOUSAGE, why);
-    call_t call{
-        *conn.server, conn, wire_reader_t(payload), {         },
-           { conn.serial, header.op, header.id }
-    };
+    call_t call{ *conn.server, conn, wire_reader_t(payload), {}, { conn.serial, header.op, header.id } };
     answer_t answer = serve(call);
     if (answer.code == CONFD_ERR_PROTOUSAGE)
         agent_log(LOG_WARNING, "%s: refused: %s", connection_title(conn).c_str(), answer.text.c_str());

@@ -29,7 +29,7 @@ void notif_send_commit(server_t &server, const session_identity_t &who)
 }
 
 static constexpr op_row_t rows_of_ops[] = {
-    {WIRE_NOTIF_SUBSCRIBE, subscribe},
+    { WIRE_NOTIF_SUBSCRIBE, subscribe },
 };
 
 std::span<const op_row_t> notif_ops()

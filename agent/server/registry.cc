@@ -61,13 +61,7 @@ template <registration_kind_t Kind> static answer_t register_daemon(call_t &call
 
 // The statements of the model that name points of a kind.
 static constexpr const char *statements_of_kinds[REGISTRATION_KINDS][2] = {
-    {             },
-    {  },
-    { "callpoint",             "transaction-hook" },
-    { "validate",       nullptr },
-    { "actionpoint", "completion" },
-    {         },
-    {              },
+    {}, {}, { "callpoint", "transaction-hook" }, { "validate", nullptr }, { "actionpoint", "completion" }, {}, {},
 };
 
 static bool is_in_model(const schema_t &schema, registration_kind_t kind, const std::string &name)
@@ -143,14 +137,14 @@ static answer_t finish_registrations(call_t &call)
 }
 
 static constexpr op_row_t rows_of_ops[] = {
-    {WIRE_REG_TRANS_CB,                   register_daemon<REGISTRATION_TRANS>   },
-    { WIRE_REG_VALIDATE_CB,               register_daemon<REGISTRATION_VALIDATE>},
-    { WIRE_REG_DATA_CB,                   register_point<REGISTRATION_DATA,       true> },
-    { WIRE_REG_VALPOINT,                                  register_point<REGISTRATION_VALPOINT,                                                       false> },
-    { WIRE_REG_ACTION,                             register_point<REGISTRATION_ACTION,            true> },
-    { WIRE_REG_NOTIF_STREAM,register_stream},
-    { WIRE_REG_SNMP_NOTIF,              register_snmp_notif                                                                },
-    { WIRE_REG_DONE,                finish_registrations                     },
+    { WIRE_REG_TRANS_CB, register_daemon<REGISTRATION_TRANS> },
+    { WIRE_REG_VALIDATE_CB, register_daemon<REGISTRATION_VALIDATE> },
+    { WIRE_REG_DATA_CB, register_point<REGISTRATION_DATA, true> },
+    { WIRE_REG_VALPOINT, register_point<REGISTRATION_VALPOINT, false> },
+    { WIRE_REG_ACTION, register_point<REGISTRATION_ACTION, true> },
+    { WIRE_REG_NOTIF_STREAM, register_stream },
+    { WIRE_REG_SNMP_NOTIF, register_snmp_notif },
+    { WIRE_REG_DONE, finish_registrations },
 };
 
 std::span<const op_row_t> control_ops()

@@ -12,7 +12,7 @@ static answer_t give_schema(call_t &call)
 }
 
 static constexpr op_row_t rows_of_ops[] = {
-    {WIRE_SCHEMA, give_schema},
+    { WIRE_SCHEMA, give_schema },
 };
 
 std::span<const op_row_t> schema_ops()

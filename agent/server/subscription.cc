@@ -338,13 +338,9 @@ static answer_t abort_prepare(call_t &call)
 }
 
 static constexpr op_row_t rows_of_ops[] = {
-    {WIRE_SUB_SUBSCRIBE,         subscribe         },
-    { WIRE_SUB_DONE,             finish_subscribing},
-    { WIRE_SUB_DIFF,             diff              },
-    { WIRE_SUB_MODIFICATIONS,    modifications     },
-    { WIRE_SUB_MODIFICATIONS_AT, modifications_at  },
-    { WIRE_SUB_SYNC,             sync              },
-    { WIRE_SUB_ABORT,            abort_prepare     },
+    { WIRE_SUB_SUBSCRIBE, subscribe },         { WIRE_SUB_DONE, finish_subscribing },           { WIRE_SUB_DIFF, diff },
+    { WIRE_SUB_MODIFICATIONS, modifications }, { WIRE_SUB_MODIFICATIONS_AT, modifications_at }, { WIRE_SUB_SYNC, sync },
+    { WIRE_SUB_ABORT, abort_prepare },
 };
 
 std::span<const op_row_t> subscription_ops()

@@ -70,14 +70,14 @@ struct number_row_t {
     const char *range;
 };
 static constexpr number_row_t number_rows[] = {
-    {LY_TYPE_UINT8,   false, "0..255"                                   },
-    { LY_TYPE_UINT16, false, "0..65535"                                 },
-    { LY_TYPE_UINT32, false, "0..4294967295"                            },
-    { LY_TYPE_UINT64, false, "0..18446744073709551615"                  },
-    { LY_TYPE_INT8,   true,  "-128..127"                                },
-    { LY_TYPE_INT16,  true,  "-32768..32767"                            },
-    { LY_TYPE_INT32,  true,  "-2147483648..2147483647"                  },
-    { LY_TYPE_INT64,  true,  "-9223372036854775808..9223372036854775807"},
+    { LY_TYPE_UINT8, false, "0..255" },
+    { LY_TYPE_UINT16, false, "0..65535" },
+    { LY_TYPE_UINT32, false, "0..4294967295" },
+    { LY_TYPE_UINT64, false, "0..18446744073709551615" },
+    { LY_TYPE_INT8, true, "-128..127" },
+    { LY_TYPE_INT16, true, "-32768..32767" },
+    { LY_TYPE_INT32, true, "-2147483648..2147483647" },
+    { LY_TYPE_INT64, true, "-9223372036854775808..9223372036854775807" },
 };
 
 static std::string number_rule(const lysc_type *type)

@@ -15,11 +15,9 @@ struct plugin_row_t {
 };
 // Types of ietf-inet-types and ietf-yang-types that have a form of their own; typedefs of them inherit the plugin.
 static constexpr plugin_row_t plugin_rows[] = {
-    {"libyang 2 - ipv4-address",   C_IPV4      },
-    { "libyang 2 - ipv6-address",  C_IPV6      },
-    { "libyang 2 - ipv4-prefix",   C_IPV4PREFIX},
-    { "libyang 2 - ipv6-prefix",   C_IPV6PREFIX},
-    { "libyang 2 - date-and-time", C_DATETIME  },
+    { "libyang 2 - ipv4-address", C_IPV4 },      { "libyang 2 - ipv6-address", C_IPV6 },
+    { "libyang 2 - ipv4-prefix", C_IPV4PREFIX }, { "libyang 2 - ipv6-prefix", C_IPV6PREFIX },
+    { "libyang 2 - date-and-time", C_DATETIME },
 };
 
 static uint8_t string_type(const lysc_type *type)

@@ -212,14 +212,8 @@ struct word_row_t {
     const char *word;
     uint8_t number;
 };
-static constexpr word_row_t databases[] = {
-    {"running",      WIRE_DB_RUNNING    },
-    { "operational", WIRE_DB_OPERATIONAL}
-};
-static constexpr word_row_t formats[] = {
-    {"json", 0},
-    { "xml", 1}
-};
+static constexpr word_row_t databases[] = { { "running", WIRE_DB_RUNNING }, { "operational", WIRE_DB_OPERATIONAL } };
+static constexpr word_row_t formats[] = { { "json", 0 }, { "xml", 1 } };
 
 static const word_row_t *find_word(std::span<const word_row_t> rows, const char *word)
 {
@@ -270,11 +264,11 @@ static void show_nothing(words_t, wire_reader_t &)
 }
 
 static constexpr command_t commands[] = {
-    {"status",        WIRE_ADMIN_STATUS, build_status,   show_status },
-    { "phase",        WIRE_ADMIN_PHASE,  build_phase<0>, show_phase  },
-    { "start-phase2", WIRE_ADMIN_PHASE,  build_phase<2>, show_phase  },
-    { "dump",         WIRE_ADMIN_DUMP,   build_dump,     show_text   },
-    { "stop",         WIRE_ADMIN_STOP,   build_empty,    show_nothing},
+    { "status", WIRE_ADMIN_STATUS, build_status, show_status },
+    { "phase", WIRE_ADMIN_PHASE, build_phase<0>, show_phase },
+    { "start-phase2", WIRE_ADMIN_PHASE, build_phase<2>, show_phase },
+    { "dump", WIRE_ADMIN_DUMP, build_dump, show_text },
+    { "stop", WIRE_ADMIN_STOP, build_empty, show_nothing },
 };
 
 static int run(const command_t &command, words_t words, uint16_t port)

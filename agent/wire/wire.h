@@ -69,82 +69,82 @@ enum wire_op_t : uint16_t {
                       //      u32 n, n * schema node: see wire_schema_node_t, parents before children
 
     // CDB data connection.
-    WIRE_CDB_GET_PHASE = 20,       // - -> u32 phase, u32 flags
-    WIRE_CDB_WAIT_START = 21,      // - -> - ; answered when the agent is in phase 1 or later
-    WIRE_CDB_START_SESSION = 22,   // u8 db, u32 flags (1 lock, 4 wait for the lock) -> -
-    WIRE_CDB_END_SESSION = 23,     // - -> -
-    WIRE_CDB_GET = 24,             // text path -> value (C_DEFAULT never: defaults are given as values)
-    WIRE_CDB_EXISTS = 25,          // text path -> u8
-    WIRE_CDB_NUM_INSTANCES = 26,   // text path of a list -> u32
-    WIRE_CDB_SET_ELEM = 27,        // text path, value -> - ; operational only, creates the list entries above
-    WIRE_CDB_CREATE = 28,          // text path -> -
-    WIRE_CDB_DELETE = 29,          // text path -> -
-    WIRE_CDB_TRIGGER = 30,         // u8 operational, u32 flags, u32 n, n * i32 subscription ids -> - ; when all synced
-    WIRE_CDB_INDEX = 31,           // text path of a list, u32 position in key order -> u8 keys, values
+    WIRE_CDB_GET_PHASE = 20,     // - -> u32 phase, u32 flags
+    WIRE_CDB_WAIT_START = 21,    // - -> - ; answered when the agent is in phase 1 or later
+    WIRE_CDB_START_SESSION = 22, // u8 db, u32 flags (1 lock, 4 wait for the lock) -> -
+    WIRE_CDB_END_SESSION = 23,   // - -> -
+    WIRE_CDB_GET = 24,           // text path -> value (C_DEFAULT never: defaults are given as values)
+    WIRE_CDB_EXISTS = 25,        // text path -> u8
+    WIRE_CDB_NUM_INSTANCES = 26, // text path of a list -> u32
+    WIRE_CDB_SET_ELEM = 27,      // text path, value -> - ; operational only, creates the list entries above
+    WIRE_CDB_CREATE = 28,        // text path -> -
+    WIRE_CDB_DELETE = 29,        // text path -> -
+    WIRE_CDB_TRIGGER = 30,       // u8 operational, u32 flags, u32 n, n * i32 subscription ids -> - ; when all synced
+    WIRE_CDB_INDEX = 31,         // text path of a list, u32 position in key order -> u8 keys, values
 
     // CDB subscription connection.
-    WIRE_SUB_SUBSCRIBE = 40,       // u8 kind (wire_sub_kind_t), u32 flags, i32 priority, u32 ns, text path -> i32 id
-    WIRE_SUB_DONE = 41,            // - -> -
-    WIRE_SUB_EVENT = 42,           // push: u8 type (1 prepare 2 commit 3 abort 4 operational), u32 flags, u32 n, n * i32.
-                                   //   Never while a request of the connection is unanswered: a client that polls the
-                                   //   socket would not see a delivery that came before the reply to its sync
-    WIRE_SUB_DIFF = 43,            // i32 id, u32 node (0: the changes at the point itself, else below that node) ->
-                                   //   u32 n, n * (u32 node, u8 op, keypath, value old, value new)
-    WIRE_SUB_MODIFICATIONS = 44,   // i32 id, u32 flags, text path or empty -> u32 n, n * (u32 tag, u32 ns, value)
+    WIRE_SUB_SUBSCRIBE = 40,     // u8 kind (wire_sub_kind_t), u32 flags, i32 priority, u32 ns, text path -> i32 id
+    WIRE_SUB_DONE = 41,          // - -> -
+    WIRE_SUB_EVENT = 42,         // push: u8 type (1 prepare 2 commit 3 abort 4 operational), u32 flags, u32 n, n * i32.
+                                 //   Never while a request of the connection is unanswered: a client that polls the
+                                 //   socket would not see a delivery that came before the reply to its sync
+    WIRE_SUB_DIFF = 43,          // i32 id, u32 node (0: the changes at the point itself, else below that node) ->
+                                 //   u32 n, n * (u32 node, u8 op, keypath, value old, value new)
+    WIRE_SUB_MODIFICATIONS = 44, // i32 id, u32 flags, text path or empty -> u32 n, n * (u32 tag, u32 ns, value)
     WIRE_SUB_MODIFICATIONS_AT = 45, // u32 node (of WIRE_SUB_DIFF), u32 flags -> as above
-    WIRE_SUB_SYNC = 46,            // u8 type (1: priority level done) -> -
-    WIRE_SUB_ABORT = 47,           // i32 error, u32 ns, u32 tag, text -> - ; in a prepare
+    WIRE_SUB_SYNC = 46,             // u8 type (1: priority level done) -> -
+    WIRE_SUB_ABORT = 47,            // i32 error, u32 ns, u32 tag, text -> - ; in a prepare
 
     // MAAPI connection.
-    WIRE_MAAPI_START_SESSION = 60, // text user, text context, text source address, u16 port -> u32 session id
-    WIRE_MAAPI_END_SESSION = 61,   // - -> -
-    WIRE_MAAPI_START_TRANS = 62,   // u8 db, u8 writable, u32 flags -> u32 th
-    WIRE_MAAPI_FINISH_TRANS = 63,  // u32 th -> -
+    WIRE_MAAPI_START_SESSION = 60,  // text user, text context, text source address, u16 port -> u32 session id
+    WIRE_MAAPI_END_SESSION = 61,    // - -> -
+    WIRE_MAAPI_START_TRANS = 62,    // u8 db, u8 writable, u32 flags -> u32 th
+    WIRE_MAAPI_FINISH_TRANS = 63,   // u32 th -> -
     WIRE_MAAPI_VALIDATE_TRANS = 64, // u32 th -> -
-    WIRE_MAAPI_APPLY_TRANS = 65,   // u32 th, u8 keep open -> - ; on success the transaction is open and empty if kept
-    WIRE_MAAPI_ATTACH_INIT = 66,   // - -> u32 th ; the init transaction, phase 1 only
-    WIRE_MAAPI_GET = 67,           // u32 th, text path -> value
-    WIRE_MAAPI_EXISTS = 68,        // u32 th, text path -> u8
-    WIRE_MAAPI_SET = 69,           // u32 th, text path, value -> -
-    WIRE_MAAPI_SET_TEXT = 70,      // u32 th, text path, text value -> -
-    WIRE_MAAPI_CREATE = 71,        // u32 th, text path -> -
-    WIRE_MAAPI_DELETE = 72,        // u32 th, text path -> -
-    WIRE_MAAPI_NUM_INSTANCES = 73, // u32 th, text path -> u32
-    WIRE_MAAPI_NEXT = 74,          // u32 th, text path of a list, u8 keys, values of the entry before or none, u32 most ->
-                                   //   u32 n, n * (u8 keys, values); fewer than most: the list ends here
-    WIRE_MAAPI_LOCK = 75,          // u8 db -> -
-    WIRE_MAAPI_UNLOCK = 76,        // u8 db -> -
-    WIRE_MAAPI_PRIO_MESSAGE = 77,  // text user or "all", text message -> -
-    WIRE_MAAPI_MESSAGE = 78,       // push to the addressed user's sessions: text
+    WIRE_MAAPI_APPLY_TRANS = 65,    // u32 th, u8 keep open -> - ; on success the transaction is open and empty if kept
+    WIRE_MAAPI_ATTACH_INIT = 66,    // - -> u32 th ; the init transaction, phase 1 only
+    WIRE_MAAPI_GET = 67,            // u32 th, text path -> value
+    WIRE_MAAPI_EXISTS = 68,         // u32 th, text path -> u8
+    WIRE_MAAPI_SET = 69,            // u32 th, text path, value -> -
+    WIRE_MAAPI_SET_TEXT = 70,       // u32 th, text path, text value -> -
+    WIRE_MAAPI_CREATE = 71,         // u32 th, text path -> -
+    WIRE_MAAPI_DELETE = 72,         // u32 th, text path -> -
+    WIRE_MAAPI_NUM_INSTANCES = 73,  // u32 th, text path -> u32
+    WIRE_MAAPI_NEXT = 74,   // u32 th, text path of a list, u8 keys, values of the entry before or none, u32 most ->
+                            //   u32 n, n * (u8 keys, values); fewer than most: the list ends here
+    WIRE_MAAPI_LOCK = 75,   // u8 db -> -
+    WIRE_MAAPI_UNLOCK = 76, // u8 db -> -
+    WIRE_MAAPI_PRIO_MESSAGE = 77,        // text user or "all", text message -> -
+    WIRE_MAAPI_MESSAGE = 78,             // push to the addressed user's sessions: text
     WIRE_MAAPI_INSTALL_CRYPTO_KEYS = 79, // - -> binary keys (text item)
-    WIRE_MAAPI_SHOW = 80,          // u32 th (0: the operational data), text path ("/" all), u8 format (0 JSON 1 XML),
-                                   //   u32 flags (1: with defaults) -> text
-    WIRE_MAAPI_COMPARE = 81,       // u32 th -> u32 n, n * (u8 op, text path, text old, text new): what apply would change
-    WIRE_MAAPI_LOAD = 82,          // u32 th, u8 format, text document (merged into the transaction) -> -
-    WIRE_MAAPI_PROGRESS = 83,      // push while a transaction is applied: text (who is being served)
-    WIRE_MAAPI_ATTACH = 84,        // u32 th -> - ; makes the transaction of a callback usable from this connection too
-    WIRE_MAAPI_DETACH = 85,        // u32 th -> - ; the connection lets go of it, the transaction stays open
+    WIRE_MAAPI_SHOW = 80,     // u32 th (0: the operational data), text path ("/" all), u8 format (0 JSON 1 XML),
+                              //   u32 flags (1: with defaults) -> text
+    WIRE_MAAPI_COMPARE = 81,  // u32 th -> u32 n, n * (u8 op, text path, text old, text new): what apply would change
+    WIRE_MAAPI_LOAD = 82,     // u32 th, u8 format, text document (merged into the transaction) -> -
+    WIRE_MAAPI_PROGRESS = 83, // push while a transaction is applied: text (who is being served)
+    WIRE_MAAPI_ATTACH = 84,   // u32 th -> - ; makes the transaction of a callback usable from this connection too
+    WIRE_MAAPI_DETACH = 85,   // u32 th -> - ; the connection lets go of it, the transaction stays open
 
     // Control connection.
-    WIRE_REG_TRANS_CB = 100,       // - -> -
-    WIRE_REG_VALIDATE_CB = 101,    // - -> -
-    WIRE_REG_DATA_CB = 102,        // text callpoint, u32 bits of the callbacks set -> -
-    WIRE_REG_VALPOINT = 103,       // text validation point -> -
-    WIRE_REG_ACTION = 104,         // text action point, u32 bits of the callbacks set -> -
-    WIRE_REG_NOTIF_STREAM = 105,   // text stream name, u8 replay callbacks -> u32 handle
-    WIRE_REG_SNMP_NOTIF = 106,     // text notify name, text context name -> u32 handle
-    WIRE_REG_DONE = 107,           // - -> -
+    WIRE_REG_TRANS_CB = 100,     // - -> -
+    WIRE_REG_VALIDATE_CB = 101,  // - -> -
+    WIRE_REG_DATA_CB = 102,      // text callpoint, u32 bits of the callbacks set -> -
+    WIRE_REG_VALPOINT = 103,     // text validation point -> -
+    WIRE_REG_ACTION = 104,       // text action point, u32 bits of the callbacks set -> -
+    WIRE_REG_NOTIF_STREAM = 105, // text stream name, u8 replay callbacks -> u32 handle
+    WIRE_REG_SNMP_NOTIF = 106,   // text notify name, text context name -> u32 handle
+    WIRE_REG_DONE = 107,         // - -> -
 
     // Notification connection.
-    WIRE_NOTIF_SUBSCRIBE = 120,    // u32 mask, u32 interval in ms -> -
-    WIRE_NOTIF_EVENT = 121,        // push: u32 type (a bit of the mask), then for WIRE_NOTIF_COMMIT_SIMPLE:
-                                   //   u8 db, u32 session id, text user, text context, text source address
+    WIRE_NOTIF_SUBSCRIBE = 120, // u32 mask, u32 interval in ms -> -
+    WIRE_NOTIF_EVENT = 121,     // push: u32 type (a bit of the mask), then for WIRE_NOTIF_COMMIT_SIMPLE:
+                                //   u8 db, u32 session id, text user, text context, text source address
 
     // Admin connection.
-    WIRE_ADMIN_PHASE = 140,        // u32 phase wanted (2) -> u32 phase; goes there, or says where it is (0 wanted)
-    WIRE_ADMIN_STATUS = 141,       // - -> text: JSON object for people and scripts
-    WIRE_ADMIN_DUMP = 142,         // u8 db, u8 format (0 JSON 1 XML) -> text
-    WIRE_ADMIN_STOP = 143,         // - -> -
+    WIRE_ADMIN_PHASE = 140,  // u32 phase wanted (2) -> u32 phase; goes there, or says where it is (0 wanted)
+    WIRE_ADMIN_STATUS = 141, // - -> text: JSON object for people and scripts
+    WIRE_ADMIN_DUMP = 142,   // u8 db, u8 format (0 JSON 1 XML) -> text
+    WIRE_ADMIN_STOP = 143,   // - -> -
 };
 
 enum wire_sub_kind_t : uint8_t {
@@ -186,10 +186,10 @@ struct wire_schema_node_t { // each item in this order
     std::string name;
     uint32_t tag = 0;
     uint32_t ns = 0;
-    uint32_t parent = 0; // 1-based index of the parent in the sequence, 0 for a top-level node
-    uint16_t flags = 0;  // wire_node_flag_t
-    uint8_t type = 0;    // confd_vtype of a leaf's values, C_XMLTAG for others; a union: C_NOEXISTS
-    std::vector<uint32_t> keys;                         // u8 n, n * tag: a list's keys in order
+    uint32_t parent = 0;        // 1-based index of the parent in the sequence, 0 for a top-level node
+    uint16_t flags = 0;         // wire_node_flag_t
+    uint8_t type = 0;           // confd_vtype of a leaf's values, C_XMLTAG for others; a union: C_NOEXISTS
+    std::vector<uint32_t> keys; // u8 n, n * tag: a list's keys in order
     std::vector<std::pair<int64_t, std::string>> names; // u32 n, n * (u64 number, text): labels of an enumeration or
                                                         // of bits (number is the position), names of identities (hash)
 };
