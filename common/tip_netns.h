@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-// 0. Any failure is an assertion, for work must not happen in the wrong namespace. No effect for VPN 0.
+// 0. Any failure is logged and an assertion, for work must not happen in the wrong namespace. No effect for VPN 0.
 int netns_enter(uint64_t vpn_id);
 // Back to the namespace of process 1. When /proc has no such file any more (shutdown) the process ends with exit(0); any
 // other failure is an assertion. No effect for VPN 0.
