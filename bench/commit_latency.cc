@@ -16,7 +16,8 @@
 #include <unistd.h>
 #include <vector>
 
-namespace {
+namespace
+{
 
 constexpr int VPN = 7;
 constexpr int ROUNDS = 5;

@@ -359,10 +359,7 @@ void avl_insert(avl_tree_t *tree, void *new_data, avl_index_t where)
     avl_node_t *parent = place_parent(where);
     int which_child = place_child(where);
     tree->avl_numnodes++;
-    *node = {
-        {nullptr, nullptr},
-        0
-    };
+    *node = { { nullptr, nullptr }, 0 };
     set_balance(node, 0);
     if (parent == nullptr) {
         tip_assert_text(tree->avl_root == nullptr, "tree->avl_root == ((void *)0)");

@@ -128,12 +128,7 @@ struct timer_resolution_row_t {
 };
 
 inline constexpr timer_resolution_row_t timer_resolutions[] = {
-    {"10ms",   10   },
-    { "50ms",  50   },
-    { "100ms", 100  },
-    { "500ms", 500  },
-    { "1sec",  1000 },
-    { "1min",  60000},
+    { "10ms", 10 }, { "50ms", 50 }, { "100ms", 100 }, { "500ms", 500 }, { "1sec", 1000 }, { "1min", 60000 },
 };
 
 // The row of a resolution index; an index outside the table is fatal.

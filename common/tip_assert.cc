@@ -13,7 +13,8 @@
 #endif
 #endif
 
-namespace {
+namespace
+{
 
 // Without ".cc": a source is known by its stem, a header by its whole name.
 int stem_length(const char *source)

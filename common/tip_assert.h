@@ -13,18 +13,17 @@
 // Prints "SOURCE:LINE: failed aborted " and ends the process in the same way. The process-wide abort() does this.
 [[noreturn]] void tip_abort_fail(const char *source, unsigned line) noexcept;
 
-#define tip_assert(cond) \
-    (__builtin_expect(!!(cond), 1) ? (void)0 : tip_assert_fail(__FILE_NAME__, __LINE__, #cond))
+#define tip_assert(cond) (__builtin_expect(!!(cond), 1) ? (void)0 : tip_assert_fail(__FILE_NAME__, __LINE__, #cond))
 
 // As tip_assert, with a condition text that is fixed whatever the expression looks like.
-#define tip_assert_text(cond, text) \
+#define tip_assert_text(cond, text)                                                                                    \
     (__builtin_expect(!!(cond), 1) ? (void)0 : tip_assert_fail(__FILE_NAME__, __LINE__, text))
 
 // As tip_assert, where the printed source name and line are fixed.
-#define tip_assert_at(source, line, cond) \
+#define tip_assert_at(source, line, cond)                                                                              \
     (__builtin_expect(!!(cond), 1) ? (void)0 : tip_assert_fail(source, line, #cond))
 
-#define tip_assert_text_at(source, line, cond, text) \
+#define tip_assert_text_at(source, line, cond, text)                                                                   \
     (__builtin_expect(!!(cond), 1) ? (void)0 : tip_assert_fail(source, line, text))
 
 #endif

@@ -32,25 +32,11 @@ struct number_row_t {
     uint32_t value;
 };
 
-constexpr number_row_t board_types[] = {
-    {20000,  2},
-    { 20003, 0},
-    { 20004, 1},
-    { 20005, 5},
-    { 20006, 6}
-};
-constexpr number_row_t board_chassis[] = {
-    {0,  4 },
-    { 1, 5 },
-    { 2, 12},
-    { 6, 11}
-};
+constexpr number_row_t board_types[] = { { 20000, 2 }, { 20003, 0 }, { 20004, 1 }, { 20005, 5 }, { 20006, 6 } };
+constexpr number_row_t board_chassis[] = { { 0, 4 }, { 1, 5 }, { 2, 12 }, { 6, 11 } };
 constexpr number_row_t fixed_chassis[] = {
-    {PERSONALITY_LODEST,   1 },
-    { PERSONALITY_ORBEL,   3 },
-    { PERSONALITY_QUORVIX, 2 },
-    { PERSONALITY_ZTP,     3 },
-    { PERSONALITY_PENDRY,  13},
+    { PERSONALITY_LODEST, 1 }, { PERSONALITY_ORBEL, 3 },   { PERSONALITY_QUORVIX, 2 },
+    { PERSONALITY_ZTP, 3 },    { PERSONALITY_PENDRY, 13 },
 };
 constexpr uint32_t FIXED_CHASSIS_OTHER = 4;
 

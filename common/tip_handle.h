@@ -10,7 +10,8 @@
 #include <utility>
 
 // A file descriptor; -1 means none.
-class unique_fd {
+class unique_fd
+{
 public:
     unique_fd() = default;
     explicit unique_fd(int fd) : fd_(fd) {}

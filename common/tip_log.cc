@@ -5,7 +5,8 @@
 #include <cstring>
 #include <unistd.h>
 
-namespace {
+namespace
+{
 
 constexpr int EVENT_SEVERITY = 6;
 char host_name[TIP_HOSTNAME_SIZE];

@@ -17,11 +17,10 @@ enum {
 inline constexpr size_t TIP_HOSTNAME_SIZE = 128;
 
 // fmt is a string literal; the prefix is joined to it, so that the compiler checks the whole.
-#define tip_log(fmt, ...) \
-    syslog(LOG_LOCAL7 | LOG_DEBUG, "%s[%d]: " fmt, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+#define tip_log(fmt, ...) syslog(LOG_LOCAL7 | LOG_DEBUG, "%s[%d]: " fmt, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 // As tip_log with a facility of the caller's.
-#define tip_log_to(facility, fmt, ...) \
+#define tip_log_to(facility, fmt, ...)                                                                                 \
     syslog((facility) | LOG_DEBUG, "%s[%d]: " fmt, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 // Fills the process-wide host name of structured lines from gethostname(2); "tDevice" when that fails.

@@ -24,11 +24,8 @@ struct signal_row_t {
 };
 
 constexpr signal_row_t signal_rows[] = {
-    {SIGTERM,  exit_on_signal  },
-    { SIGABRT, assert_on_signal},
-    { SIGHUP,  assert_on_signal},
-    { SIGINT,  assert_on_signal},
-    { SIGQUIT, assert_on_signal},
+    { SIGTERM, exit_on_signal },  { SIGABRT, assert_on_signal }, { SIGHUP, assert_on_signal },
+    { SIGINT, assert_on_signal }, { SIGQUIT, assert_on_signal },
 };
 
 } // namespace

@@ -60,11 +60,11 @@ agent_step_t after_bits(sysmgrd_t *sysmgrd, const std::string &output)
 }
 
 constexpr agent_step_row_t steps[] = {
-    {"idle",    nullptr,      0,      nullptr     },
-    { "phase2", phase2_words, 330000, after_phase2}, // the command itself waits 300 s for the commits before it
-    { "bits",   set_words,    30000,  after_bits  },
-    { "watch",  look_words,   30000,  after_bits  },
-    { "done",   nullptr,      0,      nullptr     },
+    { "idle", nullptr, 0, nullptr },
+    { "phase2", phase2_words, 330000, after_phase2 }, // the command itself waits 300 s for the commits before it
+    { "bits", set_words, 30000, after_bits },
+    { "watch", look_words, 30000, after_bits },
+    { "done", nullptr, 0, nullptr },
 };
 static_assert(std::size(steps) == NUM_AGENT_STEPS);
 

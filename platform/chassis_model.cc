@@ -12,14 +12,14 @@ namespace
 {
 
 constexpr chassis_model_t models[] = {
-    {"krest-M1",  CHMGR_CHASSIS_M1,      { 4 },        true },
-    { "krest-L1", CHMGR_CHASSIS_L1,      { 6, 10, 3 }, true },
-    { "krest-S1", CHMGR_CHASSIS_S1,      { 1 },        false},
-    { "krest-S2", CHMGR_CHASSIS_S2,      { 2 },        false},
-    { "krest-S3", CHMGR_CHASSIS_S3,      { 2 },        false},
-    { "krest-V1", CHMGR_CHASSIS_V1,      { 13 },       true },
- // Controllers and management systems: a host whose only port is eth0.
-    { "software", CHMGR_CHASSIS_UNKNOWN, {},           true },
+    { "krest-M1", CHMGR_CHASSIS_M1, { 4 }, true },
+    { "krest-L1", CHMGR_CHASSIS_L1, { 6, 10, 3 }, true },
+    { "krest-S1", CHMGR_CHASSIS_S1, { 1 }, false },
+    { "krest-S2", CHMGR_CHASSIS_S2, { 2 }, false },
+    { "krest-S3", CHMGR_CHASSIS_S3, { 2 }, false },
+    { "krest-V1", CHMGR_CHASSIS_V1, { 13 }, true },
+    // Controllers and management systems: a host whose only port is eth0.
+    { "software", CHMGR_CHASSIS_UNKNOWN, {}, true },
 };
 
 constexpr uint64_t MAC_PREFIX = 0x0243ULL << 32;

@@ -61,10 +61,10 @@ bool parse_number(const char *text, uint16_t *number)
 bool options_read(int argc, char **argv, options_t *options)
 {
     static const option long_options[] = {
-        {"foreground",       no_argument, nullptr, 'f' },
-        { "chassis",           required_argument, nullptr, 'm' },
-        { "device-number",                 required_argument, nullptr, 'd' },
-        {              },
+        { "foreground", no_argument, nullptr, 'f' },
+        { "chassis", required_argument, nullptr, 'm' },
+        { "device-number", required_argument, nullptr, 'd' },
+        {},
     };
     for (int letter; (letter = getopt_long(argc, argv, "fm:d:", long_options, nullptr)) != -1;) {
         switch (letter) {

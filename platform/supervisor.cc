@@ -35,23 +35,23 @@ std::vector<std::string> cfgmgr_words(const sysmgrd_t &sysmgrd)
 // SIGUSR2 is the stop that leaves the device reachable.
 constexpr process_rule_t rules[NUM_PROCESSES] = {
     {
-     .name = "agentd",
-     .peer = 0,
-     .read_bit = 0,
-     .note_name = nullptr,
-     .pid_file_time = PID_FILE_AT_START,
-     .stop_steps = { { SIGTERM, 1500 }, { SIGKILL, 1000 } },
-     .words = agentd_words,
-     },
+        .name = "agentd",
+        .peer = 0,
+        .read_bit = 0,
+        .note_name = nullptr,
+        .pid_file_time = PID_FILE_AT_START,
+        .stop_steps = { { SIGTERM, 1500 }, { SIGKILL, 1000 } },
+        .words = agentd_words,
+    },
     {
-     .name = "cfgmgr",
-     .peer = DAEMON_ID_CFGMGR,
-     .read_bit = AGENT_BIT_CFGMGR,
-     .note_name = "cfgmgr.starting",
-     .pid_file_time = PID_FILE_AT_FIRST_HELLO,
-     .stop_steps = { { SIGUSR2, 2000 }, { SIGTERM, 500 }, { SIGKILL, 1000 } },
-     .words = cfgmgr_words,
-     },
+        .name = "cfgmgr",
+        .peer = DAEMON_ID_CFGMGR,
+        .read_bit = AGENT_BIT_CFGMGR,
+        .note_name = "cfgmgr.starting",
+        .pid_file_time = PID_FILE_AT_FIRST_HELLO,
+        .stop_steps = { { SIGUSR2, 2000 }, { SIGTERM, 500 }, { SIGKILL, 1000 } },
+        .words = cfgmgr_words,
+    },
 };
 
 constexpr process_index_t stop_order[] = { PROCESS_CFGMGR, PROCESS_AGENTD };

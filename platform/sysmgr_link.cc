@@ -64,12 +64,9 @@ struct message_row_t {
     take_t take;
 };
 constexpr message_row_t message_rows[] = {
-    {SYSMGR_MSG_HELLO,        take_hello      },
-    { SYSMGR_MSG_TEXT,        take_text       },
-    { SYSMGR_MSG_TEXT_2,      take_text       },
-    { SYSMGR_MSG_VPN_ADD,     take_vpn_add    },
-    { SYSMGR_MSG_VPN_DEL,     take_vpn_del    },
-    { SYSMGR_MSG_AGENT_READY, take_agent_ready},
+    { SYSMGR_MSG_HELLO, take_hello },     { SYSMGR_MSG_TEXT, take_text },
+    { SYSMGR_MSG_TEXT_2, take_text },     { SYSMGR_MSG_VPN_ADD, take_vpn_add },
+    { SYSMGR_MSG_VPN_DEL, take_vpn_del }, { SYSMGR_MSG_AGENT_READY, take_agent_ready },
 };
 
 void take_message(sysmgrd_t *sysmgrd, const char *bytes, size_t length)

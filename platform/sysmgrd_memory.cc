@@ -18,18 +18,18 @@ struct memory_row_t {
     void (*take)(sysmgrd_memory_t &memory, uint64_t number);
 };
 constexpr memory_row_t memory_rows[] = {
-    {"ready-pid",  std::numeric_limits<pid_t>::max(),
-     [](sysmgrd_memory_t &memory, uint64_t number) {
+    { "ready-pid", std::numeric_limits<pid_t>::max(),
+      [](sysmgrd_memory_t &memory, uint64_t number) {
           memory.ready_pid = static_cast<pid_t>(number);
-      }},
+      } },
     { "read-bits", UINT32_MAX,
-     [](sysmgrd_memory_t &memory, uint64_t number) {
+      [](sysmgrd_memory_t &memory, uint64_t number) {
           memory.read_bits = static_cast<uint32_t>(number);
-      }},
-    { "vpn",       UINT64_MAX,
-     [](sysmgrd_memory_t &memory, uint64_t number) {
+      } },
+    { "vpn", UINT64_MAX,
+      [](sysmgrd_memory_t &memory, uint64_t number) {
           memory.vpns.insert(number);
-      }},
+      } },
 };
 
 void take_line(std::string_view line, sysmgrd_memory_t *memory)

@@ -20,18 +20,18 @@ struct option_row_t {
     const char *help;
 };
 constexpr option_row_t option_rows[] = {
-    {"--personality",     "-p", &sysmgrd_settings_t::personality,     nullptr,                             0,       "what the device is, for cfgmgr"                     },
-    { "--root",           "",   &sysmgrd_settings_t::root,            nullptr,                             0,       "folder in the place of /, for /var/run and /var/log"},
-    { "--agent-config",   "",   &sysmgrd_settings_t::agent_config,    nullptr,                             0,       "agentd's file; else one is written"                 },
-    { "--agent-port",     "",   nullptr,                              &sysmgrd_settings_t::agent_port,     65535,   "port of the agent"                                  },
-    { "--agent-state",    "",   &sysmgrd_settings_t::agent_state_dir, nullptr,                             0,       "folder of the agent's datastore"                    },
-    { "--yang-dir",       "",   &sysmgrd_settings_t::yang_dir,        nullptr,                             0,       "folder of the data models"                          },
-    { "--agentd",         "",   &sysmgrd_settings_t::agentd,          nullptr,                             0,       "program"                                            },
-    { "--cfgmgr",         "",   &sysmgrd_settings_t::cfgmgr,          nullptr,                             0,       "program"                                            },
-    { "--agent-cmd",      "",   &sysmgrd_settings_t::agent_cmd,       nullptr,                             0,       "program"                                            },
-    { "--agent-bits",     "",   &sysmgrd_settings_t::agent_bits,      nullptr,                             0,       "program"                                            },
-    { "--hello-limit-ms", "",   nullptr,                              &sysmgrd_settings_t::hello_limit_ms, 3600000, "silence that means dead"                            },
-    { "--start-limit-ms", "",   nullptr,                              &sysmgrd_settings_t::start_limit_ms, 3600000, "the same before a first hello"                      },
+    { "--personality", "-p", &sysmgrd_settings_t::personality, nullptr, 0, "what the device is, for cfgmgr" },
+    { "--root", "", &sysmgrd_settings_t::root, nullptr, 0, "folder in the place of /, for /var/run and /var/log" },
+    { "--agent-config", "", &sysmgrd_settings_t::agent_config, nullptr, 0, "agentd's file; else one is written" },
+    { "--agent-port", "", nullptr, &sysmgrd_settings_t::agent_port, 65535, "port of the agent" },
+    { "--agent-state", "", &sysmgrd_settings_t::agent_state_dir, nullptr, 0, "folder of the agent's datastore" },
+    { "--yang-dir", "", &sysmgrd_settings_t::yang_dir, nullptr, 0, "folder of the data models" },
+    { "--agentd", "", &sysmgrd_settings_t::agentd, nullptr, 0, "program" },
+    { "--cfgmgr", "", &sysmgrd_settings_t::cfgmgr, nullptr, 0, "program" },
+    { "--agent-cmd", "", &sysmgrd_settings_t::agent_cmd, nullptr, 0, "program" },
+    { "--agent-bits", "", &sysmgrd_settings_t::agent_bits, nullptr, 0, "program" },
+    { "--hello-limit-ms", "", nullptr, &sysmgrd_settings_t::hello_limit_ms, 3600000, "silence that means dead" },
+    { "--start-limit-ms", "", nullptr, &sysmgrd_settings_t::start_limit_ms, 3600000, "the same before a first hello" },
 };
 
 bool wrong(const char *text, const char *word)

@@ -4,8 +4,8 @@
 // the order in which the agent expects them; the failure of any one of them rebuilds the whole connection two seconds
 // later.
 
-#include "tconfd/tconfd_internal.h"
 #include "tconfd/tconfd_connect.h"
+#include "tconfd/tconfd_internal.h"
 #include "tconfd/tconfd_shm.h"
 
 #include "common/tip_assert.h"
@@ -16,7 +16,8 @@
 #include <fcntl.h>
 #include <string>
 
-namespace {
+namespace
+{
 
 constexpr uint32_t RETRY_MS = 2000;
 constexpr char IPC_SECRET_FILE[] = "/etc/confd/confd_ipc_secret";
@@ -77,12 +78,9 @@ struct socket_row_t {
     const char *word; // of the failure text
 };
 constexpr socket_row_t socket_rows[] = {
-    { &tconfd_ctx::ctrl_fd,   "control"            },
-    { &tconfd_ctx::work_fd,   "worker"             },
-    { &tconfd_ctx::data_fd,   "data"               },
-    { &tconfd_ctx::subscr_fd, "subscription"       },
-    { &tconfd_ctx::maapi_fd,  "maapi"              },
-    { &tconfd_ctx::notif_fd,  "confd notification" },
+    { &tconfd_ctx::ctrl_fd, "control" }, { &tconfd_ctx::work_fd, "worker" },
+    { &tconfd_ctx::data_fd, "data" },    { &tconfd_ctx::subscr_fd, "subscription" },
+    { &tconfd_ctx::maapi_fd, "maapi" },  { &tconfd_ctx::notif_fd, "confd notification" },
 };
 
 bool open_sockets(tconfd_ctx *ctx)
@@ -123,9 +121,9 @@ bool connect_notifications(tconfd_ctx *ctx)
     confd_notifications_data data{};
     data.interval_ms = static_cast<int>(wanted->interval);
     const sockaddr_in &address = tconfd_agent_address();
-    int result = confd_notifications_connect2(ctx->notif_fd, reinterpret_cast<const sockaddr *>(&address),
-                                              sizeof address, static_cast<int>(wanted->mask),
-                                              wanted->interval != 0 ? &data : nullptr);
+    int result =
+        confd_notifications_connect2(ctx->notif_fd, reinterpret_cast<const sockaddr *>(&address), sizeof address,
+                                     static_cast<int>(wanted->mask), wanted->interval != 0 ? &data : nullptr);
     if (result == CONFD_OK)
         return true;
     tconfd_log("Failed to connect to confd notifications(%s - %d)", tconfd_name(), result);
@@ -222,8 +220,8 @@ bool register_notifications(tconfd_ctx *ctx)
         tconfd_log("Failed to register notification stream %s (%s - %d)", STREAM_NAME, tconfd_name(), result);
         return false;
     }
-    result = confd_register_snmp_notification(ctx->daemon_ctx, ctx->work_fd, SNMP_NOTIFY_NAME, "",
-                                              &ctx->reg.snmp_notif_ctx);
+    result =
+        confd_register_snmp_notification(ctx->daemon_ctx, ctx->work_fd, SNMP_NOTIFY_NAME, "", &ctx->reg.snmp_notif_ctx);
     if (result != CONFD_OK)
         tconfd_log("Failed to register snmp notification %s (%s - %d)", SNMP_NOTIFY_NAME, tconfd_name(), result);
     return result == CONFD_OK;
@@ -289,9 +287,8 @@ bool start_subscribing(tconfd_ctx *ctx)
 
 using step_t = bool (*)(tconfd_ctx *ctx);
 constexpr step_t connect_steps[] = {
-    init_daemon_ctx,  open_sockets,       connect_sockets, create_events,          register_transactions,
-    register_actions, register_valpoints, register_data,   register_notifications, register_done,
-    create_pipe,      start_subscribing,
+    init_daemon_ctx,    open_sockets,  connect_sockets,        create_events, register_transactions, register_actions,
+    register_valpoints, register_data, register_notifications, register_done, create_pipe,           start_subscribing,
 };
 
 void delete_retry_timer(tconfd_ctx *ctx)
@@ -355,8 +352,8 @@ void start_retry_timer(tconfd_ctx *ctx)
 {
     if (ctx->retry_timer != nullptr)
         return;
-    ctx->retry_timer = timer_util_create(ctx->reg.timer_mgr, TIMER_PRIO_HIGH, TIMER_CYCLIC, RETRY_MS,
-                                         tconfd_retry_cb, ctx, nullptr, nullptr, nullptr, "tconfd_timer");
+    ctx->retry_timer = timer_util_create(ctx->reg.timer_mgr, TIMER_PRIO_HIGH, TIMER_CYCLIC, RETRY_MS, tconfd_retry_cb,
+                                         ctx, nullptr, nullptr, nullptr, "tconfd_timer");
     if (ctx->retry_timer == nullptr) {
         tconfd_log("Failed to create tconfd retry timer");
         tip_assert(ctx->retry_timer != nullptr);

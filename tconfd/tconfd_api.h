@@ -66,10 +66,10 @@ struct tconfd_sub {
     uint32_t ns;                  // namespace hash of the module
     uint32_t add_subid;
     uint32_t del_subid;
-    uint8_t num_keys; // keys expected on a change; 0 selects the delivery without keys
-    uint8_t priority; // low nibble: of adds; high nibble: of deletes, 0 for none. Lower numbers are served first
-    uint8_t flags;    // tconfd_sub_flag_t
-    uint8_t state;    // TCONFD_SUB_IN_PROGRESS
+    uint8_t num_keys;  // keys expected on a change; 0 selects the delivery without keys
+    uint8_t priority;  // low nibble: of adds; high nibble: of deletes, 0 for none. Lower numbers are served first
+    uint8_t flags;     // tconfd_sub_flag_t
+    uint8_t state;     // TCONFD_SUB_IN_PROGRESS
     time_t last_start; // wall clock of the last delivery
     time_t last_end;   // wall clock of the last success
 };
@@ -83,19 +83,19 @@ struct tconfd_notif_reg {
 };
 
 struct tconfd_registration {
-    void *app_ctx;               // the application's state; required
-    tconfd_sub *subs;            // required; of static life, since threads that were left behind may still read it
+    void *app_ctx;                // the application's state; required
+    tconfd_sub *subs;             // required; of static life, since threads that were left behind may still read it
     confd_valpoint_cb *valpoints; // ended by an empty name; required
     confd_action_cbs *actions;    // ended by an empty name; required
-    confd_notification_ctx *notif_ctx; // out: the notification stream
-    tconfd_notif_reg *notif_reg;       // null: no notification socket
-    confd_notification_ctx *snmp_notif_ctx; // out: the SNMP notifications
-    int (*register_data_cbs)(tconfd_ctx *ctx); // non-zero is failure; required
+    confd_notification_ctx *notif_ctx;               // out: the notification stream
+    tconfd_notif_reg *notif_reg;                     // null: no notification socket
+    confd_notification_ctx *snmp_notif_ctx;          // out: the SNMP notifications
+    int (*register_data_cbs)(tconfd_ctx *ctx);       // non-zero is failure; required
     void (*sync_cb)(tconfd_ctx *ctx, int triggered); // at the end of each delivery; may be null
     void (*post_init_cb)(tconfd_ctx *ctx);           // at the end of each successful connection; may be null
-    struct event_base *event_base; // required
-    timer_mgr_t *timer_mgr; // required
-    uint8_t module_id;    // the daemon's peer id
+    struct event_base *event_base;                   // required
+    timer_mgr_t *timer_mgr;                          // required
+    uint8_t module_id;                               // the daemon's peer id
 };
 
 struct tconfd_sub_thread;
@@ -108,11 +108,11 @@ struct tconfd_ctx {
     tconfd_ctx *primary_ctx;   // set in a secondary context only: its owner
     tconfd_ctx *secondary_ctx; // owned; null for none
     event *ctrl_event, *work_event, *subscr_event, *notif_event, *pipe_event;
-    timer_util_t *retry_timer; // only while reconnecting
-    int32_t pipe_fd[2];    // threads tell the loop: see tconfd_pipe_cb
+    timer_util_t *retry_timer;                                        // only while reconnecting
+    int32_t pipe_fd[2];                                               // threads tell the loop: see tconfd_pipe_cb
     int32_t ctrl_fd, subscr_fd, work_fd, data_fd, maapi_fd, notif_fd; // -1 when closed; notif_fd 0 when unused
-    uint32_t initial_read_done; // 1 after the initial read of this process
-    pthread_t oper_thread;      // the last thread of tconfd_set_cdb_oper_value, 0 when none has run
+    uint32_t initial_read_done;                                       // 1 after the initial read of this process
+    pthread_t oper_thread;         // the last thread of tconfd_set_cdb_oper_value, 0 when none has run
     tconfd_sub_thread *sub_thread; // the registration thread of this connection; shared with it
     uint32_t live_threads;         // threads that still use the context
 };

@@ -12,7 +12,8 @@
 #include <algorithm>
 #include <memory>
 
-namespace {
+namespace
+{
 
 constexpr int MAX_KEYS = 16;
 constexpr int MAX_VALUES = 128;

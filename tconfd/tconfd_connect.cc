@@ -7,7 +7,8 @@
 #include <cerrno>
 #include <cstdlib>
 
-namespace {
+namespace
+{
 
 constexpr int LIBRARY_VERSION = 0x6030100;
 constexpr int MAX_DEPTH = 20;

@@ -12,7 +12,8 @@
 #include <memory>
 #include <string>
 
-namespace {
+namespace
+{
 
 constexpr size_t PATH_TEXT_SIZE = 128;
 
@@ -27,7 +28,10 @@ struct modifications {
     ~modifications() { tconfd_free_modifications(n, values); }
 };
 
-enum applies_t { NOTHING_APPLIES, APPLIES };
+enum applies_t {
+    NOTHING_APPLIES,
+    APPLIES
+};
 
 // The array to hand over in this pass: the modifications themselves, or a filtered copy kept in `filtered`.
 struct applicable_t {

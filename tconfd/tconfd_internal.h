@@ -23,7 +23,7 @@ const char *tconfd_name(); // the daemon's name
 // With a function's name given: for steps that log in the name of the operation they belong to.
 #define tconfd_log_as(function, fmt, ...)                                                                              \
     syslog(tconfd_facility() | LOG_DEBUG, "%s[%d]: " fmt, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-#define tconfd_trace(fmt, ...) \
+#define tconfd_trace(fmt, ...)                                                                                         \
     (tconfd_trace_is_on() ? tip_log_to(tconfd_facility(), fmt __VA_OPT__(, ) __VA_ARGS__) : (void)0)
 
 // ---- the agent's address and sockets to it
@@ -41,7 +41,8 @@ inline constexpr char TCONFD_SYSTEM_NAMESPACE[] = "urn:corvane:yang:system";
 void tconfd_block_signals();
 
 // A socket connected as a CDB data socket, with a session on the operational datastore for as long as it lives.
-class oper_session {
+class oper_session
+{
 public:
     // flags: CDB_LOCK_*. is_open tells whether all steps went well; after a failure `step` says where it ended.
     explicit oper_session(int flags);
@@ -49,7 +50,12 @@ public:
     oper_session(const oper_session &) = delete;
     oper_session &operator=(const oper_session &) = delete;
 
-    enum step_t { STEP_SOCKET, STEP_CONNECT, STEP_SESSION, STEP_OPEN };
+    enum step_t {
+        STEP_SOCKET,
+        STEP_CONNECT,
+        STEP_SESSION,
+        STEP_OPEN
+    };
     [[nodiscard]] bool is_open() const { return step == STEP_OPEN; }
     [[nodiscard]] int fd() const { return sock.get(); }
     step_t step = STEP_SOCKET;
@@ -68,13 +74,13 @@ inline constexpr char TCONFD_PIPE_SUBSCRIBED = '2'; // subscription ids are read
 // leaves last (by `over`) frees the record, and a thread that was left behind closes subscr_fd.
 struct tconfd_sub_thread {
     tconfd_sub *subs = nullptr; // the application's rows; the thread knows nothing else of the context
-    unique_fd pipe;            // write end
+    unique_fd pipe;             // write end
     int subscr_fd = -1;
     uint32_t initial_read_subid = 0;
     struct ids_t {
         uint32_t add = 0, del = 0;
     };
-    std::vector<ids_t> ids; // in table order
+    std::vector<ids_t> ids;           // in table order
     std::atomic<bool> ready{ false }; // ids and initial_read_subid stand; set before the byte is sent
     std::atomic<bool> over{ false };  // one side has left
 };
@@ -92,10 +98,12 @@ void *tconfd_thread_register_subscriptions(void *record);
 extern tconfd_sub tconfd_own_subs[];
 
 // Rows of the application's table, then of the layer's own.
-class tconfd_rows {
+class tconfd_rows
+{
 public:
     explicit tconfd_rows(tconfd_sub *subs) : subs_(subs) {}
-    class iterator {
+    class iterator
+    {
     public:
         iterator(tconfd_sub *row, tconfd_sub *other) : row_(row), other_(other) { skip_end(); }
         tconfd_sub &operator*() const { return *row_; }

@@ -9,7 +9,8 @@
 #include <cstdio>
 #include <memory>
 
-namespace {
+namespace
+{
 
 constexpr int LOCK_AND_WAIT = CDB_LOCK_REQUEST | CDB_LOCK_WAIT;
 constexpr size_t PATH_SIZE = 100;
@@ -137,10 +138,7 @@ int get_label(const char *path)
 
 struct label_path {
     char text[PATH_SIZE];
-    explicit label_path(uint64_t vpn_id)
-    {
-        (void)snprintf(text, sizeof text, "/vpn/vpn-instance{%lu}/label", vpn_id);
-    }
+    explicit label_path(uint64_t vpn_id) { (void)snprintf(text, sizeof text, "/vpn/vpn-instance{%lu}/label", vpn_id); }
     label_path(uint64_t vpn_id, const char *service)
     {
         (void)snprintf(text, sizeof text, "/vpn/vpn-instance{%lu}/service{%s}/label", vpn_id, service);

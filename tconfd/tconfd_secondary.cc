@@ -6,7 +6,8 @@
 
 #include <cstdlib>
 
-namespace {
+namespace
+{
 
 bool connect_secondary(tconfd_ctx *ctx, const char *name)
 {

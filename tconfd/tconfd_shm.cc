@@ -10,7 +10,8 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
-namespace {
+namespace
+{
 
 constexpr char REGION_NAME[] = "tconfd_shared_region";
 constexpr size_t HOST_NAME_MOST = 253;
@@ -40,7 +41,8 @@ void tconfd_setup_shm()
         return;
     }
     // A shorter object would be a fault at the first read.
-    struct stat info{};
+    struct stat info {
+    };
     void *memory = MAP_FAILED;
     if (fstat(fd.get(), &info) == 0 && info.st_size >= static_cast<off_t>(sizeof(shared_region_t)))
         memory = mmap(nullptr, sizeof(shared_region_t), PROT_READ, MAP_SHARED, fd.get(), 0);

@@ -9,7 +9,8 @@
 
 #include <memory>
 
-namespace {
+namespace
+{
 
 constexpr char INITIAL_READ_PATH[] = "/tconfd-initial-read-priority";
 constexpr int WAIT_FOR_LOCK = 5; // take the session's lock, and wait for it
@@ -146,8 +147,7 @@ void read_all(const tconfd_read_req &req)
         return;
     }
     const sockaddr_in &address = tconfd_agent_address();
-    int result = cdb_connect(sock.get(), CDB_DATA_SOCKET, reinterpret_cast<const sockaddr *>(&address),
-                             sizeof address);
+    int result = cdb_connect(sock.get(), CDB_DATA_SOCKET, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     if (result != CONFD_OK) {
         tconfd_log("Failed to connect init data socket to confd (%s - %d)", tconfd_name(), result);
         return;
@@ -203,7 +203,11 @@ int deliver(int fd, tconfd_delivery *delivery)
     return CONFD_OK;
 }
 
-enum outcome_t { ROW_SERVED, ROW_NOT_COUNTED, DELIVERY_OVER };
+enum outcome_t {
+    ROW_SERVED,
+    ROW_NOT_COUNTED,
+    DELIVERY_OVER
+};
 
 // What a delivery left behind: a failed handler, a failed iteration, or success.
 outcome_t judge(int fd, const event_t &event, tconfd_sub *row, int result)

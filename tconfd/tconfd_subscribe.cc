@@ -14,7 +14,8 @@
 #include <fcntl.h>
 #include <memory>
 
-namespace {
+namespace
+{
 
 constexpr char INITIAL_READ_LEAF[] = "tconfd-initial-read-priority";
 
@@ -95,8 +96,8 @@ bool connect_subscription(int subscr_fd)
 bool subscribe_initial_read(tconfd_sub_thread *thread)
 {
     int point = 0;
-    int result = cdb_oper_subscribe(thread->subscr_fd, confd_str2hash(TCONFD_SYSTEM_NAMESPACE), &point, "%s",
-                                    INITIAL_READ_LEAF);
+    int result =
+        cdb_oper_subscribe(thread->subscr_fd, confd_str2hash(TCONFD_SYSTEM_NAMESPACE), &point, "%s", INITIAL_READ_LEAF);
     if (result != CONFD_OK) {
         tconfd_log("Failed to subscribe to tconfd-initial-read-priority (%s - %d) %s (%d) : %s", tconfd_name(), result,
                    confd_strerror(confd_errno), confd_errno, confd_lasterr());

@@ -8,7 +8,8 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 
-namespace {
+namespace
+{
 
 constexpr size_t IP_TEXT_SIZE = 128;
 

@@ -42,8 +42,8 @@ void tconfd_addr_port_str(const ip_addr_t *ip, uint16_t port, char *out, size_t 
 
 // ---- enumerations of the models
 
-uint32_t tconfd_color_to_level(uint32_t value);   // 1, 2, 3, 4 give 1, 3, 5, 7, others 0
-uint32_t tconfd_enum_identity(uint32_t value);    // 1 to 11 and 13 give themselves, others 12
+uint32_t tconfd_color_to_level(uint32_t value); // 1, 2, 3, 4 give 1, 3, 5, 7, others 0
+uint32_t tconfd_enum_identity(uint32_t value);  // 1 to 11 and 13 give themselves, others 12
 
 // ---- operational data
 

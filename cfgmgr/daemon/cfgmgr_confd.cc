@@ -9,7 +9,8 @@
 #include "common/tip_log.h"
 #include "yang/corvane-vpn.h"
 
-namespace {
+namespace
+{
 
 constexpr uint8_t priority(uint8_t add, uint8_t del = 0)
 {

@@ -6,7 +6,8 @@
 
 #include <cstdlib>
 
-namespace {
+namespace
+{
 
 cfgmgrd_t *context;
 

@@ -20,7 +20,7 @@ inline constexpr size_t CFGMGR_BITMAP_BYTES = 4097;
 
 // One per process, zeroed at creation, owned by main for as long as the process lives.
 struct cfgmgrd_t {
-    uint8_t *reserved_bitmap_p;  // CFGMGR_BITMAP_BYTES, bit 0 set: the labels of VPNs and services
+    uint8_t *reserved_bitmap_p; // CFGMGR_BITMAP_BYTES, bit 0 set: the labels of VPNs and services
     app_sysmgr_t *sysmgr_handle_p;
     uint8_t daemonize; // 1 unless told to stay in the foreground
     struct event_base *event_base;
@@ -38,13 +38,13 @@ struct cfgmgrd_t {
     uint32_t personality;          // PERSONALITY_*
     avl_tree_t vpn_table;          // cfgmgr_vpn_t by number
     uint8_t usergroup_dirty;
-    uint8_t mgmt_vpn;     // 1 when the device has a management VPN
-    uint8_t upgrade;      // 1 when the configuration is to be brought up from an older release
-    uint8_t startup_done; // 1 after the startup transaction has run
-    timespec last_timer_run; // monotonic; last run of the high-priority wheel
-    timespec start_time;     // monotonic; entry to cfgmgr_main
-    uint8_t *if_idx_bitmap_p; // CFGMGR_BITMAP_BYTES, bit 0 set: system-wide interface indexes
-    uint32_t if_idx_hint;     // the index handed out last
+    uint8_t mgmt_vpn;            // 1 when the device has a management VPN
+    uint8_t upgrade;             // 1 when the configuration is to be brought up from an older release
+    uint8_t startup_done;        // 1 after the startup transaction has run
+    timespec last_timer_run;     // monotonic; last run of the high-priority wheel
+    timespec start_time;         // monotonic; entry to cfgmgr_main
+    uint8_t *if_idx_bitmap_p;    // CFGMGR_BITMAP_BYTES, bit 0 set: system-wide interface indexes
+    uint32_t if_idx_hint;        // the index handed out last
     avl_tree_t if_idx_by_vpn;    // bitmap_if_idx_t by VPN and kernel index
     avl_tree_t if_idx_by_bitmap; // the same records by allocated index
 };

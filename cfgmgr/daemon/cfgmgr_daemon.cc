@@ -19,7 +19,8 @@
 #include <unistd.h>
 #include <utility>
 
-namespace {
+namespace
+{
 
 constexpr uint32_t TIMER_BUDGET_MS = 100;
 constexpr int64_t KEEPALIVE_MIN_MS = 4;
@@ -63,10 +64,9 @@ bool init_timers(cfgmgrd_t *cfgmgrd_p)
     cfgmgrd_p->timer_mgr_p = timer_mgr_create(TIMER_RES_1SEC, plain_malloc, plain_free, cfgmgrd_p, TIMER_MASK_ALL);
     if (cfgmgrd_p->timer_mgr_p == nullptr)
         return false;
-    cfgmgrd_p->sysmgr_timer_p =
-        timer_util_create(cfgmgrd_p->timer_mgr_p, TIMER_PRIO_NORMAL, TIMER_CYCLIC, SYSMGR_RETRY_MS,
-                          cfgmgr_init_sysmgr_timer_cb, cfgmgrd_p, nullptr, nullptr, nullptr,
-                          "cfgmgr-init-sysmgr-timer");
+    cfgmgrd_p->sysmgr_timer_p = timer_util_create(cfgmgrd_p->timer_mgr_p, TIMER_PRIO_NORMAL, TIMER_CYCLIC,
+                                                  SYSMGR_RETRY_MS, cfgmgr_init_sysmgr_timer_cb, cfgmgrd_p, nullptr,
+                                                  nullptr, nullptr, "cfgmgr-init-sysmgr-timer");
     cfgmgrd_p->timer_tick_event = evtimer_new(cfgmgrd_p->event_base, timer_tick_cb, cfgmgrd_p);
     if (cfgmgrd_p->sysmgr_timer_p == nullptr || cfgmgrd_p->timer_tick_event == nullptr)
         return false;
@@ -75,7 +75,9 @@ bool init_timers(cfgmgrd_t *cfgmgrd_p)
     return event_add(cfgmgrd_p->timer_tick_event, &tick) == 0;
 }
 
-void swallow_signal(evutil_socket_t, short, void *) {}
+void swallow_signal(evutil_socket_t, short, void *)
+{
+}
 
 bool init_sigusr1(cfgmgrd_t *cfgmgrd_p)
 {

@@ -9,7 +9,8 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
-namespace {
+namespace
+{
 
 constexpr size_t READ_SIZE = 16384;
 
@@ -44,8 +45,7 @@ int cfgmgr_init_inotify(cfgmgrd_t *cfgmgrd_p)
         return CFGMGR_INOTIFY_NO_FD;
     }
     cfgmgrd_p->inotify_fd = fd;
-    cfgmgrd_p->inotify_event =
-        event_new(cfgmgrd_p->event_base, fd, EV_READ | EV_PERSIST, cfgmgr_inotify_cb, cfgmgrd_p);
+    cfgmgrd_p->inotify_event = event_new(cfgmgrd_p->event_base, fd, EV_READ | EV_PERSIST, cfgmgr_inotify_cb, cfgmgrd_p);
     if (cfgmgrd_p->inotify_event == nullptr || event_add(cfgmgrd_p->inotify_event, nullptr) != 0) {
         tip_log("Failed to init inotify fd: %d, errno: %d", fd, errno);
         return CFGMGR_INOTIFY_NO_EVENT;

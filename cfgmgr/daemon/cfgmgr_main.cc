@@ -15,7 +15,8 @@
 #include <cstring>
 #include <unistd.h>
 
-namespace {
+namespace
+{
 
 constexpr char FORWARDING_PROCESS[] = "fp";
 

@@ -7,7 +7,8 @@
 #include <csignal>
 #include <sys/wait.h>
 
-namespace {
+namespace
+{
 
 constexpr int NUM_SIGNALS = 65;
 

@@ -20,7 +20,8 @@ struct app_sysmgr_t {
     app_sysmgr_rx_t rx_cb; // may be null
 };
 
-namespace {
+namespace
+{
 
 constexpr uint32_t HELLO_MS = 1000;
 time_t last_hello;
@@ -75,7 +76,9 @@ void conn_down(msgq_t *, void *arg)
     timer_disable(static_cast<app_sysmgr_t *>(arg)->hello_timer);
 }
 
-void conn_error(msgq_t *, void *) {} // the queue calls it never, but wants it
+void conn_error(msgq_t *, void *)
+{
+} // the queue calls it never, but wants it
 
 void receive(msgq_t *msgq_p, void *memory, uint16_t length, void *arg)
 {
@@ -175,6 +178,6 @@ void cfgmgr_init_sysmgr_timer_cb(timer_util_t *timer, void *arg, void *, void *,
         timer_enable(timer);
         return;
     }
-    timer_disable(timer); // before the tables start: they are started once
+    timer_disable(timer);         // before the tables start: they are started once
     (void)cfgmgr_main(cfgmgrd_p); // ends the process when it fails
 }

@@ -14,7 +14,8 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-namespace {
+namespace
+{
 
 constexpr int CONFIG_FAILED = 16;
 

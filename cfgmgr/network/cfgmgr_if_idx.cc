@@ -2,19 +2,20 @@
 
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 
-#include "common/vpn_id.h"
 #include "common/bitmap.h"
 #include "common/tip_assert.h"
 #include "common/tip_log.h"
 #include "common/tip_system.h"
 #include "common/tip_text.h"
+#include "common/vpn_id.h"
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 
-namespace {
+namespace
+{
 
 // Ports of the management system's services, redirected to the host end of its link to the management VPN.
 constexpr uint16_t redirected_ports[] = { 80, 8080, 443, 8443, 9080, 9443 };

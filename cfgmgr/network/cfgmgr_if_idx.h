@@ -40,10 +40,10 @@ void cfgmgr_if_idx_free(cfgmgrd_t *cfgmgrd_p, uint32_t bitmap_if_idx);
 // The record of an interface, made when it is new (the name is not updated later). Null, logged, when there is no
 // memory or no number left.
 [[nodiscard]] bitmap_if_idx_t *cfgmgr_if_idx_find_or_create(cfgmgrd_t *cfgmgrd_p, uint32_t rtm_idx, const char *name,
-                                                           uint64_t vpn_id);
+                                                            uint64_t vpn_id);
 // Null for an unknown mode too.
 [[nodiscard]] bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_vpn(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t rtm_idx,
-                                                          int mode);
+                                                           int mode);
 [[nodiscard]] bitmap_if_idx_t *cfgmgr_if_idx_lookup_by_bitmap(cfgmgrd_t *cfgmgrd_p, uint32_t bitmap_if_idx, int mode);
 
 // Keeps the interface's IPv4 address, or clears it; other families are ignored. On a management system a change in the

@@ -9,7 +9,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace {
+namespace
+{
 
 constexpr char NETNS_ADD[] = "ip netns add %lu";
 constexpr char NETNS_FILES_ADD[] = "mkdir -p /etc/netns/%lu";

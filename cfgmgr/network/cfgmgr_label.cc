@@ -2,8 +2,8 @@
 
 #include "cfgmgr/network/cfgmgr_label.h"
 
-#include "common/vpn_id.h"
 #include "common/bitmap.h"
+#include "common/vpn_id.h"
 
 uint32_t cfgmgr_label_alloc(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {

@@ -12,7 +12,8 @@
 #include <cstddef>
 #include <cstdlib>
 
-namespace {
+namespace
+{
 
 constexpr char EXTERNAL_MGMT_PORT[] = "eth0";
 constexpr char TESTBED_COMMAND[] = "fw_printenv testbed 2> /dev/null";

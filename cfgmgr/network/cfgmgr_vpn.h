@@ -6,20 +6,20 @@
 
 #include "cfgmgr/daemon/cfgmgr_context.h"
 #include "cfgmgr/network/cfgmgr_label.h"
-#include "common/vpn_id.h"
 #include "common/ip_util.h"
+#include "common/vpn_id.h"
 
 inline constexpr uint32_t VPN_MAX = 80; // VRF indexes; the management and internal VPN count too
 
 struct cfgmgr_vpn_t {
-    avl_node_t node;         // of vpn_table
-    uint64_t vpn_id;         // the key
-    uint16_t vrf_id;         // 0 to VPN_MAX - 1; VPN 0 has 0
-    ip_addr_t dns_primary;   // resolvers; family 0 means none
+    avl_node_t node;       // of vpn_table
+    uint64_t vpn_id;       // the key
+    uint16_t vrf_id;       // 0 to VPN_MAX - 1; VPN 0 has 0
+    ip_addr_t dns_primary; // resolvers; family 0 means none
     ip_addr_t dns_secondary;
     cfgmgrd_t *cfgmgr_p;
-    uint32_t label;          // CFGMGR_LABEL_NONE for none
-    int32_t kernel_sock;     // datagram socket inside the namespace, for interface ioctls; -1 for none
+    uint32_t label;      // CFGMGR_LABEL_NONE for none
+    int32_t kernel_sock; // datagram socket inside the namespace, for interface ioctls; -1 for none
     char description[128];
     uint8_t policy_synced : 1; // its routing daemons have all policies
 };

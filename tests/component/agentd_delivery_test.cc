@@ -27,41 +27,49 @@ struct commit_row_t {
 };
 
 static const commit_row_t commit_rows[] = {
-    {"an entry is created",                     {},                               { { "/net/vpn{5}/name", "a" } },  "created /net:net/vpn{5}: id=5 name=a", ""                                                },
+    { "an entry is created", {}, { { "/net/vpn{5}/name", "a" } }, "created /net:net/vpn{5}: id=5 name=a", "" },
     { "an entry is deleted",
-     { { "/net/vpn{5}/name", "a" } },
-     { { "/net/vpn{5}", "-" } },
-     "deleted /net:net/vpn{5}",                                                                                                                             ""                                                },
+      { { "/net/vpn{5}/name", "a" } },
+      { { "/net/vpn{5}", "-" } },
+      "deleted /net:net/vpn{5}",
+      "" },
     { "an entry with entries below is deleted",
-     { { "/net/vpn{5}/port{p}/speed", "1" } },
-     { { "/net/vpn{5}", "-" } },
-     "deleted /net:net/vpn{5}",                                                                                                                             ""                                                },
+      { { "/net/vpn{5}/port{p}/speed", "1" } },
+      { { "/net/vpn{5}", "-" } },
+      "deleted /net:net/vpn{5}",
+      "" },
     { "a leaf is set",
-     { { "/net/vpn{5}", "+" } },
-     { { "/net/vpn{5}/mtu", "1400" } },
-     "modified /net:net/vpn{5}: mtu=1400",                                                                                                                  ""                                                },
+      { { "/net/vpn{5}", "+" } },
+      { { "/net/vpn{5}/mtu", "1400" } },
+      "modified /net:net/vpn{5}: mtu=1400",
+      "" },
     { "a leaf goes back to its default",
-     { { "/net/vpn{5}/mtu", "1400" } },
-     { { "/net/vpn{5}/mtu", "-" } },
-     "modified /net:net/vpn{5}: -mtu",                                                                                                                      ""                                                },
+      { { "/net/vpn{5}/mtu", "1400" } },
+      { { "/net/vpn{5}/mtu", "-" } },
+      "modified /net:net/vpn{5}: -mtu",
+      "" },
     { "an entry below is created",
-     { { "/net/vpn{5}", "+" } },
-     { { "/net/vpn{5}/port{p}/speed", "10" } },
-     "modified /net:net/vpn{5}:",                                                                                                                           "created /net:net/vpn{5}/port{p}: name=p speed=10"},
+      { { "/net/vpn{5}", "+" } },
+      { { "/net/vpn{5}/port{p}/speed", "10" } },
+      "modified /net:net/vpn{5}:",
+      "created /net:net/vpn{5}/port{p}: name=p speed=10" },
     { "an empty presence container is added",
-     { { "/net/vpn{5}/port{p}", "+" } },
-     { { "/net/vpn{5}/port{p}/shaping", "+" } },
-     "modified /net:net/vpn{5}:",                                                                                                                           "modified /net:net/vpn{5}/port{p}: shaping( )"    },
+      { { "/net/vpn{5}/port{p}", "+" } },
+      { { "/net/vpn{5}/port{p}/shaping", "+" } },
+      "modified /net:net/vpn{5}:",
+      "modified /net:net/vpn{5}/port{p}: shaping( )" },
     { "a presence container is deleted",
-     { { "/net/vpn{5}/port{p}/shaping/rate", "7" } },
-     { { "/net/vpn{5}/port{p}/shaping", "-" } },
-     "modified /net:net/vpn{5}:",                                                                                                                           "modified /net:net/vpn{5}/port{p}: -shaping"      },
+      { { "/net/vpn{5}/port{p}/shaping/rate", "7" } },
+      { { "/net/vpn{5}/port{p}/shaping", "-" } },
+      "modified /net:net/vpn{5}:",
+      "modified /net:net/vpn{5}/port{p}: -shaping" },
     { "two entries change at once",
-     { { "/net/vpn{5}", "+" }, { "/net/vpn{6}", "+" } },
-     { { "/net/vpn{6}", "-" }, { "/net/vpn{5}/name", "x" }, { "/net/vpn{4}", "+" } },
-     "created /net:net/vpn{4}: id=4; modified /net:net/vpn{5}: name=x; deleted /net:net/vpn{6}",                                                            ""                                                },
-    { "something else changes",                 {},                               { { "/net/banner", "x" } },       "",                                     ""                                                },
-    { "a leaf is set to what it is",            { { "/net/vpn{5}/mtu", "900" } }, { { "/net/vpn{5}/mtu", "900" } }, "",                                     ""                                                },
+      { { "/net/vpn{5}", "+" }, { "/net/vpn{6}", "+" } },
+      { { "/net/vpn{6}", "-" }, { "/net/vpn{5}/name", "x" }, { "/net/vpn{4}", "+" } },
+      "created /net:net/vpn{4}: id=4; modified /net:net/vpn{5}: name=x; deleted /net:net/vpn{6}",
+      "" },
+    { "something else changes", {}, { { "/net/banner", "x" } }, "", "" },
+    { "a leaf is set to what it is", { { "/net/vpn{5}/mtu", "900" } }, { { "/net/vpn{5}/mtu", "900" } }, "", "" },
 };
 
 // Reads the event of one level, and checks its points and what they show.
@@ -111,9 +119,7 @@ TEST(agentd_delivery, all_clients_of_a_level_sync_before_the_next_level)
     second.subscribe(1, "/net/banner");
     first.done();
     second.done();
-    auto committing = commit_beside(agent, {
-                                               {"/net/banner", "x"}
-    });
+    auto committing = commit_beside(agent, { { "/net/banner", "x" } });
     EXPECT_EQ(first.read().points.size(), 1u);
     EXPECT_EQ(first.sync(), CONFD_OK);
     EXPECT_TRUE(first.is_quiet()) << "the second client has not synced level 1";
@@ -130,12 +136,7 @@ TEST(agentd_delivery, points_count_once_subscribing_is_done)
     agentd_process agent;
     subscription_client client(agent);
     client.subscribe(1, "/net/banner");
-    EXPECT_EQ(commit(agent,
-                     {
-                         {"/net/banner", "x"}
-    })
-                  .result,
-              CONFD_OK);
+    EXPECT_EQ(commit(agent, { { "/net/banner", "x" } }).result, CONFD_OK);
     EXPECT_TRUE(client.is_quiet());
     client.done();
     int point = -1;
@@ -156,18 +157,11 @@ TEST(agentd_delivery, a_path_that_the_model_lacks_is_not_subscribed_to)
 TEST(agentd_delivery, new_and_old_running_are_both_read_during_delivery)
 {
     agentd_process agent;
-    ASSERT_EQ(commit(agent,
-                     {
-                         {"/net/banner", "old"}
-    })
-                  .result,
-              CONFD_OK);
+    ASSERT_EQ(commit(agent, { { "/net/banner", "old" } }).result, CONFD_OK);
     subscription_client client(agent);
     client.subscribe(1, "/net/banner");
     client.done();
-    auto committing = commit_beside(agent, {
-                                               {"/net/banner", "new"}
-    });
+    auto committing = commit_beside(agent, { { "/net/banner", "new" } });
     EXPECT_EQ(client.read().result, CONFD_OK);
     EXPECT_EQ(read_leaf(agent, "/net/banner"), "new");
     EXPECT_EQ(read_leaf(agent, "/net/banner", CDB_PRE_COMMIT_RUNNING), "old");
@@ -184,9 +178,7 @@ TEST(agentd_delivery, changes_are_given_between_event_and_sync_only_and_for_deli
     client.done();
     const std::string bad_state = "error " + std::to_string(CONFD_ERR_BADSTATE);
     EXPECT_EQ(client.changes(banner), bad_state);
-    auto committing = commit_beside(agent, {
-                                               {"/net/banner", "x"}
-    });
+    auto committing = commit_beside(agent, { { "/net/banner", "x" } });
     EXPECT_EQ(client.read().points, std::vector<int>{ banner });
     EXPECT_EQ(client.changes(vpn), bad_state);
     EXPECT_EQ(client.changes(banner).substr(0, 3), "set");
@@ -202,13 +194,9 @@ TEST(agentd_delivery, commits_wait_for_the_delivery_before_them_in_order)
     subscription_client client(agent);
     int banner = client.subscribe(1, "/net/banner");
     client.done();
-    auto first = commit_beside(agent, {
-                                          {"/net/banner", "one"}
-    });
+    auto first = commit_beside(agent, { { "/net/banner", "one" } });
     EXPECT_EQ(client.read().points, std::vector<int>{ banner });
-    auto second = commit_beside(agent, {
-                                           {"/net/banner", "two"}
-    });
+    auto second = commit_beside(agent, { { "/net/banner", "two" } });
     EXPECT_EQ(second.wait_for(std::chrono::milliseconds(150)), std::future_status::timeout);
     EXPECT_EQ(read_leaf(agent, "/net/banner"), "one");
     EXPECT_EQ(client.sync(), CONFD_OK);
@@ -230,9 +218,7 @@ TEST(agentd_delivery, a_subscriber_that_dies_is_dropped_and_the_commit_goes_on)
     living.subscribe(3, "/net/banner");
     dying.done();
     living.done();
-    auto committing = commit_beside(agent, {
-                                               {"/net/banner", "x"}
-    });
+    auto committing = commit_beside(agent, { { "/net/banner", "x" } });
     EXPECT_EQ(dying.read().result, CONFD_OK);
     dying.end();
     EXPECT_EQ(living.read().result, CONFD_OK);
@@ -249,21 +235,11 @@ TEST(agentd_delivery, a_subscriber_that_stalls_is_disconnected_and_the_commit_go
     subscription_client stalled(agent);
     stalled.subscribe(1, "/net/banner");
     stalled.done();
-    EXPECT_EQ(commit(agent,
-                     {
-                         {"/net/banner", "x"}
-    })
-                  .result,
-              CONFD_OK);
+    EXPECT_EQ(commit(agent, { { "/net/banner", "x" } }).result, CONFD_OK);
     EXPECT_EQ(stalled.read().result, CONFD_OK) << "it was served";
     EXPECT_EQ(stalled.sync(), CONFD_EOF);
     EXPECT_NE(agent.log().find("has not synced a delivery within 300 ms"), std::string::npos);
-    EXPECT_EQ(commit(agent,
-                     {
-                         {"/net/banner", "y"}
-    })
-                  .result,
-              CONFD_OK);
+    EXPECT_EQ(commit(agent, { { "/net/banner", "y" } }).result, CONFD_OK);
 }
 
 TEST(agentd_delivery, a_committer_that_dies_leaves_its_commit_to_finish_under_its_name)
@@ -292,9 +268,7 @@ TEST(agentd_delivery, a_committer_that_dies_leaves_its_commit_to_finish_under_it
     ASSERT_EQ(confd_read_notification(events.fd(), &event), CONFD_OK);
     EXPECT_STREQ(event.n.commit.uinfo.username, "ann");
     confd_free_notification(&event);
-    auto next = commit_beside(agent, {
-                                         {"/net/banner", "y"}
-    });
+    auto next = commit_beside(agent, { { "/net/banner", "y" } });
     EXPECT_EQ(client.read().result, CONFD_OK);
     EXPECT_EQ(client.sync(), CONFD_OK);
     EXPECT_EQ(next.get().result, CONFD_OK);
@@ -342,9 +316,7 @@ TEST(agentd_two_phase, a_refused_prepare_aborts_those_that_agreed_and_changes_no
     plain.subscribe(1, "/net/banner");
     for (subscription_client *client : { &agreeing, &refusing, &plain })
         client->done();
-    auto committing = commit_beside(agent, {
-                                               {"/net/banner", "x"}
-    });
+    auto committing = commit_beside(agent, { { "/net/banner", "x" } });
     delivery_event_t event = agreeing.read();
     EXPECT_EQ(event.type, CDB_SUB_PREPARE);
     EXPECT_EQ(agreeing.changes(agreed).substr(0, 3), "set");
@@ -371,9 +343,7 @@ TEST(agentd_two_phase, an_agreed_prepare_is_followed_by_the_commit)
     int two = client.subscribe(1, "/net/banner", CDB_SUB_RUNNING_TWOPHASE);
     int one = client.subscribe(1, "/net/banner");
     client.done();
-    auto committing = commit_beside(agent, {
-                                               {"/net/banner", "x"}
-    });
+    auto committing = commit_beside(agent, { { "/net/banner", "x" } });
     delivery_event_t event = client.read();
     EXPECT_EQ(event.type, CDB_SUB_PREPARE);
     EXPECT_EQ(event.points, std::vector<int>{ two });
@@ -390,13 +360,7 @@ TEST(agentd_two_phase, an_agreed_prepare_is_followed_by_the_commit)
 TEST(agentd_trigger, existing_data_comes_as_created_by_priority_and_empty_points_are_served_too)
 {
     agentd_process agent;
-    ASSERT_EQ(commit(agent,
-                     {
-                         {"/net/vpn{5}/port{p}/speed", "3"},
-                         { "/net/vpn{6}/name",         "b"}
-    })
-                  .result,
-              CONFD_OK);
+    ASSERT_EQ(commit(agent, { { "/net/vpn{5}/port{p}/speed", "3" }, { "/net/vpn{6}/name", "b" } }).result, CONFD_OK);
     subscription_client client(agent), other(agent);
     int port = client.subscribe(6, "/net/vpn/port"), vpn = client.subscribe(3, "/net/vpn");
     int domain = client.subscribe(4, "/net/domain");
@@ -426,13 +390,7 @@ TEST(agentd_trigger, existing_data_comes_as_created_by_priority_and_empty_points
 TEST(agentd_trigger, named_points_are_served_alone_and_those_of_others_refused)
 {
     agentd_process agent;
-    ASSERT_EQ(commit(agent,
-                     {
-                         {"/net/banner",  "x"},
-                         { "/net/vpn{5}", "+"}
-    })
-                  .result,
-              CONFD_OK);
+    ASSERT_EQ(commit(agent, { { "/net/banner", "x" }, { "/net/vpn{5}", "+" } }).result, CONFD_OK);
     subscription_client client(agent);
     int banner = client.subscribe(1, "/net/banner"), domain = client.subscribe(1, "/net/domain");
     client.subscribe(1, "/net/vpn");
@@ -506,9 +464,7 @@ TEST(agentd_operational_delivery, a_write_during_a_delivery_is_done_at_once_and_
     int counter = client.subscribe(1, "/state/counter", CDB_SUB_OPERATIONAL);
     int session = client.subscribe(1, "/state/session", CDB_SUB_OPERATIONAL);
     client.done();
-    auto committing = commit_beside(agent, {
-                                               {"/net/banner", "x"}
-    });
+    auto committing = commit_beside(agent, { { "/net/banner", "x" } });
     EXPECT_EQ(client.read().points, std::vector<int>{ banner });
     data_client data(agent, CDB_OPERATIONAL);
     EXPECT_EQ(data.set_u32("/state/counter", 1), CONFD_OK)

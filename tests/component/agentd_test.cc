@@ -95,13 +95,13 @@ struct refusal_t {
 TEST(agentd_transactions, wrong_edits_are_refused_with_path_and_value)
 {
     static const refusal_t rows[] = {
-        {{ "/net/vpn{1}/mtu", "20" },              CONFD_ERR_BADTYPE,      "20"     },
-        { { "/net/vpn{70000}/name", "x" },         CONFD_ERR_BADTYPE,      "70000"  },
-        { { "/net/vpn{1}/port{p}/color", "blue" }, CONFD_ERR_BADTYPE,      "blue"   },
-        { { "/net/wpn{1}/name", "x" },             CONFD_ERR_BADPATH,      "wpn"    },
-        { { "/net/vpn{1 2}/name", "x" },           CONFD_ERR_BADPATH,      "vpn"    },
-        { { "/state/counter", "1" },               CONFD_ERR_NOT_WRITABLE, "counter"},
-        { { "/net/vpn{9}", "-" },                  CONFD_ERR_NOEXISTS,     "9"      },
+        { { "/net/vpn{1}/mtu", "20" }, CONFD_ERR_BADTYPE, "20" },
+        { { "/net/vpn{70000}/name", "x" }, CONFD_ERR_BADTYPE, "70000" },
+        { { "/net/vpn{1}/port{p}/color", "blue" }, CONFD_ERR_BADTYPE, "blue" },
+        { { "/net/wpn{1}/name", "x" }, CONFD_ERR_BADPATH, "wpn" },
+        { { "/net/vpn{1 2}/name", "x" }, CONFD_ERR_BADPATH, "vpn" },
+        { { "/state/counter", "1" }, CONFD_ERR_NOT_WRITABLE, "counter" },
+        { { "/net/vpn{9}", "-" }, CONFD_ERR_NOEXISTS, "9" },
     };
     agentd_process agent;
     user_client user(agent);
@@ -150,12 +150,7 @@ TEST(agentd_transactions, a_cursor_walks_a_list_in_key_order)
 {
     agentd_process agent;
     for (int id : { 30, 4, 200 })
-        EXPECT_EQ(commit(agent,
-                         {
-                             {"/net/vpn{" + std::to_string(id) + "}", "+"}
-        })
-                      .result,
-                  CONFD_OK);
+        EXPECT_EQ(commit(agent, { { "/net/vpn{" + std::to_string(id) + "}", "+" } }).result, CONFD_OK);
     user_client user(agent);
     ASSERT_GT(user.begin(), 0);
     maapi_cursor cursor{};
@@ -172,9 +167,7 @@ TEST(agentd_transactions, commits_of_many_sessions_are_all_there_afterwards)
     agentd_process agent;
     std::vector<std::future<commit_result_t>> commits;
     for (int i = 1; i <= 20; i++)
-        commits.push_back(commit_beside(agent, {
-                                                   {"/net/vpn{" + std::to_string(i) + "}/name", "n"}
-        }));
+        commits.push_back(commit_beside(agent, { { "/net/vpn{" + std::to_string(i) + "}/name", "n" } }));
     for (auto &one : commits)
         EXPECT_EQ(one.get().result, CONFD_OK);
     data_client data(agent, CDB_RUNNING);
@@ -189,12 +182,7 @@ TEST(agentd_transactions, a_commit_is_told_to_those_who_ask_for_commits)
     ASSERT_EQ(confd_notifications_connect2(events.fd(), reinterpret_cast<sockaddr *>(&addr), sizeof addr,
                                            CONFD_NOTIF_COMMIT_SIMPLE, nullptr),
               CONFD_OK);
-    EXPECT_EQ(commit(agent,
-                     {
-                         {"/net/banner", "x"}
-    })
-                  .result,
-              CONFD_OK);
+    EXPECT_EQ(commit(agent, { { "/net/banner", "x" } }).result, CONFD_OK);
     ASSERT_TRUE(events.is_readable(10000));
     confd_notification event{};
     ASSERT_EQ(confd_read_notification(events.fd(), &event), CONFD_OK);
@@ -203,12 +191,7 @@ TEST(agentd_transactions, a_commit_is_told_to_those_who_ask_for_commits)
     EXPECT_STREQ(event.n.commit.uinfo.username, "admin");
     EXPECT_STREQ(event.n.commit.uinfo.context, "cli");
     confd_free_notification(&event);
-    EXPECT_EQ(commit(agent,
-                     {
-                         {"/net/banner", "x"}
-    })
-                  .result,
-              CONFD_OK);
+    EXPECT_EQ(commit(agent, { { "/net/banner", "x" } }).result, CONFD_OK);
     EXPECT_FALSE(events.is_readable(100)) << "a commit that changes nothing is not told";
 }
 
@@ -217,12 +200,7 @@ TEST(agentd_transactions, a_commit_is_told_to_those_who_ask_for_commits)
 TEST(agentd_operational, written_data_is_read_back_and_not_persisted)
 {
     agentd_process agent;
-    EXPECT_EQ(commit(agent,
-                     {
-                         {"/net/vpn{5}", "+"}
-    })
-                  .result,
-              CONFD_OK);
+    EXPECT_EQ(commit(agent, { { "/net/vpn{5}", "+" } }).result, CONFD_OK);
     data_client data(agent, CDB_OPERATIONAL);
     EXPECT_EQ(data.set_u32("/net/vpn{5}/label", 77), CONFD_OK) << confd_lasterr();
     EXPECT_EQ(data.get("/net/vpn{5}/label"), "77");
@@ -284,29 +262,18 @@ TEST(agentd_locks, a_locked_datastore_refuses_the_commits_of_others)
     user_client holder(agent, "ann");
     ASSERT_GT(holder.begin(), 0);
     ASSERT_EQ(maapi_lock(holder.fd(), CONFD_RUNNING), CONFD_OK) << confd_lasterr();
-    commit_result_t other = commit(agent, {
-                                              {"/net/banner", "x"}
-    });
+    commit_result_t other = commit(agent, { { "/net/banner", "x" } });
     EXPECT_EQ(other.error, CONFD_ERR_LOCKED);
     EXPECT_TRUE(mentions(other.text, "ann")) << other.text;
     apply_edit(holder, { "/net/banner", "mine" });
     EXPECT_EQ(holder.apply(), CONFD_OK) << confd_lasterr();
     EXPECT_EQ(maapi_unlock(holder.fd(), CONFD_RUNNING), CONFD_OK);
-    EXPECT_EQ(commit(agent,
-                     {
-                         {"/net/banner", "x"}
-    })
-                  .result,
-              CONFD_OK);
+    EXPECT_EQ(commit(agent, { { "/net/banner", "x" } }).result, CONFD_OK);
     ASSERT_EQ(maapi_lock(holder.fd(), CONFD_RUNNING), CONFD_OK);
     holder.end();
-    commit_result_t after = commit(agent, {
-                                              {"/net/banner", "y"}
-    });
+    commit_result_t after = commit(agent, { { "/net/banner", "y" } });
     for (int i = 0; i < 100 && after.error == CONFD_ERR_LOCKED; i++)
-        after = commit(agent, {
-                                  {"/net/banner", "y"}
-        });
+        after = commit(agent, { { "/net/banner", "y" } });
     EXPECT_EQ(after.result, CONFD_OK) << "the lock went with its holder: " << after.text;
 }
 
@@ -317,18 +284,8 @@ TEST(agentd_restart, acknowledged_commits_survive_being_killed)
     agentd_process agent;
     for (int round = 1; round <= 8; round++) {
         std::string name = "r" + std::to_string(round);
-        ASSERT_EQ(commit(agent,
-                         {
-                             {"/net/vpn{" + std::to_string(round) + "}/name", name}
-        })
-                      .result,
-                  CONFD_OK);
-        ASSERT_EQ(commit(agent,
-                         {
-                             {"/net/banner", name}
-        })
-                      .result,
-                  CONFD_OK);
+        ASSERT_EQ(commit(agent, { { "/net/vpn{" + std::to_string(round) + "}/name", name } }).result, CONFD_OK);
+        ASSERT_EQ(commit(agent, { { "/net/banner", name } }).result, CONFD_OK);
         agent.kill_it(SIGKILL);
         agent.start();
         ASSERT_NE(agent.port(), 0) << agent.log();

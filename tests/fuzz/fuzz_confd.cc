@@ -195,12 +195,12 @@ struct reply_row_t {
 };
 
 constexpr reply_row_t reply_rows[] = {
-    {WIRE_KIND_CDB_SUB,   WIRE_SUB_DIFF | WIRE_REPLY,          ask_diff         },
-    { WIRE_KIND_CDB_SUB,  WIRE_SUB_MODIFICATIONS | WIRE_REPLY, ask_modifications},
-    { WIRE_KIND_CDB_SUB,  WIRE_SUB_EVENT,                      ask_delivery     },
-    { WIRE_KIND_CDB_DATA, WIRE_CDB_GET | WIRE_REPLY,           ask_value        },
-    { WIRE_KIND_MAAPI,    WIRE_MAAPI_NEXT | WIRE_REPLY,        ask_entries      },
-    { WIRE_KIND_NOTIF,    WIRE_NOTIF_EVENT,                    ask_event        },
+    { WIRE_KIND_CDB_SUB, WIRE_SUB_DIFF | WIRE_REPLY, ask_diff },
+    { WIRE_KIND_CDB_SUB, WIRE_SUB_MODIFICATIONS | WIRE_REPLY, ask_modifications },
+    { WIRE_KIND_CDB_SUB, WIRE_SUB_EVENT, ask_delivery },
+    { WIRE_KIND_CDB_DATA, WIRE_CDB_GET | WIRE_REPLY, ask_value },
+    { WIRE_KIND_MAAPI, WIRE_MAAPI_NEXT | WIRE_REPLY, ask_entries },
+    { WIRE_KIND_NOTIF, WIRE_NOTIF_EVENT, ask_event },
 };
 
 void read_reply(std::string_view bytes)

@@ -17,18 +17,18 @@ constexpr size_t NONE = CLI_NO_COLUMN;
 TEST(cli_path, typed_words_become_the_agents_path_or_an_error_that_names_the_word)
 {
     static const path_case_t cases[] = {
-        {"",                                       "",                                         nullptr,                                                      NONE},
-        { "shop",                                  "/shop",                                    nullptr,                                                      NONE},
-        { "shop:shop title",                       "/shop:shop/title",                         nullptr,                                                      NONE},
-        { "shop shelf 7",                          "/shop/shelf{7}",                           nullptr,                                                      NONE},
-        { "shop shelf",                            "/shop/shelf",                              nullptr,                                                      NONE},
-        { "shop shelf 7 item \"big co\" 12 price", "/shop/shelf{7}/item{\"big co\" 12}/price", nullptr,                                                      NONE},
-        { "shop shlf 7",                           "",                                         "unknown element 'shlf' below 'shop'; did you mean 'shelf'?", 5   },
-        { "sop",                                   "",                                         "unknown element 'sop' at the top; did you mean 'shop'?",     0   },
-        { "shop shelf 300",                        "",                                         "bad value '300' for 'number' of 'shelf': 0..255",            11  },
-        { "shop shelf 7 item acme",                "",                                         "'code' of 'item' is missing: 0..65535",                      NONE},
-        { "shop title x",                          "",                                         "unexpected 'x' behind 'title'",                              11  },
-        { "other:shop",                            "",                                         "unknown element 'other:shop' at the top",                    0   },
+        { "", "", nullptr, NONE },
+        { "shop", "/shop", nullptr, NONE },
+        { "shop:shop title", "/shop:shop/title", nullptr, NONE },
+        { "shop shelf 7", "/shop/shelf{7}", nullptr, NONE },
+        { "shop shelf", "/shop/shelf", nullptr, NONE },
+        { "shop shelf 7 item \"big co\" 12 price", "/shop/shelf{7}/item{\"big co\" 12}/price", nullptr, NONE },
+        { "shop shlf 7", "", "unknown element 'shlf' below 'shop'; did you mean 'shelf'?", 5 },
+        { "sop", "", "unknown element 'sop' at the top; did you mean 'shop'?", 0 },
+        { "shop shelf 300", "", "bad value '300' for 'number' of 'shelf': 0..255", 11 },
+        { "shop shelf 7 item acme", "", "'code' of 'item' is missing: 0..65535", NONE },
+        { "shop title x", "", "unexpected 'x' behind 'title'", 11 },
+        { "other:shop", "", "unknown element 'other:shop' at the top", 0 },
     };
     for (const path_case_t &c : cases) {
         path_t path;
@@ -93,15 +93,15 @@ struct rule_case_t {
 TEST(cli_schema, a_bad_value_is_refused_with_the_types_rule)
 {
     static const rule_case_t cases[] = {
-        {"title",  "ab c",                    nullptr                          },
-        { "title", "ABC",                     "1..10 characters; small letters"},
-        { "mood",  "good",                    nullptr                          },
-        { "mood",  "goood",                   "good, bad"                      },
-        { "limit", "12",                      nullptr                          },
-        { "limit", "7",                       "1..5, 10..20 people"            },
-        { "limit", "99999999999999999999999", "1..5, 10..20 people"            },
-        { "link",  "7",                       nullptr                          }, // whether it exists is the agent's to say
-        { "link",  "x",                       "0..255"                         },
+        { "title", "ab c", nullptr },
+        { "title", "ABC", "1..10 characters; small letters" },
+        { "mood", "good", nullptr },
+        { "mood", "goood", "good, bad" },
+        { "limit", "12", nullptr },
+        { "limit", "7", "1..5, 10..20 people" },
+        { "limit", "99999999999999999999999", "1..5, 10..20 people" },
+        { "link", "7", nullptr }, // whether it exists is the agent's to say
+        { "link", "x", "0..255" },
     };
     const lysc_node *shop = schema_find_child(shop_schema(), nullptr, "shop");
     for (const rule_case_t &c : cases) {

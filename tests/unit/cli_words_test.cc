@@ -27,20 +27,20 @@ struct split_case_t {
 TEST(cli_words, a_line_splits_into_commands_and_words)
 {
     static const split_case_t cases[] = {
-        {"",                        ""                  },
-        { "  \t ",                  ""                  },
-        { "set a  b",               "set|a|b"           },
-        { "a;b ; c",                "a;b;c"             },
-        { ";; a ;;",                "a"                 },
-        { "set name \"two words\"", "set|name|two words"},
-        { "x\"y z\"w",              "xy zw"             },
-        { "\"a\\\"b\\\\c\"",        "a\"b\\c"           },
-        { "\"a;b#c\"",              "a;b#c"             },
-        { "# all comment",          ""                  },
-        { "set a # comment ; exit", "set|a"             },
-        { "set a#b",                "set|a#b"           },
-        { "a \"\" b",               "a||b"              },
-        { "tab\tand\r\n",           "tab|and"           },
+        { "", "" },
+        { "  \t ", "" },
+        { "set a  b", "set|a|b" },
+        { "a;b ; c", "a;b;c" },
+        { ";; a ;;", "a" },
+        { "set name \"two words\"", "set|name|two words" },
+        { "x\"y z\"w", "xy zw" },
+        { "\"a\\\"b\\\\c\"", "a\"b\\c" },
+        { "\"a;b#c\"", "a;b#c" },
+        { "# all comment", "" },
+        { "set a # comment ; exit", "set|a" },
+        { "set a#b", "set|a#b" },
+        { "a \"\" b", "a||b" },
+        { "tab\tand\r\n", "tab|and" },
     };
     for (const split_case_t &c : cases) {
         line_t line;
@@ -65,13 +65,9 @@ TEST(cli_words, the_end_of_a_line_is_known_to_completion)
         const char *line;
         bool in_word, in_quotes, at_command;
     } cases[] = {
-        {"",         false, false, true },
-        { "se",      true,  false, false},
-        { "set ",    false, false, false},
-        { "set \"a", true,  true,  false},
-        { "set a;",  false, false, true },
-        { "set a; ", false, false, true },
-        { "set a;b", true,  false, false},
+        { "", false, false, true },        { "se", true, false, false },     { "set ", false, false, false },
+        { "set \"a", true, true, false },  { "set a;", false, false, true }, { "set a; ", false, false, true },
+        { "set a;b", true, false, false },
     };
     for (const auto &c : cases) {
         line_t line = cli_read_line(c.line);

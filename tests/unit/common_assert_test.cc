@@ -16,9 +16,9 @@ TEST(tip_assert, the_line_names_source_line_and_condition)
         const char *printed;
     };
     const row_t rows[] = {
-        {"avl.cc",   "avl:12: failed assertion `x > 0'\n"    },
-        { "timer",   "timer:12: failed assertion `x > 0'\n"  },
-        { "timer.h", "timer.h:12: failed assertion `x > 0'\n"},
+        { "avl.cc", "avl:12: failed assertion `x > 0'\n" },
+        { "timer", "timer:12: failed assertion `x > 0'\n" },
+        { "timer.h", "timer.h:12: failed assertion `x > 0'\n" },
     };
     for (const row_t &row : rows) {
         child_result_t child = run_in_child([&] { tip_assert_fail(row.source, 12, "x > 0"); });

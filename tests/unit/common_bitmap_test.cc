@@ -37,20 +37,20 @@ struct search_row_t {
 TEST(bitmap, the_search_starts_at_the_hint_wraps_and_keeps_its_oddities)
 {
     const search_row_t rows[] = {
-        {"the hint itself",                              { 0x00, 0x00 }, 16, 5,   0, 5 },
-        { "the first free one after the hint",           { 0xE0, 0x01 }, 16, 5,   0, 9 },
-        { "the position applies to the first byte only", { 0xFF, 0xFE }, 16, 5,   0, 8 },
-        { "wraps to the front",                          { 0x7F, 0xFF }, 16, 9,   0, 7 },
-        { "nothing free",                                { 0xFF, 0xFF }, 16, 9,   0, -1},
-        { "a hint at the end counts as 0",               { 0x01, 0x00 }, 16, 16,  0, 1 },
-        { "a hint far outside counts as 0",              { 0x01, 0x00 }, 16, ~0U, 0, 1 },
-        { "a set bit is found",                          { 0x00, 0x10 }, 16, 0,   1, 12},
-        { "a set bit in a full byte is not",             { 0x00, 0xFF }, 16, 0,   1, -1},
-        { "a full byte is passed over for a later one",  { 0xFF, 0x80 }, 16, 0,   1, 15},
-        { "after a small hint only lower positions",     { 0xFB, 0xFF }, 16, 3,   0, 2 },
-        { "the hint's own position is tried once",       { 0x00, 0x00 }, 16, 15,  1, -1},
-        { "the map ends inside a byte",                  { 0xFF, 0x0F }, 12, 3,   0, -1},
-        { "an empty map",                                { 0x00 },       0,  0,   0, -1},
+        { "the hint itself", { 0x00, 0x00 }, 16, 5, 0, 5 },
+        { "the first free one after the hint", { 0xE0, 0x01 }, 16, 5, 0, 9 },
+        { "the position applies to the first byte only", { 0xFF, 0xFE }, 16, 5, 0, 8 },
+        { "wraps to the front", { 0x7F, 0xFF }, 16, 9, 0, 7 },
+        { "nothing free", { 0xFF, 0xFF }, 16, 9, 0, -1 },
+        { "a hint at the end counts as 0", { 0x01, 0x00 }, 16, 16, 0, 1 },
+        { "a hint far outside counts as 0", { 0x01, 0x00 }, 16, ~0U, 0, 1 },
+        { "a set bit is found", { 0x00, 0x10 }, 16, 0, 1, 12 },
+        { "a set bit in a full byte is not", { 0x00, 0xFF }, 16, 0, 1, -1 },
+        { "a full byte is passed over for a later one", { 0xFF, 0x80 }, 16, 0, 1, 15 },
+        { "after a small hint only lower positions", { 0xFB, 0xFF }, 16, 3, 0, 2 },
+        { "the hint's own position is tried once", { 0x00, 0x00 }, 16, 15, 1, -1 },
+        { "the map ends inside a byte", { 0xFF, 0x0F }, 12, 3, 0, -1 },
+        { "an empty map", { 0x00 }, 0, 0, 0, -1 },
     };
     for (const search_row_t &row : rows) {
         EXPECT_EQ(bitmap_find_bit(row.map.data(), row.num_bits, row.hint, row.wanted), row.found) << row.what;

@@ -40,15 +40,15 @@ TEST(board, type_comes_from_the_board_file)
         const char *wan;
     };
     const row_t rows[] = {
-        {nullptr,                                       2, nullptr},
-        { "board_type: 20000\n",                        2, nullptr},
-        { "processor_id: 7\nboard_type: 20003\nrest\n", 0, "ge0/0"},
-        { "board_type:    20004",                       1, "ge2/0"},
-        { "board_type: 20005\n",                        5, "ge0/4"},
-        { "board_type: 20006\n",                        6, "ge0/4"},
-        { "board_type: 20007\n",                        4, nullptr},
-        { "board_type: x\n",                            4, nullptr},
-        { "no_board_type: 20003\n",                     4, nullptr},
+        { nullptr, 2, nullptr },
+        { "board_type: 20000\n", 2, nullptr },
+        { "processor_id: 7\nboard_type: 20003\nrest\n", 0, "ge0/0" },
+        { "board_type:    20004", 1, "ge2/0" },
+        { "board_type: 20005\n", 5, "ge0/4" },
+        { "board_type: 20006\n", 6, "ge0/4" },
+        { "board_type: 20007\n", 4, nullptr },
+        { "board_type: x\n", 4, nullptr },
+        { "no_board_type: 20003\n", 4, nullptr },
     };
     for (const row_t &row : rows) {
         SCOPED_TRACE(row.content != nullptr ? row.content : "no file");
@@ -67,26 +67,19 @@ TEST(board, chassis_of_a_personality)
     fake_root root;
     root.dir.write("proc/octeon_info", "board_type: 20006\n");
     const std::pair<uint32_t, uint32_t> rows[] = {
-        {PERSONALITY_KREST,    11},
-        { PERSONALITY_TARN,    12},
-        { PERSONALITY_LODEST,  1 },
-        { PERSONALITY_ORBEL,   3 },
+        { PERSONALITY_KREST, 11 },
+        { PERSONALITY_TARN, 12 },
+        { PERSONALITY_LODEST, 1 },
+        { PERSONALITY_ORBEL, 3 },
         { PERSONALITY_QUORVIX, 2 },
-        { PERSONALITY_ZTP,     3 },
-        { PERSONALITY_PENDRY,  13},
-        { 0,                   4 },
-        { 8,                   4 },
+        { PERSONALITY_ZTP, 3 },
+        { PERSONALITY_PENDRY, 13 },
+        { 0, 4 },
+        { 8, 4 },
     };
     for (auto [personality, chassis] : rows)
         EXPECT_EQ(chassis_get(personality), chassis) << personality;
-    const std::pair<uint32_t, uint32_t> boards[] = {
-        {2,  12},
-        { 0, 4 },
-        { 1, 5 },
-        { 6, 11},
-        { 3, 12},
-        { 4, 12}
-    };
+    const std::pair<uint32_t, uint32_t> boards[] = { { 2, 12 }, { 0, 4 }, { 1, 5 }, { 6, 11 }, { 3, 12 }, { 4, 12 } };
     for (auto [board, chassis] : boards)
         EXPECT_EQ(chassis_from_board(board), chassis) << board;
 }
@@ -98,20 +91,11 @@ TEST(board, chassis_of_board_5_is_told_by_its_radios_and_modems)
         uint32_t chassis;
     };
     const row_t rows[] = {
-        {false,  false, false, false, 6 },
-        { true,  false, false, false, 6 },
-        { false, true,  false, false, 6 },
-        { true,  true,  false, false, 7 },
-        { true,  true,  true,  true,  7 },
-        { true,  false, false, true,  8 },
-        { false, true,  true,  false, 8 },
-        { true,  false, true,  true,  8 },
-        { false, true,  true,  true,  8 },
-        { false, false, true,  true,  9 },
-        { true,  false, true,  false, 10},
-        { false, true,  false, true,  10},
-        { false, false, true,  false, 10},
-        { false, false, false, true,  10},
+        { false, false, false, false, 6 }, { true, false, false, false, 6 },  { false, true, false, false, 6 },
+        { true, true, false, false, 7 },   { true, true, true, true, 7 },     { true, false, false, true, 8 },
+        { false, true, true, false, 8 },   { true, false, true, true, 8 },    { false, true, true, true, 8 },
+        { false, false, true, true, 9 },   { true, false, true, false, 10 },  { false, true, false, true, 10 },
+        { false, false, true, false, 10 }, { false, false, false, true, 10 },
     };
     for (const row_t &row : rows) {
         SCOPED_TRACE(testing::Message() << row.radio_0 << row.radio_1 << row.modem_1 << row.modem_3);

@@ -59,15 +59,15 @@ TEST_F(eeprom, path_follows_kind_and_bus)
         const char *given, *path;
     };
     const row_t rows[] = {
-        {0,   0,  nullptr,  "/sys/bus/i2c/devices/3-0054/eeprom" },
-        { 1,  0,  nullptr,  "/sys/bus/i2c/devices/6-0054/eeprom" },
-        { 2,  0,  nullptr,  "/sys/bus/i2c/devices/17-0054/eeprom"},
-        { 2,  5,  nullptr,  "/sys/bus/i2c/devices/5-0054/eeprom" },
-        { 3,  0,  "/dev/x", "/dev/x"                             },
-        { 3,  0,  nullptr,  nullptr                              },
-        { 4,  0,  "/dev/x", nullptr                              },
-        { -1, 0,  "/dev/x", nullptr                              },
-        { 0,  -1, nullptr,  nullptr                              },
+        { 0, 0, nullptr, "/sys/bus/i2c/devices/3-0054/eeprom" },
+        { 1, 0, nullptr, "/sys/bus/i2c/devices/6-0054/eeprom" },
+        { 2, 0, nullptr, "/sys/bus/i2c/devices/17-0054/eeprom" },
+        { 2, 5, nullptr, "/sys/bus/i2c/devices/5-0054/eeprom" },
+        { 3, 0, "/dev/x", "/dev/x" },
+        { 3, 0, nullptr, nullptr },
+        { 4, 0, "/dev/x", nullptr },
+        { -1, 0, "/dev/x", nullptr },
+        { 0, -1, nullptr, nullptr },
     };
     for (const row_t &row : rows) {
         eeprom_ptr device = eeprom_new(row.kind, row.given, row.bus, 0);
@@ -128,17 +128,17 @@ TEST_F(eeprom, a_record_that_is_not_good_is_refused_and_leaves_the_buffer)
         int buffer_length;
     };
     const row_t rows[] = {
-        {"sum too large",             encode({ 1, 0, "value", 0, 1 }),         256                      },
-        { "sum too small",            encode({ 1, 0, "value", 0, -1 }),        256                      },
-        { "swapped bytes of the sum", encode({ 1, 0, "value", 0, 0x0100 }),    256                      },
-        { "length 7",                 encode({ 1, 0, "", -1, 0 }),             256                      },
-        { "length 257",               encode({ 1, 0, std::string(249, 'x') }), 512                      },
-        { "value cut off",            encode({ 1, 0, "value" }).substr(0,      12),                       256 },
-        { "header cut off",                          encode({ 1, 0, "value" }).substr(0,                                                 7),               256 },
-        { "end of chain",                        encode({ EEPROM_TLV_END, 0, "" }),                                                              256                                                          },
-        { "buffer below the header",                        encode({ 1, 0, "value" }), 7},
-        { "buffer below the record",                          encode({ 1, 0, "value" }),                                                                12                                                                                                                         },
-        { "nothing",                         "",256},
+        { "sum too large", encode({ 1, 0, "value", 0, 1 }), 256 },
+        { "sum too small", encode({ 1, 0, "value", 0, -1 }), 256 },
+        { "swapped bytes of the sum", encode({ 1, 0, "value", 0, 0x0100 }), 256 },
+        { "length 7", encode({ 1, 0, "", -1, 0 }), 256 },
+        { "length 257", encode({ 1, 0, std::string(249, 'x') }), 512 },
+        { "value cut off", encode({ 1, 0, "value" }).substr(0, 12), 256 },
+        { "header cut off", encode({ 1, 0, "value" }).substr(0, 7), 256 },
+        { "end of chain", encode({ EEPROM_TLV_END, 0, "" }), 256 },
+        { "buffer below the header", encode({ 1, 0, "value" }), 7 },
+        { "buffer below the record", encode({ 1, 0, "value" }), 12 },
+        { "nothing", "", 256 },
     };
     for (const row_t &row : rows) {
         eeprom_ptr device = device_with(row.bytes);
@@ -159,12 +159,12 @@ TEST_F(eeprom, a_record_is_found_by_type_and_instance)
         uint32_t result;
     };
     const row_t rows[] = {
-        {1,  0, 4                    },
-        { 2, 0, 15                   },
-        { 2, 1, 15                   },
-        { 2, 2, 26                   },
-        { 2, 3, 40 | EEPROM_NOT_FOUND},
-        { 7, 0, 40 | EEPROM_NOT_FOUND},
+        { 1, 0, 4 },
+        { 2, 0, 15 },
+        { 2, 1, 15 },
+        { 2, 2, 26 },
+        { 2, 3, 40 | EEPROM_NOT_FOUND },
+        { 7, 0, 40 | EEPROM_NOT_FOUND },
     };
     for (const row_t &row : rows)
         EXPECT_EQ(eeprom_tlv_find(device.get(), row.type, row.instance, buffer, sizeof buffer), row.result)

@@ -61,11 +61,8 @@ TEST_F(tip_file, a_number_is_read_from_the_start_of_a_file)
         long number;
     };
     const row_t rows[] = {
-        {"0x1199\n", 16, 0,  0x1199},
-        { " 3c",     16, 0,  0x3c  },
-        { "-7 8",    10, 0,  -7    },
-        { "",        10, -2, 99    },
-        { "zz",      16, -2, 99    },
+        { "0x1199\n", 16, 0, 0x1199 }, { " 3c", 16, 0, 0x3c }, { "-7 8", 10, 0, -7 }, { "", 10, -2, 99 },
+        { "zz", 16, -2, 99 },
     };
     for (const row_t &row : rows) {
         dir.write("n", row.content);
@@ -91,15 +88,8 @@ TEST_F(tip_file, comparison_takes_two_missing_files_for_equal)
     dir.write("other", std::string("same\0tex!", 9));
     dir.write("empty", "");
     const std::tuple<const char *, const char *, int> rows[] = {
-        {"a",       "b",      0 },
-        { "a",      "longer", -1},
-        { "longer", "a",      -1},
-        { "a",      "other",  -1},
-        { "a",      "none",   -1},
-        { "none",   "a",      -1},
-        { "none",   "gone",   0 },
-        { "empty",  "none",   -1},
-        { "empty",  "a",      -1},
+        { "a", "b", 0 },     { "a", "longer", -1 }, { "longer", "a", -1 },   { "a", "other", -1 }, { "a", "none", -1 },
+        { "none", "a", -1 }, { "none", "gone", 0 }, { "empty", "none", -1 }, { "empty", "a", -1 },
     };
     for (auto [a, b, result] : rows)
         EXPECT_EQ(file_compare(path(a).c_str(), path(b).c_str()), result) << a << " " << b;

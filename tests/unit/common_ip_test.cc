@@ -43,21 +43,21 @@ TEST(ip_addr, predicates_judge_each_address)
         bool link_local, ula, multicast, host, host_or_net, first_octet;
     };
     const row_t rows[] = {
-        {"10.1.2.3",    false, false, false, true,  true,  true },
-        { "10.1.2.0",   false, false, false, false, true,  true },
+        { "10.1.2.3", false, false, false, true, true, true },
+        { "10.1.2.0", false, false, false, false, true, true },
         { "10.1.2.255", false, false, false, false, false, true },
-        { "127.0.0.1",  false, false, false, false, false, false},
-        { "0.1.2.3",    false, false, false, false, false, false},
-        { "223.1.1.1",  false, false, false, true,  true,  true },
-        { "224.0.0.5",  false, false, true,  false, false, false},
-        { "240.0.0.1",  false, false, false, false, false, false},
-        { "fe80::1",    true,  false, false, false, false, true },
-        { "fe81::1",    false, false, false, true,  true,  true },
-        { "fc00::1",    false, true,  false, true,  true,  true },
-        { "fd00::1",    false, false, false, true,  true,  true },
-        { "ff02::1",    false, false, true,  false, false, true },
-        { "::",         false, false, false, false, false, true },
-        { "2001:db8::", false, false, false, true,  true,  true },
+        { "127.0.0.1", false, false, false, false, false, false },
+        { "0.1.2.3", false, false, false, false, false, false },
+        { "223.1.1.1", false, false, false, true, true, true },
+        { "224.0.0.5", false, false, true, false, false, false },
+        { "240.0.0.1", false, false, false, false, false, false },
+        { "fe80::1", true, false, false, false, false, true },
+        { "fe81::1", false, false, false, true, true, true },
+        { "fc00::1", false, true, false, true, true, true },
+        { "fd00::1", false, false, false, true, true, true },
+        { "ff02::1", false, false, true, false, false, true },
+        { "::", false, false, false, false, false, true },
+        { "2001:db8::", false, false, false, true, true, true },
     };
     for (const row_t &row : rows) {
         SCOPED_TRACE(row.text);
@@ -147,14 +147,9 @@ TEST(ip_addr, bytes_are_taken_by_the_family_that_is_set)
 TEST(ip_addr, the_next_address_keeps_every_octet_in_1_to_254)
 {
     const char *rows[][2] = {
-        {"10.0.0.1",         "10.0.0.2" },
-        { "10.0.0.254",      "10.0.1.1" },
-        { "10.0.0.255",      "10.0.1.1" },
-        { "10.255.254.254",  "11.1.1.1" },
-        { "10.0.254.254",    "10.1.1.1" },
-        { "254.254.254.254", "1.1.1.1"  },
-        { "253.254.254.254", "254.1.1.1"},
-        { "fe80::1",         "fe80::1"  },
+        { "10.0.0.1", "10.0.0.2" },         { "10.0.0.254", "10.0.1.1" },   { "10.0.0.255", "10.0.1.1" },
+        { "10.255.254.254", "11.1.1.1" },   { "10.0.254.254", "10.1.1.1" }, { "254.254.254.254", "1.1.1.1" },
+        { "253.254.254.254", "254.1.1.1" }, { "fe80::1", "fe80::1" },
     };
     for (const auto &row : rows) {
         ip_addr_t ip = addr(row[0]);
@@ -173,14 +168,12 @@ TEST(ip_mask, a_v4_length_of_0_gives_all_ones)
 
 TEST(ip_mask, v6_masks_count_from_the_top)
 {
-    const std::pair<int, const char *> rows[] = {
-        {0,    "::"                                     },
-        { 1,   "8000::"                                 },
-        { 33,  "ffff:ffff:8000::"                       },
-        { 64,  "ffff:ffff:ffff:ffff::"                  },
-        { 127, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:fffe"},
-        { 200, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"}
-    };
+    const std::pair<int, const char *> rows[] = { { 0, "::" },
+                                                  { 1, "8000::" },
+                                                  { 33, "ffff:ffff:8000::" },
+                                                  { 64, "ffff:ffff:ffff:ffff::" },
+                                                  { 127, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:fffe" },
+                                                  { 200, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff" } };
     for (auto [len, text] : rows) {
         ip_addr_t mask;
         ip_masklen_v6(static_cast<uint8_t>(len), &mask);
@@ -234,19 +227,19 @@ TEST(ip_prefix, host_part_judgements)
         bool ok, host, subnet, unicast;
     };
     const row_t rows[] = {
-        {"10.1.1.1/24",                       true,  true,  false, true },
-        { "10.1.1.0/24",                      true,  false, true,  false},
-        { "10.1.1.255/24",                    true,  false, false, false},
-        { "10.1.1.0/31",                      true,  true,  true,  false},
-        { "10.1.1.1/31",                      true,  true,  false, false},
-        { "10.1.1.1/32",                      true,  true,  true,  true },
-        { "10.1.1.1/33",                      false, true,  false, false},
-        { "2001:db8::1/64",                   true,  true,  false, true },
-        { "2001:db8::/64",                    true,  false, true,  true },
-        { "2001:db8::ffff:ffff:ffff:ffff/64", true,  false, false, true },
-        { "2001:db8::1/127",                  true,  true,  false, true },
-        { "2001:db8::1/128",                  true,  true,  true,  true },
-        { "2001:db8::1/129",                  false, true,  false, true },
+        { "10.1.1.1/24", true, true, false, true },
+        { "10.1.1.0/24", true, false, true, false },
+        { "10.1.1.255/24", true, false, false, false },
+        { "10.1.1.0/31", true, true, true, false },
+        { "10.1.1.1/31", true, true, false, false },
+        { "10.1.1.1/32", true, true, true, true },
+        { "10.1.1.1/33", false, true, false, false },
+        { "2001:db8::1/64", true, true, false, true },
+        { "2001:db8::/64", true, false, true, true },
+        { "2001:db8::ffff:ffff:ffff:ffff/64", true, false, false, true },
+        { "2001:db8::1/127", true, true, false, true },
+        { "2001:db8::1/128", true, true, true, true },
+        { "2001:db8::1/129", false, true, false, true },
     };
     for (const row_t &row : rows) {
         SCOPED_TRACE(row.text);
@@ -267,18 +260,18 @@ TEST(ip_prefix, a_v6_length_that_ends_on_a_byte_contains_nothing)
         bool contains;
     };
     const row_t rows[] = {
-        {"10.1.2.3",          "10.1.0.0/16",     true },
-        { "10.2.2.3",         "10.1.0.0/16",     false},
-        { "10.1.2.3",         "10.1.2.3/32",     true },
-        { "10.1.2.4",         "10.1.2.3/32",     false},
-        { "10.1.2.3",         "0.0.0.0/0",       false},
-        { "10.1.2.3",         "2001:db8::/33",   false},
-        { "2001:db8::1",      "2001:db8::/32",   false},
-        { "2001:db8::1",      "2001:db8::/33",   true },
-        { "2001:db8:8000::1", "2001:db8::/33",   false},
-        { "2001:db9::1",      "2001:db8::/33",   false},
-        { "2001:db8::1",      "2001:db8::1/128", false},
-        { "2001:db8::1",      "2001:db8::/127",  true },
+        { "10.1.2.3", "10.1.0.0/16", true },
+        { "10.2.2.3", "10.1.0.0/16", false },
+        { "10.1.2.3", "10.1.2.3/32", true },
+        { "10.1.2.4", "10.1.2.3/32", false },
+        { "10.1.2.3", "0.0.0.0/0", false },
+        { "10.1.2.3", "2001:db8::/33", false },
+        { "2001:db8::1", "2001:db8::/32", false },
+        { "2001:db8::1", "2001:db8::/33", true },
+        { "2001:db8:8000::1", "2001:db8::/33", false },
+        { "2001:db9::1", "2001:db8::/33", false },
+        { "2001:db8::1", "2001:db8::1/128", false },
+        { "2001:db8::1", "2001:db8::/127", true },
     };
     for (const row_t &row : rows)
         EXPECT_EQ(ip_prefix_contains(addr(row.ip), prefix(row.prefix)), row.contains) << row.ip << " " << row.prefix;
@@ -298,11 +291,11 @@ TEST(ip_prefix, applying_a_mask_takes_the_own_length_for_0)
         const char *to;
     };
     const row_t rows[] = {
-        {"10.1.2.3/24",          0,  "10.1.2.0/24"       },
-        { "10.1.2.3/24",         8,  "10.0.0.0/8"        },
-        { "10.1.2.3/0",          0,  "10.1.2.3/0"        },
-        { "2001:db8:ffff::1/36", 0,  "2001:db8:f000::/36"},
-        { "2001:db8:ffff::1/36", 32, "2001:db8::/32"     },
+        { "10.1.2.3/24", 0, "10.1.2.0/24" },
+        { "10.1.2.3/24", 8, "10.0.0.0/8" },
+        { "10.1.2.3/0", 0, "10.1.2.3/0" },
+        { "2001:db8:ffff::1/36", 0, "2001:db8:f000::/36" },
+        { "2001:db8:ffff::1/36", 32, "2001:db8::/32" },
     };
     for (const row_t &row : rows) {
         ip_prefix_t value = prefix(row.from);
@@ -314,12 +307,12 @@ TEST(ip_prefix, applying_a_mask_takes_the_own_length_for_0)
 TEST(ip_prefix, broadcast_sets_the_host_bits)
 {
     const char *rows[][2] = {
-        {"10.1.2.3/24",      "10.1.2.255"                   },
-        { "10.1.2.3/8",      "10.255.255.255"               },
-        { "10.1.2.3/32",     "10.1.2.3"                     },
-        { "10.1.2.2/31",     "0.0.0.0"                      },
-        { "2001:db8::1/64",  "2001:db8::ffff:ffff:ffff:ffff"},
-        { "2001:db8::1/128", "2001:db8::1"                  },
+        { "10.1.2.3/24", "10.1.2.255" },
+        { "10.1.2.3/8", "10.255.255.255" },
+        { "10.1.2.3/32", "10.1.2.3" },
+        { "10.1.2.2/31", "0.0.0.0" },
+        { "2001:db8::1/64", "2001:db8::ffff:ffff:ffff:ffff" },
+        { "2001:db8::1/128", "2001:db8::1" },
     };
     for (const auto &row : rows) {
         ip_addr_t out;
@@ -346,17 +339,17 @@ TEST(ip_text, parsing_takes_short_ipv4_forms_and_zeroes_the_record_on_failure)
         const char *shown;
     };
     const row_t rows[] = {
-        {"1.2",              1, AF_INET,  "0.0.1.2"       },
-        { "10.1",            1, AF_INET,  "0.0.10.1"      },
-        { "0x0a.1.2.3",      1, AF_INET,  "10.1.2.3"      },
-        { "192.168.1.1",     1, AF_INET,  "192.168.1.1"   },
-        { "2001:db8::1",     1, AF_INET6, "2001:db8::1"   },
-        { "::ffff:1.2.3.4",  1, AF_INET6, "::ffff:1.2.3.4"},
-        { "not-an-address",  0, 0,        nullptr         },
-        { "255.255.255.255", 0, 0,        nullptr         },
-        { "1.2.3.256",       0, 0,        nullptr         },
-        { "10.0.0.1/24",     0, 0,        nullptr         },
-        { "",                0, 0,        nullptr         },
+        { "1.2", 1, AF_INET, "0.0.1.2" },
+        { "10.1", 1, AF_INET, "0.0.10.1" },
+        { "0x0a.1.2.3", 1, AF_INET, "10.1.2.3" },
+        { "192.168.1.1", 1, AF_INET, "192.168.1.1" },
+        { "2001:db8::1", 1, AF_INET6, "2001:db8::1" },
+        { "::ffff:1.2.3.4", 1, AF_INET6, "::ffff:1.2.3.4" },
+        { "not-an-address", 0, 0, nullptr },
+        { "255.255.255.255", 0, 0, nullptr },
+        { "1.2.3.256", 0, 0, nullptr },
+        { "10.0.0.1/24", 0, 0, nullptr },
+        { "", 0, 0, nullptr },
     };
     for (const row_t &row : rows) {
         SCOPED_TRACE(row.text);

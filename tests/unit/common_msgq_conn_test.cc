@@ -210,12 +210,7 @@ TEST(msgq, wrong_use_of_init_is_fatal_or_refused)
     loop_t loop;
     end_t end;
     msgq_cfg_t cfg = loop.config(LIBRARY, path);
-    const std::pair<uint32_t, uint32_t> bad_ids[] = {
-        {0,    7  },
-        { 5,   0  },
-        { 161, 7  },
-        { 5,   161}
-    };
+    const std::pair<uint32_t, uint32_t> bad_ids[] = { { 0, 7 }, { 5, 0 }, { 161, 7 }, { 5, 161 } };
     for (auto [src, tgt] : bad_ids)
         EXPECT_EQ(msgq_init(src, tgt, MSGQ_HANDLE_TYPE_SERVER, &cfg, &end_callbacks, &end), nullptr);
     for (const char *unusable : { "directory", "absent/queue" }) {
@@ -255,20 +250,11 @@ TEST(daemon_names, ids_and_names_map_to_each_other)
         const char *name;
     };
     const row_t rows[] = {
-        {0,    "unknown"             },
-        { 1,   "ovcd"                },
-        { 5,   "CfgMgr"              },
-        { 7,   "sysmgrd"             },
-        { 11,  "tdhcpcd"             },
-        { 21,  "wland"               },
-        { 22,  "wwand"               },
-        { 29,  "zebra"               },
-        { 32,  "tdaemon_internal_max"},
-        { 33,  "tdaemon_0"           },
-        { 43,  "tdaemon_10"          },
-        { 96,  "tdaemon_63"          },
-        { 97,  "orbel_0"             },
-        { 160, "orbel_63"            },
+        { 0, "unknown" },    { 1, "ovcd" },        { 5, "CfgMgr" },
+        { 7, "sysmgrd" },    { 11, "tdhcpcd" },    { 21, "wland" },
+        { 22, "wwand" },     { 29, "zebra" },      { 32, "tdaemon_internal_max" },
+        { 33, "tdaemon_0" }, { 43, "tdaemon_10" }, { 96, "tdaemon_63" },
+        { 97, "orbel_0" },   { 160, "orbel_63" },
     };
     for (const row_t &row : rows) {
         EXPECT_STRCASEEQ(daemon_id_to_name(row.id), row.name);

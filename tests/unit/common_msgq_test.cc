@@ -299,11 +299,11 @@ TEST(msgq, a_stream_that_breaks_the_framing_ends_the_process)
         const char *condition;
     };
     const row_t rows[] = {
-        {LIBRARY,              lib_header(8,   5,  7, MSGQ_HDR_DATA), "msg_size > hdrlen" },
-        { LIBRARY,      lib_header(0, 5,  7, MSGQ_HDR_DATA), "msg_size > hdrlen" },
-        { LIBRARY,   lib_header(8,                5,                7, MSGQ_HDR_REGISTER), "in_tmp_list" },
-        { APPLICATION, app_header(6),              "msg_size > app_hdrlen"        },
-        { APPLICATION,                   app_header(0),                 "msg_size > app_hdrlen"},
+        { LIBRARY, lib_header(8, 5, 7, MSGQ_HDR_DATA), "msg_size > hdrlen" },
+        { LIBRARY, lib_header(0, 5, 7, MSGQ_HDR_DATA), "msg_size > hdrlen" },
+        { LIBRARY, lib_header(8, 5, 7, MSGQ_HDR_REGISTER), "in_tmp_list" },
+        { APPLICATION, app_header(6), "msg_size > app_hdrlen" },
+        { APPLICATION, app_header(0), "msg_size > app_hdrlen" },
     };
     temp_dir dir;
     for (const row_t &row : rows) {

@@ -108,11 +108,11 @@ TEST_F(tip_system_test, words_are_split_at_blanks_only)
 {
     add_program("words", "#!/bin/sh\nfor w; do echo \"<$w>\"; done > " + dir.path("out") + "\n");
     const char *rows[][2] = {
-        {"words addr add 10.1.2.3/24 dev ge0_0.100", "<addr>\n<add>\n<10.1.2.3/24>\n<dev>\n<ge0_0.100>\n"},
-        { "  words\tone \t two  ",                   "<one>\n<two>\n"                                    },
-        { "words 'one two' $((1+2))",                "<one two>\n<3>\n"                                  },
-        { "words a,b+c@d:e_f^",                      "<a,b+c@d:e_f^>\n"                                  },
-        { "words",                                   ""                                                  },
+        { "words addr add 10.1.2.3/24 dev ge0_0.100", "<addr>\n<add>\n<10.1.2.3/24>\n<dev>\n<ge0_0.100>\n" },
+        { "  words\tone \t two  ", "<one>\n<two>\n" },
+        { "words 'one two' $((1+2))", "<one two>\n<3>\n" },
+        { "words a,b+c@d:e_f^", "<a,b+c@d:e_f^>\n" },
+        { "words", "" },
     };
     for (const auto &row : rows) {
         EXPECT_TRUE(tip_system_ok(tip_system(row[0]))) << row[0];
@@ -331,14 +331,14 @@ struct ifaddr_row_t {
 };
 
 const ifaddr_row_t ifaddr_rows[] = {
-    {"10.1.2.3",     24, true,  false, 0,  "inet 10.1.2.3/24 brd 10.1.2.255", "none"           },
-    { "10.1.2.3",    24, true,  false, 17, "inet 10.1.2.3/24 brd 10.1.2.255", "none"           },
-    { "10.9.9.9",    32, false, false, 0,  "inet 10.9.9.9/32",                "10.9.9.9/32 brd"},
-    { "2001:db8::1", 64, true,  false, 0,  "inet6 2001:db8::1/64",            "none"           },
-    { "10.1.2.3",    24, true,  true,  0,  "inet 10.9.9.9/32",                "10.1.2.3"       },
-    { "0.0.0.0",     0,  true,  false, 17, "inet 10.9.9.9/32",                "none"           },
-    { "0.0.0.0",     0,  true,  true,  0,  "inet6 2001:db8::1/64",            "inet 1"         },
-    { "::",          0,  true,  true,  0,  "lo",                              "inet6"          },
+    { "10.1.2.3", 24, true, false, 0, "inet 10.1.2.3/24 brd 10.1.2.255", "none" },
+    { "10.1.2.3", 24, true, false, 17, "inet 10.1.2.3/24 brd 10.1.2.255", "none" },
+    { "10.9.9.9", 32, false, false, 0, "inet 10.9.9.9/32", "10.9.9.9/32 brd" },
+    { "2001:db8::1", 64, true, false, 0, "inet6 2001:db8::1/64", "none" },
+    { "10.1.2.3", 24, true, true, 0, "inet 10.9.9.9/32", "10.1.2.3" },
+    { "0.0.0.0", 0, true, false, 17, "inet 10.9.9.9/32", "none" },
+    { "0.0.0.0", 0, true, true, 0, "inet6 2001:db8::1/64", "inet 1" },
+    { "::", 0, true, true, 0, "lo", "inet6" },
 };
 
 TEST_F(netns, interface_addresses_are_added_removed_and_flushed)

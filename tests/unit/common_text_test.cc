@@ -19,12 +19,12 @@ TEST(tip_names, long_and_short_colour_names_differ_where_they_should)
         const char *long_name, *short_name;
     };
     const row_t rows[] = {
-        {1,   "default",         "default" },
-        { 3,  "metro-ethernet",  "met-eth" },
-        { 4,  "biz-internet",    "biz-int" },
-        { 5,  "public-internet", "pub-int" },
-        { 7,  "3g",              "3g"      },
-        { 22, "private6",        "private6"},
+        { 1, "default", "default" },
+        { 3, "metro-ethernet", "met-eth" },
+        { 4, "biz-internet", "biz-int" },
+        { 5, "public-internet", "pub-int" },
+        { 7, "3g", "3g" },
+        { 22, "private6", "private6" },
     };
     for (const row_t &row : rows) {
         EXPECT_STREQ(color_name(row.color), row.long_name);
@@ -91,13 +91,8 @@ TEST(tip_text, the_first_word_is_cut_by_every_bound)
         const char *out;
     };
     const row_t rows[] = {
-        {"  \t one two", 64, 16, "one" },
-        { "one",         2,  16, "on"  },
-        { "one",         64, 3,  "on"  },
-        { "   ",         64, 16, ""    },
-        { "\nword\n",    64, 16, "word"},
-        { "   x",        3,  16, ""    },
-        { "one",         64, 1,  ""    },
+        { "  \t one two", 64, 16, "one" }, { "one", 2, 16, "on" }, { "one", 64, 3, "on" }, { "   ", 64, 16, "" },
+        { "\nword\n", 64, 16, "word" },    { "   x", 3, 16, "" },  { "one", 64, 1, "" },
     };
     for (const row_t &row : rows) {
         char out[16];
@@ -186,13 +181,9 @@ protected:
 TEST_F(tip_time, durations_show_years_only_when_there_are_any)
 {
     const std::pair<int64_t, const char *> rows[] = {
-        {0,         "0:00:00:00"   },
-        { 59,       "0:00:00:59"   },
-        { 86399,    "0:23:59:59"   },
-        { 86400,    "1:00:00:00"   },
-        { 31535999, "364:23:59:59" },
-        { 31536000, "1y 0:00:00:00"},
-        { 63162061, "2y 1:01:01:01"},
+        { 0, "0:00:00:00" },           { 59, "0:00:00:59" },         { 86399, "0:23:59:59" },
+        { 86400, "1:00:00:00" },       { 31535999, "364:23:59:59" }, { 31536000, "1y 0:00:00:00" },
+        { 63162061, "2y 1:01:01:01" },
     };
     char text[TIME_DURATION_SIZE];
     for (auto [seconds, expected] : rows)
@@ -228,14 +219,10 @@ TEST_F(tip_time, what_cannot_be_shown_is_told_and_leaves_an_empty_text)
 TEST(tip_if_name, the_simulated_port_has_the_numbers_of_the_hardware_port)
 {
     const char *rows[][2] = {
-        {"ge0_0",       "sim0_0"     },
-        { "ge2_13.100", "sim2_13.100"},
-        { "ge0_0.x",    nullptr      },
-        { "ge0/0",      nullptr      },
-        { "irb.1",      nullptr      },
-        { "ge",         nullptr      },
-        { "ge0_",       nullptr      },
-        { "",           nullptr      },
+        { "ge0_0", "sim0_0" },  { "ge2_13.100", "sim2_13.100" },
+        { "ge0_0.x", nullptr }, { "ge0/0", nullptr },
+        { "irb.1", nullptr },   { "ge", nullptr },
+        { "ge0_", nullptr },    { "", nullptr },
     };
     for (const auto &row : rows) {
         char out[32] = "old";
@@ -254,14 +241,9 @@ TEST(tip_if_name, names_tell_their_kind)
         bool phys, system, loop;
     };
     const row_t rows[] = {
-        {"ge0_0",       true,  false, false},
-        { "ge0_0.5",    false, false, false},
-        { "loopback3",  false, true,  false},
-        { "natpool1",   false, true,  false},
-        { "system",     false, false, false},
-        { "loop0",      true,  false, true },
-        { "natpoo",     true,  false, false},
-        { "myloopback", true,  false, false},
+        { "ge0_0", true, false, false },    { "ge0_0.5", false, false, false },   { "loopback3", false, true, false },
+        { "natpool1", false, true, false }, { "system", false, false, false },    { "loop0", true, false, true },
+        { "natpoo", true, false, false },   { "myloopback", true, false, false },
     };
     for (const row_t &row : rows) {
         EXPECT_EQ(if_name_is_phys(row.name), row.phys) << row.name;
@@ -279,14 +261,9 @@ TEST(vpn, only_tunnel_interfaces_carry_management_on_controllers_and_in_vpn_512)
         int result;
     };
     const row_t rows[] = {
-        {PERSONALITY_KREST,    0,   1,  1},
-        { PERSONALITY_KREST,   512, 1,  0},
-        { PERSONALITY_KREST,   512, 29, 1},
-        { PERSONALITY_LODEST,  0,   1,  0},
-        { PERSONALITY_LODEST,  0,   29, 1},
-        { PERSONALITY_QUORVIX, 0,   1,  0},
-        { PERSONALITY_PENDRY,  0,   1,  0},
-        { PERSONALITY_ORBEL,   0,   1,  1},
+        { PERSONALITY_KREST, 0, 1, 1 },  { PERSONALITY_KREST, 512, 1, 0 }, { PERSONALITY_KREST, 512, 29, 1 },
+        { PERSONALITY_LODEST, 0, 1, 0 }, { PERSONALITY_LODEST, 0, 29, 1 }, { PERSONALITY_QUORVIX, 0, 1, 0 },
+        { PERSONALITY_PENDRY, 0, 1, 0 }, { PERSONALITY_ORBEL, 0, 1, 1 },
     };
     for (const row_t &row : rows)
         EXPECT_EQ(vpn_is_mgmt_tun_if(row.personality, row.vpn, row.if_type), row.result)

@@ -147,14 +147,7 @@ TEST_F(wheel_test, intervals_are_rounded_to_ticks_and_zero_is_one_tick)
         uint32_t ms;
         int64_t created_ticks;
         int64_t fires_at;
-    } rows[] = {
-        {0,     0,   1  },
-        { 4,    0,   1  },
-        { 5,    1,   1  },
-        { 14,   1,   1  },
-        { 15,   2,   2  },
-        { 1000, 100, 100}
-    };
+    } rows[] = { { 0, 0, 1 }, { 4, 0, 1 }, { 5, 1, 1 }, { 14, 1, 1 }, { 15, 2, 2 }, { 1000, 100, 100 } };
     for (auto &row : rows) {
         timer_util_t *timer = make("t", 0);
         timer_set_interval(timer, row.ms);

@@ -90,11 +90,11 @@ std::vector<uint32_t> iterate(const std::map<uint32_t, cdb_iter_ret> &verdicts, 
 {
     fake_agent agent({ [](fake_peer &peer) {
         serve_changes(peer, {
-                                {0,   { { 1, "a", MOP_MODIFIED }, { 2, "b", MOP_DELETED }, { 3, "c", MOP_CREATED } }},
-                                { 1,  { { 11, "d", MOP_MODIFIED }, { 12, "e", MOP_VALUE_SET } }                     },
-                                { 11, { { 111, "f", MOP_VALUE_SET } }                                               },
-                                { 12, { { 0, "g", 9 } }                                                             },
-        });
+                                { 0, { { 1, "a", MOP_MODIFIED }, { 2, "b", MOP_DELETED }, { 3, "c", MOP_CREATED } } },
+                                { 1, { { 11, "d", MOP_MODIFIED }, { 12, "e", MOP_VALUE_SET } } },
+                                { 11, { { 111, "f", MOP_VALUE_SET } } },
+                                { 12, { { 0, "g", 9 } } },
+                            });
     } });
     client_fd client;
     seen_t seen = { client.fd, {}, verdicts };
@@ -117,42 +117,19 @@ TEST(confd_iterate, gives_the_changes_of_the_level_in_order)
 
 TEST(confd_iterate, goes_below_a_node_where_it_is_asked_to)
 {
-    EXPECT_EQ(iterate(
-                  {
-                      {1,   ITER_RECURSE},
-                      { 11, ITER_RECURSE}
-    },
-                  CONFD_OK),
-              (nodes_t{ 1, 11, 111, 12, 2, 3 }));
+    EXPECT_EQ(iterate({ { 1, ITER_RECURSE }, { 11, ITER_RECURSE } }, CONFD_OK), (nodes_t{ 1, 11, 111, 12, 2, 3 }));
 }
 
 TEST(confd_iterate, a_stop_deep_below_ends_all)
 {
-    EXPECT_EQ(iterate(
-                  {
-                      {1,    ITER_RECURSE},
-                      { 11,  ITER_RECURSE},
-                      { 111, ITER_STOP   }
-    },
-                  CONFD_OK),
+    EXPECT_EQ(iterate({ { 1, ITER_RECURSE }, { 11, ITER_RECURSE }, { 111, ITER_STOP } }, CONFD_OK),
               (nodes_t{ 1, 11, 111 }));
 }
 
 TEST(confd_iterate, a_refused_or_forged_level_ends_with_an_error)
 {
-    EXPECT_EQ(iterate(
-                  {
-                      {2, ITER_RECURSE}
-    },
-                  CONFD_ERR),
-              (nodes_t{ 1, 2 }));
-    EXPECT_EQ(iterate(
-                  {
-                      {1,   ITER_RECURSE},
-                      { 12, ITER_RECURSE}
-    },
-                  CONFD_ERR),
-              (nodes_t{ 1, 11, 12 }));
+    EXPECT_EQ(iterate({ { 2, ITER_RECURSE } }, CONFD_ERR), (nodes_t{ 1, 2 }));
+    EXPECT_EQ(iterate({ { 1, ITER_RECURSE }, { 12, ITER_RECURSE } }, CONFD_ERR), (nodes_t{ 1, 11, 12 }));
 }
 
 TEST(confd_modifications, no_changes_are_an_array_and_a_cut_reply_is_an_error)

@@ -28,14 +28,12 @@ TEST(ChassisModel, ports_of_all_models_are_told_apart_by_name_mac_and_place)
         const char *model;
         size_t ports;
     };
-    for (const row_t &row : std::initializer_list<row_t>{
-             {"krest-M1",  8 },
-             { "krest-L1", 14},
-             { "krest-S1", 5 },
-             { "krest-S2", 5 },
-             { "krest-V1", 8 },
-             { "software", 0 }
-    }) {
+    for (const row_t &row : std::initializer_list<row_t>{ { "krest-M1", 8 },
+                                                          { "krest-L1", 14 },
+                                                          { "krest-S1", 5 },
+                                                          { "krest-S2", 5 },
+                                                          { "krest-V1", 8 },
+                                                          { "software", 0 } }) {
         auto block = std::make_unique<chmgr_block_t>();
         chassis_fill(*chassis_model_find(row.model), 7, block.get());
         std::set<std::string> names;

@@ -25,9 +25,7 @@ TEST(Supervisor, only_a_late_tick_is_a_pause_of_its_own)
 
 TEST(Memory, comes_back_as_it_was)
 {
-    sysmgrd_memory_t memory{
-        .ready_pid = 4711, .read_bits = 5, .vpns = {0, 512, UINT64_MAX}
-    };
+    sysmgrd_memory_t memory{ .ready_pid = 4711, .read_bits = 5, .vpns = { 0, 512, UINT64_MAX } };
     sysmgrd_memory_t again = memory_parse(memory_text(memory));
     EXPECT_EQ(again.ready_pid, memory.ready_pid);
     EXPECT_EQ(again.read_bits, memory.read_bits);

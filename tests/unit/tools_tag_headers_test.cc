@@ -73,11 +73,11 @@ std::string define(const std::string &identifier, uint32_t value)
 TEST_F(tag_headers, every_kind_of_named_node_has_a_tag_in_the_module_that_defines_it)
 {
     run_t result = run({
-        {"a",  "import b { prefix b; } identity colour-base;"
-               "augment /b:box { leaf added { type string; } }"                                                      },
+        { "a", "import b { prefix b; } identity colour-base;"
+               "augment /b:box { leaf added { type string; } }" },
         { "b", "container box { choice way { case one { leaf left { type empty; } } }"
                "  list row-of { key k; leaf k { type string; } } action open { input { leaf how { type string; } } } }"
-               "rpc do-it { output { leaf done { type string; } } } notification gone { leaf why { type string; } }"},
+               "rpc do-it { output { leaf done { type string; } } } notification gone { leaf why { type string; } }" },
     });
     ASSERT_EQ(result.status, 0) << result.said;
     EXPECT_NE(header("a").find(define("a__ns", wire_hash("urn:a"))), std::string::npos);
@@ -95,12 +95,10 @@ TEST_F(tag_headers, every_kind_of_named_node_has_a_tag_in_the_module_that_define
 
 TEST_F(tag_headers, labels_carry_their_values_and_ambiguous_ones_are_left_out)
 {
-    run_t result = run({
-        {"m", "leaf e { type enumeration { enum one-a { value 4; } enum two { value -1; } } }"
-               "leaf f { type bits { bit x { position 3; } bit far { position 40; } } }"
-               "leaf f-x { type string; }"
-               "container c { leaf e { type enumeration { enum two { value 9; } } } }"}
-    });
+    run_t result = run({ { "m", "leaf e { type enumeration { enum one-a { value 4; } enum two { value -1; } } }"
+                                "leaf f { type bits { bit x { position 3; } bit far { position 40; } } }"
+                                "leaf f-x { type string; }"
+                                "container c { leaf e { type enumeration { enum two { value 9; } } } }" } });
     ASSERT_EQ(result.status, 0) << result.said;
     EXPECT_NE(header("m").find("#define m_e_one_a 4\n"), std::string::npos) << header("m");
     EXPECT_EQ(header("m").find("m_e_two"), std::string::npos);
@@ -112,10 +110,7 @@ TEST_F(tag_headers, labels_carry_their_values_and_ambiguous_ones_are_left_out)
 TEST_F(tag_headers, two_names_with_one_hash_are_refused)
 {
     ASSERT_EQ(wire_hash("costarring"), wire_hash("liquid"));
-    run_t result = run({
-        {"m",  "leaf costarring { type string; }"},
-        { "n", "leaf liquid { type string; }"    }
-    });
+    run_t result = run({ { "m", "leaf costarring { type string; }" }, { "n", "leaf liquid { type string; }" } });
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.said.find("costarring"), std::string::npos) << result.said;
     EXPECT_NE(result.said.find("liquid"), std::string::npos) << result.said;
@@ -125,8 +120,8 @@ TEST_F(tag_headers, two_names_with_one_hash_are_refused)
 TEST_F(tag_headers, two_names_that_become_one_identifier_are_refused)
 {
     const models_t cases[] = {
-        {{ "m", "leaf a-b { type string; } leaf a_b { type string; }" }},
-        { { "m", "leaf a-b { type string; }" },                          { "m-a", "leaf b { type string; }" } },
+        { { "m", "leaf a-b { type string; } leaf a_b { type string; }" } },
+        { { "m", "leaf a-b { type string; }" }, { "m-a", "leaf b { type string; }" } },
     };
     for (const models_t &models : cases) {
         run_t result = run(models);
@@ -137,11 +132,7 @@ TEST_F(tag_headers, two_names_that_become_one_identifier_are_refused)
 
 TEST_F(tag_headers, a_broken_or_missing_module_is_refused)
 {
-    EXPECT_EQ(run({
-                      {"m", "leaf x { type nosuch; }"}
-    })
-                  .status,
-              1);
+    EXPECT_EQ(run({ { "m", "leaf x { type nosuch; }" } }).status, 1);
     EXPECT_EQ(system((std::string(TAG_HEADERS) + " --out /tmp absent 2> /dev/null").c_str()) >> 8, 1);
     EXPECT_EQ(system((std::string(TAG_HEADERS) + " --out 2> /dev/null").c_str()) >> 8, 2);
 }

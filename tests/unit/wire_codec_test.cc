@@ -306,10 +306,7 @@ TEST(wire_schema, what_is_written_is_read_back_and_every_truncation_is_refused)
     node.flags = WIRE_NODE_LIST | WIRE_NODE_CONFIG;
     node.type = C_XMLTAG;
     node.keys = { 5, 6 };
-    node.names = {
-        {-3, "low"},
-        { 9, ""   }
-    };
+    node.names = { { -3, "low" }, { 9, "" } };
     wire_writer_t out;
     wire_put_schema_node(out, node);
 
@@ -348,17 +345,17 @@ TEST(wire_path, keys_are_quoted_where_they_have_to_be)
         const char *key;
         const char *text;
     } rows[] = {
-        {"5",              "5"                },
-        { "ge0/1",         "ge0/1"            },
-        { "fe80::1%2",     "fe80::1%2"        },
-        { "",              "\"\""             },
-        { "two words",     "\"two words\""    },
-        { "a\tb",          "\"a\tb\""         },
-        { "{x}",           "\"{x}\""          },
-        { "say \"x\"",     "\"say \\\"x\\\"\""},
-        { "back\\",        "\"back\\\\\""     },
-        { "it's",          "\"it's\""         },
-        { "z\xc3\xbcrich", "z\xc3\xbcrich"    },
+        { "5", "5" },
+        { "ge0/1", "ge0/1" },
+        { "fe80::1%2", "fe80::1%2" },
+        { "", "\"\"" },
+        { "two words", "\"two words\"" },
+        { "a\tb", "\"a\tb\"" },
+        { "{x}", "\"{x}\"" },
+        { "say \"x\"", "\"say \\\"x\\\"\"" },
+        { "back\\", "\"back\\\\\"" },
+        { "it's", "\"it's\"" },
+        { "z\xc3\xbcrich", "z\xc3\xbcrich" },
     };
     for (const auto &row : rows)
         EXPECT_EQ(wire_quote_key(row.key), row.text);
