@@ -107,15 +107,6 @@ void datastore_drop_old(datastore_t &store)
     log_forget(store.last_commit);
 }
 
-bool datastore_is_empty(datastore_t &store)
-{
-    store_show_view(store, {});
-    for (const lyd_node *node = store.running.first; node; node = node->next)
-        if (!is_default(node))
-            return false;
-    return true;
-}
-
 // ---- locks
 
 bool datastore_lock(datastore_t &store, uint64_t holder, const std::string &name, ds_error_t &error)

@@ -60,9 +60,6 @@ struct datastore_stats_t {
 };
 [[nodiscard]] datastore_stats_t datastore_stats(const datastore_t &store);
 
-// Nothing configured: the first boot.
-[[nodiscard]] bool datastore_is_empty(datastore_t &store);
-
 // Writes a snapshot when the journal is past its limit, or in any case; for the idle time behind a commit. Without it
 // the journal grows; trans_commit itself writes none.
 [[nodiscard]] bool datastore_snapshot(datastore_t &store, bool in_any_case, ds_error_t &error);

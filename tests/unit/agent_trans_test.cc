@@ -73,7 +73,7 @@ TEST(agent_trans, edits_follow_the_rules_of_yang)
         EXPECT_EQ(edit(*trans, row.lines.back(), &why), row.code) << row.lines.back() << ": " << why;
         EXPECT_NE(why.find(row.text), std::string::npos) << row.lines.back() << ": " << why;
     }
-    EXPECT_TRUE(datastore_is_empty(*store));
+    EXPECT_TRUE(contents(store).empty());
 }
 
 TEST(agent_trans, a_refused_edit_leaves_nothing_behind)
