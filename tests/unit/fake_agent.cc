@@ -19,8 +19,9 @@ std::map<uint32_t, std::string> &names()
     static auto *the_names = new std::map<uint32_t, std::string>;
     return *the_names;
 }
-std::deque<confd_cs_node> nodes;
-std::deque<std::vector<uint32_t>> node_keys;
+// Never destroyed, as the names: threads outlive main.
+std::deque<confd_cs_node> &nodes = *new std::deque<confd_cs_node>;
+std::deque<std::vector<uint32_t>> &node_keys = *new std::deque<std::vector<uint32_t>>;
 confd_cs_node *top_node;
 const fake_change_t *iterated; // the change that an iteration stands at
 

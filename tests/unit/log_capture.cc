@@ -7,8 +7,9 @@
 namespace
 {
 
-std::mutex lock;
-std::vector<std::string> lines;
+// Never destroyed: a thread that a test has left behind may log while the process ends.
+std::mutex &lock = *new std::mutex;
+std::vector<std::string> &lines = *new std::vector<std::string>;
 bool is_echoed;
 
 void keep(const char *format, va_list arguments)
