@@ -1,6 +1,6 @@
-// The entry of the process. Every step has its place, and later ones rely on it: a second instance is refused before anything else,
-// the daemon's own resources are made before it leaves the terminal, and nothing talks to the agent before the system
-// manager is there.
+// The entry of the process. Every step has its place, and later ones rely on it: a second instance is refused before
+// anything else, the daemon's own resources are made before it leaves the terminal, and nothing talks to the agent
+// before the system manager is there.
 
 #include "cfgmgr/daemon/cfgmgr_daemon.h"
 #include "cfgmgr/daemon/cfgmgr_inotify.h"
