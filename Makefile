@@ -6,6 +6,9 @@ PRESET ?= release
 
 .PHONY: help build run check check-device check-asan bench fuzz kernel install-deps clean format tidy
 
+# Packages come before the build that needs them, also with -j.
+.NOTPARALLEL:
+
 help:
 	@sed -n 's/^## //p' Makefile
 
