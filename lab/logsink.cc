@@ -88,7 +88,7 @@ unique_fd socket_open(const char *path)
     sockaddr_un address = { .sun_family = AF_UNIX, .sun_path = {} };
     if (strlen(path) >= sizeof(address.sun_path))
         return {};
-    strcpy(address.sun_path, path);
+    memcpy(address.sun_path, path, strlen(path) + 1);
     unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     unlink(path);
     if (bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0 || chmod(path, 0666) != 0)

@@ -78,8 +78,8 @@ const chassis_model_t *chassis_model_find(std::string_view name)
 void chassis_fill(const chassis_model_t &model, uint16_t device, chmgr_block_t *block)
 {
     block->num_slots = chmgr_chassis()[model.chassis_type].num_slots;
-    for (uint8_t slot = 0; slot < block->num_slots; slot++)
-        fill_slot(chmgr_modules()[model.modules[slot]], device, slot, block);
+    for (uint32_t slot = 0; slot < block->num_slots; slot++)
+        fill_slot(chmgr_modules()[model.modules[slot]], device, static_cast<uint8_t>(slot), block);
     block->has_mgmt_port = model.has_mgmt_port ? 1 : 0;
 }
 
