@@ -90,6 +90,14 @@ pid_t child_spawn(const std::vector<std::string> &words, int output_fd)
     return errno == 0 ? pid : 0;
 }
 
+void child_discard(pid_t pid)
+{
+    int error = errno;
+    (void)kill(pid, SIGKILL);
+    (void)waitpid(pid, nullptr, 0); // at once: nothing outlives this signal
+    errno = error;
+}
+
 bool process_watch(process_watch_t *watch, event_base *base, pid_t pid, event_callback_fn cb, void *arg)
 {
     unique_fd fd(pidfd_open(pid, 0));
@@ -142,8 +150,12 @@ bool async_command_start(async_command_t *command, event_base *base, const std::
     if (!limit || evtimer_add(limit.get(), &limit_time) != 0)
         return false;
     pid_t pid = child_spawn(words, input.get());
-    if (pid == 0 || !process_watch(&command->watch, base, pid, command_ended_cb, command))
+    if (pid == 0)
         return false;
+    if (!process_watch(&command->watch, base, pid, command_ended_cb, command)) {
+        child_discard(pid);
+        return false;
+    }
     command->output = std::move(output);
     command->limit = std::move(limit);
     command->is_late = false;

@@ -17,6 +17,9 @@
 // nothing to read, no other descriptor, and all signals as a fresh process has them. The pid, or 0 with errno.
 [[nodiscard]] pid_t child_spawn(const std::vector<std::string> &words, int output_fd);
 
+// Ends a child at once and reaps it, for one that cannot be watched. errno is kept.
+void child_discard(pid_t pid);
+
 struct process_watch_t {
     pid_t pid = 0; // 0: nothing is watched
     unique_fd fd;

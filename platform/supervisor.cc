@@ -122,7 +122,12 @@ bool process_spawn(process_t *process)
     const char *file =
         process->rule->pid_file_time == PID_FILE_AT_START ? process->rule->name : process->rule->note_name;
     pid_file_write(file, pid);
-    return process_watch(&process->watch, process->sysmgrd->base.get(), pid, process_ended_cb, process);
+    if (process_watch(&process->watch, process->sysmgrd->base.get(), pid, process_ended_cb, process))
+        return true;
+    // Unwatched it would be started a second time.
+    child_discard(pid);
+    pid_files_remove(*process);
+    return false;
 }
 
 void process_start(process_t *process)
