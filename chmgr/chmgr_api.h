@@ -29,4 +29,12 @@ void chmgr_block_unmap();
 // 1 when the device has a management port, 0 when not, -1 without a block.
 [[nodiscard]] int chmgr_has_mgmt_port();
 
+// Administrative state of a port, in the block and through the chassis' hardware operations. 0, or -1 without a block.
+int chmgr_port_state_set(chmgr_port_t *port, bool is_up);
+
+// The system addresses and the host name as every daemon of the device sees them; nothing without a block.
+void chmgr_system_ip_set(const ip_addr_t &address);
+void chmgr_quorvix_system_ip_set(const ip_addr_t &address);
+void chmgr_host_name_set(const char *name);
+
 #endif

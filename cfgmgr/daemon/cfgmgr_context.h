@@ -3,6 +3,7 @@
 #define CFGMGR_DAEMON_CFGMGR_CONTEXT_H
 
 #include "common/avl.h"
+#include "common/ip_util.h"
 #include "common/timer.h"
 #include "common/tip_names.h"
 
@@ -17,6 +18,7 @@ struct tconfd_ctx;
 inline constexpr char CFGMGR_PROCESS_NAME[] = "CFGMGR"; // of structured log lines and the syslog ident
 inline constexpr uint32_t CFGMGR_BITMAP_BITS = 32768;
 inline constexpr size_t CFGMGR_BITMAP_BYTES = 4097;
+inline constexpr size_t CFGMGR_HOST_NAME_SIZE = 33;
 
 // One per process, zeroed at creation, owned by main for as long as the process lives.
 struct cfgmgrd_t {
@@ -37,6 +39,14 @@ struct cfgmgrd_t {
     uint32_t reserved_bitmap_hint; // the label handed out last
     uint32_t personality;          // PERSONALITY_*
     avl_tree_t vpn_table;          // cfgmgr_vpn_t by number
+    avl_tree_t if_table;           // cfgmgr_if_t by kernel name
+    avl_tree_t bridge_table;       // cfgmgr_bridge_t by number
+    ip_prefix_t system_ip;         // length 32; counts while has_system_ip is set
+    ip_prefix_t quorvix_system_ip; // of the management system, in the same way
+    uint8_t has_system_ip;
+    uint8_t has_quorvix_system_ip;
+    uint32_t site_id; // 0: none
+    char host_name[CFGMGR_HOST_NAME_SIZE];
     uint8_t usergroup_dirty;
     uint8_t mgmt_vpn;            // 1 when the device has a management VPN
     uint8_t upgrade;             // 1 when the configuration is to be brought up from an older release
@@ -47,6 +57,8 @@ struct cfgmgrd_t {
     uint32_t if_idx_hint;        // the index handed out last
     avl_tree_t if_idx_by_vpn;    // bitmap_if_idx_t by VPN and kernel index
     avl_tree_t if_idx_by_bitmap; // the same records by allocated index
+    avl_tree_t *static_dns;      // cfgmgr_static_host_t by VPN and name; null before its init
+    avl_tree_t gre_table;        // cfgmgr_if_t that wait for their source interface, by kernel name
 };
 
 // The record, published once the daemon's own resources stand; null before.
