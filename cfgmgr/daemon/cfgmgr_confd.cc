@@ -3,36 +3,71 @@
 #include "cfgmgr/daemon/cfgmgr_confd.h"
 
 #include "cfgmgr/daemon/cfgmgr_sysmgr.h"
+#include "cfgmgr/network/cfgmgr_config_bridge.h"
+#include "cfgmgr/network/cfgmgr_config_system.h"
 #include "cfgmgr/network/cfgmgr_config_vpn.h"
+#include "cfgmgr/network/cfgmgr_config_vpn_if.h"
+#include "cfgmgr/network/cfgmgr_oper_vpn_if.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "common/daemon_names.h"
 #include "common/tip_log.h"
+#include "common/tip_text.h"
+#include "yang/corvane-bridge.h"
+#include "yang/corvane-system.h"
 #include "yang/corvane-vpn.h"
 
 namespace
 {
 
-constexpr uint8_t priority(uint8_t add, uint8_t del = 0)
-{
-    return static_cast<uint8_t>(del << 4 | add);
-}
+struct path_row_t {
+    const char *path;
+    tconfd_handler_t handler;
+    uint32_t ns;
+    uint8_t num_keys;
+    uint8_t add; // priority: lower ones are served first
+    uint8_t del; // of deletions, when they come apart; else 0
+    uint8_t flags;
+};
 
-tconfd_sub make_row(const char *path, tconfd_handler_t handler, uint32_t ns, uint8_t num_keys, uint8_t priorities)
+// The paths that the daemon listens to. Deletions of priority 2 end before additions of 3 begin; within a priority the
+// order of the rows counts: a VPN comes before its interfaces, a bridge before its members.
+constexpr path_row_t paths[] = {
+    { "system", cfgmgr_config_system, system__ns, 0, 3, 0, 0 },
+    { "bridge/bridge-instance", cfgmgr_config_bridge, bridge__ns, 1, 3, 2, 0 },
+    { "vpn/vpn-instance", cfgmgr_config_vpn, vpn__ns, 1, 3, 2, 0 },
+    { "vpn/vpn-instance/dns", cfgmgr_config_dns, vpn__ns, 2, 6, 0, 0 },
+    { "vpn/vpn-instance/host", cfgmgr_config_host, vpn__ns, 2, 6, 0, 0 },
+    { "vpn/vpn-instance/service", cfgmgr_config_service, vpn__ns, 2, 3, 2, 0 },
+    { "bridge/bridge-instance/interface", cfgmgr_config_bridge_if, bridge__ns, 2, 3, 2, 0 },
+    { "vpn/vpn-instance/interface", cfgmgr_config_vpn_if, vpn__ns, 2, 3, 2, 0 },
+    { "vpn/vpn-instance/interface/ip/address-list", cfgmgr_config_if_addr_list, vpn__ns, 3, 3, 0, 0 },
+    { "vpn/vpn-instance/interface/ip/secondary-address", cfgmgr_config_if_sec_address, vpn__ns, 3, 3, 0, 0 },
+    { "vpn/vpn-instance/interface/ip/static-route", cfgmgr_config_if_route, vpn__ns, 3, 3, 0, 0 },
+    { "vpn/vpn-instance/interface/ip/static-route/next-hop", cfgmgr_config_if_route_addr, vpn__ns, 4, 3, 0, 0 },
+    { "vpn/vpn-instance/interface", cfgmgr_oper_vpn_if, vpn__ns, 2, 6, 0, TCONFD_SUB_OPER },
+};
+
+// As the datastore client takes them, ended by an empty row; it writes into them.
+tconfd_sub subscriptions[std::size(paths) + 1];
+
+tconfd_sub make_row(const path_row_t &from)
 {
     tconfd_sub row{};
-    (void)snprintf(row.path, sizeof row.path, "%s", path);
-    row.handler = handler;
-    row.ns = ns;
-    row.num_keys = num_keys;
-    row.priority = priorities;
+    strlcpy(row.path, from.path, sizeof row.path);
+    row.handler = from.handler;
+    row.ns = from.ns;
+    row.num_keys = from.num_keys;
+    row.priority = static_cast<uint8_t>(from.del << 4 | from.add);
+    row.flags = from.flags;
     return row;
 }
 
-// The paths that the daemon listens to. Lower priorities are served first: deletes of 2 end before adds of 3 begin.
-tconfd_sub subscriptions[] = {
-    make_row("vpn/vpn-instance", cfgmgr_config_vpn, vpn__ns, 1, priority(3, 2)),
-    {},
-};
+void fill_subscriptions()
+{
+    tconfd_sub *row = subscriptions;
+    for (const path_row_t &path : paths)
+        *row++ = make_row(path);
+}
 
 // Rules that are checked in code, and operator commands: none.
 confd_valpoint_cb validation_points[] = { {} };
@@ -53,6 +88,7 @@ cfgmgrd_t *daemon_of(tconfd_ctx *ctx)
 
 int cfgmgr_confd_init(cfgmgrd_t *cfgmgrd_p)
 {
+    fill_subscriptions();
     tconfd_registration reg{};
     reg.app_ctx = cfgmgrd_p;
     reg.subs = subscriptions;

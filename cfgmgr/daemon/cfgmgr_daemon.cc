@@ -5,7 +5,10 @@
 #include "cfgmgr/daemon/cfgmgr_confd.h"
 #include "cfgmgr/daemon/cfgmgr_inotify.h"
 #include "cfgmgr/daemon/cfgmgr_sysmgr.h"
+#include "cfgmgr/network/cfgmgr_bridge.h"
+#include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_if_idx.h"
+#include "cfgmgr/network/cfgmgr_kernel_files.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "chmgr/chmgr_api.h"
 #include "common/event_handle.h"
@@ -107,6 +110,9 @@ struct start_step_t {
 // In the order that the later ones rely on.
 constexpr start_step_t start_steps[] = {
     { cfgmgr_vpn_init, "Failed to init vpn db" },
+    { cfgmgr_bridge_init, "Failed to init bridge db" },
+    { cfgmgr_if_init, "Failed to init interface-db" },
+    { cfgmgr_static_dns_init, "Failed to init static dns" },
     { cfgmgr_confd_init, "Failed to init confd" },
 };
 
@@ -251,7 +257,10 @@ void cfgmgr_deinit_resources(cfgmgrd_t *cfgmgrd_p)
         app_sysmgr_free(cfgmgrd_p->sysmgr_handle_p);
         cfgmgrd_p->sysmgr_handle_p = nullptr;
     }
+    cfgmgr_bridge_deinit(cfgmgrd_p);
     cfgmgr_vpn_deinit(cfgmgrd_p);
+    cfgmgr_if_deinit(cfgmgrd_p);
+    cfgmgr_static_dns_deinit(cfgmgrd_p);
     cfgmgr_deinit_inotify(cfgmgrd_p);
     free_event(&cfgmgrd_p->sigchld_event);
     free_memory(&cfgmgrd_p->reserved_bitmap_p);

@@ -2,15 +2,18 @@
 
 #include "cfgmgr/network/cfgmgr_vpn.h"
 
+#include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 #include "cfgmgr/network/cfgmgr_kernel.h"
 #include "cfgmgr/network/cfgmgr_kernel_vpn.h"
+#include "cfgmgr/routing/cfgmgr_rtm.h"
 #include "chmgr/chmgr_api.h"
 #include "common/bitmap.h"
 #include "common/tip_log.h"
 
 #include <cstddef>
 #include <cstdlib>
+#include <iterator>
 
 namespace
 {
@@ -18,6 +21,11 @@ namespace
 constexpr char EXTERNAL_MGMT_PORT[] = "eth0";
 constexpr char TESTBED_COMMAND[] = "fw_printenv testbed 2> /dev/null";
 constexpr char DEFAULT_NETNS_COMMAND[] = "ln -s /proc/1/ns/net /var/run/netns/default";
+
+constexpr const char *service_names[] = {
+    nullptr, "FW", "IDS", "IDP", "netsvc1", "netsvc2", "netsvc3", "netsvc4", "TE",
+};
+static_assert(std::size(service_names) == VPN_SERVICE_TE + 1);
 
 uint8_t *vrf_bitmap; // VPN_MAX bits; set while the table stands
 
@@ -48,10 +56,12 @@ cfgmgr_vpn_t *alloc_record(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t label
     vpn_p->label = label;
     vpn_p->cfgmgr_p = cfgmgrd_p;
     vpn_p->kernel_sock = -1;
-    if (vrf_id_alloc(&vpn_p->vrf_id))
-        return vpn_p;
-    free(vpn_p);
-    return nullptr;
+    if (!vrf_id_alloc(&vpn_p->vrf_id)) {
+        free(vpn_p);
+        return nullptr;
+    }
+    avl_create(&vpn_p->if_db, cfgmgr_if_compare, sizeof(cfgmgr_if_t), offsetof(cfgmgr_if_t, vpn_node));
+    return vpn_p;
 }
 
 void free_record(cfgmgr_vpn_t *vpn_p)
@@ -66,15 +76,36 @@ void release_label(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
     vpn_p->label = CFGMGR_LABEL_NONE;
 }
 
+// Takes the interfaces of a VPN away one by one, since the deletion of one may take others with it.
+void delete_interfaces(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p, void (*delete_one)(cfgmgrd_t *, cfgmgr_if_t *))
+{
+    while (auto *if_p = static_cast<cfgmgr_if_t *>(avl_first(&vpn_p->if_db)))
+        delete_one(cfgmgrd_p, if_p);
+    avl_destroy(&vpn_p->if_db);
+}
+
 // The transport VPN goes last and without a namespace switch.
 void cfgmgr_vpn_delete_transport(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p, bool remove_from_tree)
 {
     release_label(cfgmgrd_p, vpn_p);
+    delete_interfaces(cfgmgrd_p, vpn_p, cfgmgr_if_delete_at_exit);
     cfgmgr_kernel_sock_close(vpn_p);
     if (remove_from_tree)
         avl_remove(&cfgmgrd_p->vpn_table, vpn_p);
+    cfgmgr_rtm_client_deinit(vpn_p);
     (void)cfgmgr_vpn_namespace_delete(cfgmgrd_p, vpn_p); // has logged its failure
     free_record(vpn_p);
+}
+
+// What a VPN gets that was set for the whole device before it came.
+void apply_device_settings(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
+{
+    if (cfgmgrd_p->has_system_ip != 0)
+        cfgmgr_if_system_vpn_add(cfgmgrd_p, vpn_p, cfgmgrd_p->system_ip, true);
+    if (cfgmgrd_p->has_quorvix_system_ip != 0)
+        cfgmgr_if_system_vpn_add(cfgmgrd_p, vpn_p, cfgmgrd_p->quorvix_system_ip, false);
+    if (cfgmgrd_p->site_id != 0)
+        (void)cfgmgr_vpn_update_siteid(cfgmgrd_p, vpn_p->vpn_id, cfgmgrd_p->site_id); // gives 0
 }
 
 // ---- the VPNs that every device has
@@ -125,6 +156,11 @@ bool has_mgmt_vpn(const cfgmgrd_t &cfgmgrd)
 
 } // namespace
 
+const char *cfgmgr_vpn_service_name(uint32_t service)
+{
+    return service < std::size(service_names) ? service_names[service] : nullptr;
+}
+
 int cfgmgr_vpn_init(cfgmgrd_t *cfgmgrd_p)
 {
     avl_create(&cfgmgrd_p->vpn_table, compare_vpn, sizeof(cfgmgr_vpn_t), offsetof(cfgmgr_vpn_t, node));
@@ -172,6 +208,14 @@ int cfgmgr_vpn_default_init(cfgmgrd_t *cfgmgrd_p)
     return result;
 }
 
+void cfgmgr_vpn_default_deinit(cfgmgrd_t *cfgmgrd_p)
+{
+    if (has_mgmt_vpn(*cfgmgrd_p))
+        cfgmgr_vpn_delete_by_id(cfgmgrd_p, VPN_ID_MANAGEMENT);
+    if (cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find(cfgmgrd_p, VPN_ID_TRANSPORT, nullptr))
+        cfgmgr_vpn_delete_transport(cfgmgrd_p, vpn_p, true);
+}
+
 int cfgmgr_vpn_find_or_create(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t label)
 {
     tip_log("Creating vpn: id: %lu ", vpn_id);
@@ -183,9 +227,16 @@ int cfgmgr_vpn_find_or_create(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t la
         return CFGMGR_VPN_FAILED;
     avl_insert(&cfgmgrd_p->vpn_table, vpn_p, where);
     int result = cfgmgr_vpn_namespace_add(cfgmgrd_p, vpn_p);
-    if (result != 0)
+    if (result == 0)
+        result = cfgmgr_rtm_client_init(vpn_p);
+    if (result != 0) {
         cfgmgr_vpn_delete(cfgmgrd_p, vpn_p, true);
-    return result;
+        return result;
+    }
+    (void)cfgmgr_vpn_create_fp_tap_interface(vpn_p); // logged; a device without a forwarding plane works without taps
+    if (vpn_id != VPN_ID_INTERNAL)
+        apply_device_settings(cfgmgrd_p, vpn_p);
+    return 0;
 }
 
 cfgmgr_vpn_t *cfgmgr_vpn_find(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, avl_index_t *where)
@@ -236,12 +287,15 @@ void cfgmgr_vpn_delete(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p, bool remove_fr
     if (vpn_p == nullptr)
         return;
     release_label(cfgmgrd_p, vpn_p);
+    delete_interfaces(cfgmgrd_p, vpn_p, cfgmgr_if_delete);
     cfgmgr_if_idx_remove_vpn(cfgmgrd_p, vpn_p->vpn_id);
+    cfgmgr_vpn_delete_taps(vpn_p);
     if (vpn_p->kernel_sock >= 0) {
         cfgmgr_set_ns(cfgmgrd_p, vpn_p->vpn_id);
         cfgmgr_kernel_sock_close(vpn_p);
         cfgmgr_reset_ns(cfgmgrd_p, vpn_p->vpn_id);
     }
+    cfgmgr_rtm_client_deinit(vpn_p);
     (void)cfgmgr_vpn_namespace_delete(cfgmgrd_p, vpn_p); // has logged its failure
     if (remove_from_tree)
         avl_remove(&cfgmgrd_p->vpn_table, vpn_p);

@@ -128,6 +128,8 @@ int cfgmgr_vpn_update_routerid(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, const ip_p
 int cfgmgr_vpn_update_siteid(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t site_id);
 void cfgmgr_vpn_update_siteid_all(cfgmgrd_t *cfgmgrd_p, bool clear);
 
+struct cfgmgr_printer_t;
+void cfgmgr_dump_vpn_table(cfgmgrd_t *cfgmgrd_p, const cfgmgr_printer_t &out);
 // Operator command: prints the table. Signature of the agent's action callbacks.
 int cfgmgr_dump_vpn(confd_user_info *uinfo, char *path, int argc, char **argv);
 

@@ -18,6 +18,7 @@ struct fake_device_t {
     int chassis_type = 0;
     int has_mgmt_port = 1;
     bool has_eth0 = false;
+    bool has_routing = false; // true: the real doors to the routing daemons (cfgmgr_env_routing.cc)
 
     // The effects since the last call.
     std::vector<std::string> take_effects()
