@@ -33,6 +33,8 @@ int cfgmgr_if_sub_tag(const char *cli_name, uint32_t *out);
 [[nodiscard]] chmgr_port_t *cfgmgr_if_next_port(const chmgr_port_t *port);
 // id as chmgr_port_id_t packs it: slot in the second byte, port in the upper two.
 [[nodiscard]] chmgr_port_t *cfgmgr_chassis_port_by_id(uint32_t id);
+// The port behind an index of a hardware interface; null where there is none. Indexes out of range are fatal.
+[[nodiscard]] chmgr_port_t *cfgmgr_chassis_port_by_hw(uint16_t hw_interface_id, uint16_t hw_port_index);
 // Six bytes, zero when the port has none.
 void cfgmgr_chassis_port_mac(const chmgr_port_t *port, uint8_t *out);
 // MAC address from the chassis pool for the interface of a bridge or for a modem; 0: the chassis has none to give.
