@@ -7,6 +7,7 @@
 #include <cstring>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -60,17 +61,21 @@ bool wait_connected(int fd)
     return error == 0;
 }
 
-bool connect_socket(const msgq_t *msgq_p, int fd, const address_t *address)
+bool connect_socket(msgq_t *msgq_p, int fd, const address_t *address)
 {
     if (connect(fd, &address->any, address->length) == 0)
         return true;
     if (msgq_p->sock_type == MSGQ_SOCK_TCP && errno == EINPROGRESS)
         return wait_connected(fd);
-    msgq_err("Failed to connect for fd: %d, error: %d", fd, errno);
+    // A blocking client tries so often that it tells of the same error once only.
+    int error = errno;
+    if (!msgq_p->blocking || error != msgq_p->connect_errno)
+        msgq_err("Failed to connect for fd: %d, error: %d", fd, error);
+    msgq_p->connect_errno = error;
     return false;
 }
 
-unique_fd open_connection(const msgq_t *msgq_p)
+unique_fd open_connection(msgq_t *msgq_p)
 {
     address_t address;
     if (!build_address(msgq_p, &address)) {
@@ -120,8 +125,11 @@ static_assert(MSGQ_SOCK_UNIX == AF_UNIX && MSGQ_SOCK_TCP == AF_INET);
 bool msgq_init_start_client(msgq_t *msgq_p)
 {
     if (msgq_p->blocking) {
-        while (msgq_p->sock_fd == -1 && !msgq_p->is_released)
+        msgq_connect_timer(msgq_p);
+        while (msgq_p->sock_fd == -1 && !msgq_p->is_released) {
+            sched_yield(); // on a single processor the server could not come up otherwise
             msgq_connect_timer(msgq_p);
+        }
         return true;
     }
     msgq_p->timer_p =

@@ -116,6 +116,7 @@ struct msgq_t {
     msgq_server_t *server_p; // null for a client
     msgq_link_t links[MSGQ_LISTS];
     timer_util_t *timer_p; // the connect timer of a non-blocking client
+    int connect_errno;     // of the last attempt that failed
     msgq_cbs_t cbs;
     bool no_register : 1;
     bool in_reg_list : 1;
