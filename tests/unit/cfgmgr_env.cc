@@ -2,6 +2,7 @@
 #include "tests/unit/cfgmgr_env.h"
 
 #include "cfgmgr/daemon/cfgmgr_sysmgr.h"
+#include "platform/chassis_model.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -12,6 +13,15 @@ fake_device_t &device()
 {
     static auto *the_device = new fake_device_t;
     return *the_device;
+}
+
+void device_chassis_set(const char *model)
+{
+    const chassis_model_t &found = *chassis_model_find(model);
+    device().chassis_type = static_cast<int>(found.chassis_type);
+    device().chassis = std::make_unique<chmgr_block_t>();
+    chassis_fill(found, 0, device().chassis.get());
+    device().chassis->chassis_type = found.chassis_type;
 }
 
 extern "C" {
@@ -34,6 +44,11 @@ int __wrap__Z11netns_leavem(uint64_t vpn_id)
 {
     device().effects.push_back("leave " + std::to_string(vpn_id));
     return 0;
+}
+
+chmgr_block_t *__wrap__Z11chmgr_blockv()
+{
+    return device().chassis.get();
 }
 
 int __wrap__Z18chmgr_chassis_typev()

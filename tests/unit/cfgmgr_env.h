@@ -6,16 +6,19 @@
 #include "cfgmgr/daemon/cfgmgr_context.h"
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
+#include "chmgr/chmgr_layout.h"
 #include "tests/unit/fake_agent.h"
 #include "tests/unit/log_capture.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <memory>
 
 struct fake_device_t {
     std::vector<std::string> effects;    // commands as they are; "tell TYPE VPN", "enter VPN", "leave VPN"
     std::map<std::string, int> statuses; // wait statuses of commands; others succeed
     int chassis_type = 0;
+    std::unique_ptr<chmgr_block_t> chassis; // null: no block can be mapped
     int has_mgmt_port = 1;
     bool has_eth0 = false;
     bool has_routing = false; // true: the real doors to the routing daemons (cfgmgr_env_routing.cc)
@@ -31,6 +34,8 @@ struct fake_device_t {
 inline constexpr int EXIT_1 = 1 << 8;
 
 fake_device_t &device();
+// Gives the device the chassis block of a model ("krest-V1").
+void device_chassis_set(const char *model);
 
 class cfgmgr_env : public testing::Test
 {
