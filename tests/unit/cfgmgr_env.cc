@@ -5,9 +5,6 @@
 #include "platform/chassis_model.h"
 
 #include <cerrno>
-#include <cstdarg>
-#include <net/if.h>
-#include <sys/ioctl.h>
 
 fake_device_t &device()
 {
@@ -37,12 +34,16 @@ int __wrap__Z10tip_systemPKc(const char *command)
 int __wrap__Z11netns_enterm(uint64_t vpn_id)
 {
     device().effects.push_back("enter " + std::to_string(vpn_id));
+    if (vpn_id != 0)
+        device().kernel.current_ns = vpn_id;
     return 0;
 }
 
 int __wrap__Z11netns_leavem(uint64_t vpn_id)
 {
     device().effects.push_back("leave " + std::to_string(vpn_id));
+    if (vpn_id != 0)
+        device().kernel.current_ns = 0;
     return 0;
 }
 
@@ -68,20 +69,6 @@ void __wrap__Z19app_sysmgr_send_vpnP12app_sysmgr_t17sysmgr_msg_type_tm(app_sysmg
 {
     device().effects.push_back("tell " + std::to_string(type) + " " + std::to_string(vpn_id));
     __real__Z19app_sysmgr_send_vpnP12app_sysmgr_t17sysmgr_msg_type_tm(client, type, vpn_id);
-}
-
-int __real_ioctl(int fd, unsigned long request, ...);
-int __wrap_ioctl(int fd, unsigned long request, ...)
-{
-    va_list arguments;
-    va_start(arguments, request);
-    void *argument = va_arg(arguments, void *);
-    va_end(arguments);
-    if (request != SIOCGIFINDEX)
-        return __real_ioctl(fd, request, argument);
-    bool is_there = device().has_eth0 && std::string(static_cast<ifreq *>(argument)->ifr_name) == "eth0";
-    errno = ENODEV;
-    return is_there ? 0 : -1;
 }
 
 } // extern "C"

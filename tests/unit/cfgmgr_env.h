@@ -7,6 +7,9 @@
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "chmgr/chmgr_layout.h"
+#include "common/tip_root.h"
+#include "tests/harness/temp_dir.h"
+#include "tests/unit/cfgmgr_env_ioctl.h"
 #include "tests/unit/fake_agent.h"
 #include "tests/unit/log_capture.h"
 
@@ -20,7 +23,8 @@ struct fake_device_t {
     int chassis_type = 0;
     std::unique_ptr<chmgr_block_t> chassis; // null: no block can be mapped
     int has_mgmt_port = 1;
-    bool has_eth0 = false;
+    bool has_eth0 = false;    // short for an interface "eth0" in VPN 0
+    fake_kernel_t kernel;     // what ioctls see
     bool has_routing = false; // true: the real doors to the routing daemons (cfgmgr_env_routing.cc)
 
     // The effects since the last call.
@@ -48,12 +52,16 @@ protected:
         daemon.reserved_bitmap_p = cfgmgr_bitmap_alloc();
         EXPECT_EQ(cfgmgr_if_idx_init(&daemon), 0);
         daemon.personality = PERSONALITY_KREST;
+        tip_root_set(root.path().c_str());
+        cfgmgr_context_publish(&daemon);
     }
     ~cfgmgr_env() override
     {
         cfgmgr_vpn_deinit(&daemon);
         cfgmgr_if_idx_deinit(&daemon);
         free(daemon.reserved_bitmap_p);
+        cfgmgr_context_publish(nullptr);
+        tip_root_set("");
     }
     cfgmgr_env(const cfgmgr_env &) = delete;
     cfgmgr_env &operator=(const cfgmgr_env &) = delete;
@@ -66,6 +74,7 @@ protected:
         return ids;
     }
 
+    temp_dir root; // where the daemon finds and leaves its files
     cfgmgrd_t daemon{};
 };
 
