@@ -22,8 +22,8 @@ const schema_t &models()
 
 // One value of each shape that text leaves take. A leaf that takes none of them needs a row of its own here.
 constexpr const char *SAMPLES[] = {
-    "abc",          "a1", "ge0/0", "192.0.2.1",        "192.0.2.1/24", "2001:db8::1", "2001:db8::1/64",
-    "host.example", "0",  "true",  "00:11:22:33:44:55"
+    "abc",          "a1", "ge0/0", "192.0.2.1",         "192.0.2.1/24", "2001:db8::1", "2001:db8::1/64",
+    "host.example", "0",  "true",  "00:11:22:33:44:55", "ppp1",         "192.0.2.0/24"
 };
 
 constexpr std::string_view DANGEROUS = "`$;|&<>()'\"\\*?[]{}!#~^\n\r\t";
@@ -148,6 +148,37 @@ TEST(models, types_take_what_the_device_knows_and_nothing_else)
           "10.1.5.1 10.1.5/24 10.1.5.1/33 256.1.1.1/8 10.1.5.01/24 2001:db8::1/64" },
         { "vpn vpn-instance interface ipv6 address", "2001:db8::1/64 ::/0 fe80::1/128 ::ffff:1.2.3.4/96",
           "2001:db8::1 2001:db8::1/129 2001::db8::1/64 1:2:3:4:5:6:7:8:9/64 10.1.5.1/24" },
+        { "vpn vpn-instance interface mac-address", "00:11:22:33:44:55 aA:bB:cC:dD:eE:fF 00:00:00:00:00:00",
+          "00:11:22:33:44 00:11:22:33:44:55:66 00-11-22-33-44-55 0:11:22:33:44:55 00:11:22:33:44:5g" },
+        { "vpn vpn-instance interface speed", "10 100 1000", "-1 0 1001 10000" },
+        { "vpn vpn-instance interface duplex", "full half", "auto 0" },
+        { "vpn vpn-instance interface flow-control", "ingress egress autoneg both none", "rx 0" },
+        { "vpn vpn-instance interface arp-timeout", "1 1200 2678400", "0 2678401 4294967295" },
+        { "vpn vpn-instance interface arp address", "10.1.5.9", "10.1.5.9/24 2001:db8::1" },
+        { "vpn vpn-instance interface arp mac", "00:11:22:33:44:55", "001122334455 broadcast" },
+        { "vpn vpn-instance interface tunnel-source", "10.1.5.1", "10.1.5.1/24 ge0/0 2001:db8::1 10.1.5.1%eth0" },
+        { "vpn vpn-instance interface tunnel-source-interface", "ge0/0 ge0/1.100 loopback1", "10.1.5.1 ge0_0 any" },
+        { "vpn vpn-instance interface tunnel-destination", "203.0.113.9", "host.example 203.0.113" },
+        { "vpn vpn-instance interface tunnel-interface bind", "ge0/0 eth1", "ge0_0 x" },
+        { "vpn vpn-instance interface wpnt-extension", "ge0/0", "ge0_0" },
+        { "vpn vpn-instance interface pppoe-client ppp-interface", "ppp1 ppp31", "ppp ppp0 ppp32 ppp1x ge0/0 ppp1.5" },
+        { "vpn vpn-instance interface pppoe-client ac-name", "bras1.example isp:7", "/bin/sh a/%n" },
+        { "vpn vpn-instance interface ppp authentication method", "chap pap", "eap 0" },
+        { "vpn vpn-instance interface ppp authentication chap-name", "user@isp.example", "@file /etc/passwd" },
+        { "vpn vpn-instance interface ppp authentication password", "pass/word=", "@file /etc/passwd" },
+        { "vpn vpn-instance interface ip secondary-address address", "10.1.5.2/24", "10.1.5.2" },
+        { "vpn vpn-instance interface ip address-list address", "10.1.5.2/24", "10.1.5.2 default" },
+        { "vpn vpn-instance interface ip static-route prefix", "0.0.0.0/0 10.0.0.0/8 10.1.5.1/32",
+          "default 10.0.0.0 10.0.0.0/33 ::/0" },
+        { "vpn vpn-instance interface ip static-route next-hop address", "10.1.5.254", "10.1.5.254/24 ge0/0" },
+        { "vpn vpn-instance interface nat static source-ip", "10.1.5.7", "10.1.5.7/32" },
+        { "vpn vpn-instance interface qos-map", "gold", "a/%s" },
+        { "vpn vpn-instance service service-type", "FW IDS IDP netsvc1 netsvc4 TE", "fw netsvc5 1" },
+        { "vpn vpn-instance service interface", "gre1 ge0/0", "gre ge0_0" },
+        { "bridge bridge-instance bridge-id", "0 5 63", "64 511 -1 x" },
+        { "bridge bridge-instance vlan", "1 4095", "0 4096" },
+        { "bridge bridge-instance interface if-name", "ge0/0 vap3 10ge0/1", "ge lo 5" },
+        { "bridge bridge-instance interface mtu", "576 2000", "575 2001" },
         { "vpn vpn-instance dns address", "10.0.0.53 2001:db8::53", "10.0.0 host fe80::1%eth0" },
         { "vpn vpn-instance dns role", "primary secondary", "third 0" },
         { "vpn vpn-instance host hostname", "a intranet.a.example _ldap._tcp x-1",
@@ -155,6 +186,13 @@ TEST(models, types_take_what_the_device_knows_and_nothing_else)
         { "system host-name", "krest r1.example", "a_very_long_name_of_a_device_over_32" },
         { "system site-id", "1 4294967295", "0 4294967296" },
         { "system system-ip", "10.255.0.1", "10.255.0.1/32 10.255.0" },
+        { "system quorvix-system-ip", "10.255.0.2", "10.255.0.2/32 2001:db8::1" },
+        { "system simulation device-count", "0 1 99", "-1 100" },
+        { "system simulation wan-address", "198.51.100.1", "198.51.100.1/24 2001:db8::1" },
+        { "system archive path", "/home/admin/a.cfg scp://u@h:/d/a.cfg a", "//a -a a%b ~u/a" },
+        { "system archive interval", "5 10080 71582", "0 4 71583" },
+        { "system archive vpn", "0 512", "65530 65535" },
+        { "system archive ssh-id-file", "/etc/keys/id_rsa", "-i" },
     };
     for (const value_case_t &c : cases) {
         const lysc_node *leaf = leaf_at(c.path);
