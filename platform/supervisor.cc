@@ -18,7 +18,7 @@ namespace
 
 constexpr uint32_t FIRST_DELAY_MS = 200;
 constexpr uint32_t LONGEST_DELAY_MS = 30000;
-constexpr int64_t QUICK_DEATH_MS = 5000;
+constexpr uint32_t CLEAR_CHECK_MS = 20; // cfgmgr waits for the end of the routing daemons of its predecessor
 constexpr uint32_t TICK_MS = 1000;
 constexpr int64_t TICK_SLACK_MS = 500; // a tick may come this late without being a pause
 
@@ -78,17 +78,33 @@ void pid_files_remove(const process_t &process)
 
 // ---- start and restart
 
+void start_when_clear(process_t *process);
+
 void restart_cb(evutil_socket_t, short, void *arg)
 {
-    process_start(static_cast<process_t *>(arg));
+    start_when_clear(static_cast<process_t *>(arg));
+}
+
+void start_later(process_t *process, uint32_t delay_ms)
+{
+    timeval delay = timeval_of_ms(delay_ms);
+    process->restart_timer.reset(evtimer_new(process->sysmgrd->base.get(), restart_cb, process));
+    evtimer_add(process->restart_timer.get(), &delay);
 }
 
 void restart_schedule(process_t *process)
 {
-    timeval delay = timeval_of_ms(restart_delay_ms(process->quick_deaths));
     process->restarts++;
-    process->restart_timer.reset(evtimer_new(process->sysmgrd->base.get(), restart_cb, process));
-    evtimer_add(process->restart_timer.get(), &delay);
+    start_later(process, restart_delay_ms(process->quick_deaths));
+}
+
+// A cfgmgr that met a routing daemon which is about to end would be without a link to it for good.
+void start_when_clear(process_t *process)
+{
+    if (process->rule == &rules[PROCESS_CFGMGR] && routing_is_ending(*process->sysmgrd))
+        start_later(process, CLEAR_CHECK_MS);
+    else
+        process_start(process);
 }
 
 void note_start(process_t *process, bool is_adopted, bool has_hello)
@@ -206,6 +222,8 @@ void process_ended_cb(evutil_socket_t, short, void *arg)
         stop_step(sysmgrd);
         return;
     }
+    if (process->rule == &rules[PROCESS_CFGMGR])
+        routing_reset(sysmgrd);
     process->quick_deaths = lived_ms < QUICK_DEATH_MS ? process->quick_deaths + 1 : 0;
     tip_log("%s (pid %d) %s after %ld ms; what it printed is in %s; starting it again in %u ms", process->rule->name,
             pid, process->last_end.c_str(), lived_ms, log_path(*process).c_str(),
@@ -237,9 +255,11 @@ void stop_step_cb(evutil_socket_t, short, void *arg)
     stop_step(sysmgrd);
 }
 
-// Sends the signal of the stage to the first process that still runs.
+// Sends the signal of the stage to the first process that still runs. The routing daemons end beside agentd.
 void stop_step(sysmgrd_t *sysmgrd)
 {
+    if (sysmgrd->processes[PROCESS_CFGMGR].watch.pid == 0 && !sysmgrd->routing.is_stopped)
+        routing_stop(sysmgrd);
     for (process_index_t index : stop_order) {
         process_t &process = sysmgrd->processes[index];
         if (process.watch.pid == 0)
@@ -252,7 +272,8 @@ void stop_step(sysmgrd_t *sysmgrd)
         evtimer_add(sysmgrd->stop_timer.get(), &wait);
         return;
     }
-    event_base_loopbreak(sysmgrd->base.get());
+    if (routing_is_gone(*sysmgrd))
+        event_base_loopbreak(sysmgrd->base.get());
 }
 
 } // namespace
@@ -268,9 +289,10 @@ void supervisor_start(sysmgrd_t *sysmgrd)
     const process_t &cfgmgr = sysmgrd->processes[PROCESS_CFGMGR];
     if (cfgmgr.watch.pid == 0 || cfgmgr.watch.pid != sysmgrd->memory.ready_pid)
         forget_reader(sysmgrd, cfgmgr);
+    routing_start(sysmgrd, cfgmgr.watch.pid != 0);
     for (process_t &process : sysmgrd->processes) {
         if (process.watch.pid == 0)
-            process_start(&process);
+            start_when_clear(&process);
     }
     if (sysmgrd->agent.step == AGENT_IDLE)
         agent_resume(sysmgrd);
@@ -317,6 +339,14 @@ void supervisor_stop(sysmgrd_t *sysmgrd)
     for (process_t &process : sysmgrd->processes)
         process.restart_timer.reset();
     stop_step(sysmgrd);
+}
+
+void supervisor_routing_gone(sysmgrd_t *sysmgrd)
+{
+    bool has_others = std::any_of(sysmgrd->processes.begin(), sysmgrd->processes.end(),
+                                  [](const process_t &process) { return process.watch.pid != 0; });
+    if (!has_others)
+        event_base_loopbreak(sysmgrd->base.get());
 }
 
 uint32_t restart_delay_ms(uint32_t quick_deaths)

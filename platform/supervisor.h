@@ -16,8 +16,13 @@ void supervisor_start(sysmgrd_t *sysmgrd);
 void supervisor_tick(sysmgrd_t *sysmgrd);
 // A hello of the peer, from the process pid. One that nobody has started here is taken over.
 void supervisor_hello(sysmgrd_t *sysmgrd, uint32_t peer, pid_t pid);
-// Stops cfgmgr, then agentd; the loop ends when both are gone.
+// Stops cfgmgr, then agentd and the routing daemons; the loop ends when all are gone.
 void supervisor_stop(sysmgrd_t *sysmgrd);
+// The last routing daemon has ended after routing_stop.
+void supervisor_routing_gone(sysmgrd_t *sysmgrd);
+
+// A process that lives shorter has died at once.
+inline constexpr int64_t QUICK_DEATH_MS = 5000;
 
 // The wait before the start that follows on as many quick deaths in a row.
 [[nodiscard]] uint32_t restart_delay_ms(uint32_t quick_deaths);

@@ -35,6 +35,7 @@ void take_vpn_add(sysmgrd_t *sysmgrd, const sysmgr_msg_t &msg, const std::string
         return;
     tip_log("VPN %lu is being added", msg.value);
     memory_save(sysmgrd->memory);
+    routing_vpn_add(sysmgrd, msg.value);
     sysmgrd_changed(sysmgrd);
 }
 
@@ -44,6 +45,7 @@ void take_vpn_del(sysmgrd_t *sysmgrd, const sysmgr_msg_t &msg, const std::string
         return;
     tip_log("VPN %lu is being removed", msg.value);
     memory_save(sysmgrd->memory);
+    routing_vpn_del(sysmgrd, msg.value);
     sysmgrd_changed(sysmgrd);
 }
 

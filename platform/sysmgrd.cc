@@ -1,5 +1,5 @@
-// sysmgrd: the system manager of the device. Starts and supervises agentd and cfgmgr, serves cfgmgr's messages, brings
-// the agent to serving, answers for the processes that this device lacks (the pid file "fp" of the forwarding process,
+// sysmgrd: the system manager of the device. Starts and supervises agentd, cfgmgr and the routing daemons of the VPNs that
+// cfgmgr tells it of, serves cfgmgr's messages, brings the agent to serving, answers for the processes that this device lacks (the pid file "fp" of the forwarding process,
 // the first read of the wireless daemon), and tells its state in /var/run/sysmgrd.status.
 //
 //   sysmgrd [--foreground] [--personality NAME] [OPTION VALUE]...
@@ -21,6 +21,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <sys/resource.h>
 
 namespace
 {
@@ -67,6 +68,16 @@ bool to_background(const sysmgrd_settings_t &settings)
         return true;
     tip_log("Cannot go to the background: %s; try --foreground", strerror(errno));
     return false;
+}
+
+// A descriptor a routing daemon is held here, and several in cfgmgr, which inherits the limit.
+void descriptor_limit_raise()
+{
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = limit.rlim_max;
+    (void)setrlimit(RLIMIT_NOFILE, &limit); // refused: the usual limit is enough for a device with few VPNs
 }
 
 // Everything that the loop needs. The base is made after going to the background: it does not survive a fork.
@@ -117,6 +128,7 @@ int main(int argc, char **argv)
     openlog(NAME, LOG_PID | LOG_NDELAY | (sysmgrd->settings.foreground ? LOG_PERROR : 0), LOG_LOCAL7);
     if (is_second_instance() || !to_background(sysmgrd->settings) || !sysmgrd_init(sysmgrd.get()))
         return EXIT_NOT_STARTED;
+    descriptor_limit_raise();
     signal(SIGPIPE, SIG_IGN); // a peer that is gone shows in the write
     tip_log("System manager of a %s", sysmgrd->settings.personality.c_str());
     sysmgrd_run(sysmgrd.get());

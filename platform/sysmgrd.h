@@ -1,10 +1,11 @@
-// The system manager's one record of state. Modules around it: supervisor (processes), sysmgr_link (messages of the
-// daemons), agent_side (what the agent is asked for), sysmgrd_memory (what survives a restart), sysmgrd_status (what
-// people and lab/report see). All of it runs in the one thread of the event loop, and nothing in it waits.
+// The system manager's one record of state. Modules around it: supervisor (processes), routing_daemons (those of the
+// VPNs), sysmgr_link (messages of the daemons), agent_side (what the agent is asked for), sysmgrd_memory (what survives
+// a restart), sysmgrd_status (what people and lab/report see). All of it runs in the one thread of the event loop, and nothing in it waits.
 #ifndef PLATFORM_SYSMGRD_H
 #define PLATFORM_SYSMGRD_H
 
 #include "platform/child.h"
+#include "platform/routing_daemons.h"
 #include "platform/sysmgrd_memory.h"
 
 #include <array>
@@ -20,6 +21,7 @@ struct sysmgrd_settings_t {
     std::string cfgmgr = "cfgmgr";
     std::string agent_cmd = "agent_cmd";
     std::string agent_bits = "agent_bits";
+    std::string routing_peer = "routing_peer";
     std::string agent_config; // empty: one is written from the members below
     std::string yang_dir;
     std::string agent_state_dir = "/var/confd/cdb";
@@ -95,6 +97,7 @@ struct sysmgrd_t {
     msgq_t *cfgmgr_link = nullptr;
     agent_side_t agent;
     sysmgrd_memory_t memory;
+    routing_daemons_t routing;
     event_ptr tick;
     int64_t last_tick_ms = 0;
     event_ptr status_timer; // a change waits for it to be written

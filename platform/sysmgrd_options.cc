@@ -30,6 +30,7 @@ constexpr option_row_t option_rows[] = {
     { "--cfgmgr", "", &sysmgrd_settings_t::cfgmgr, nullptr, 0, "program" },
     { "--agent-cmd", "", &sysmgrd_settings_t::agent_cmd, nullptr, 0, "program" },
     { "--agent-bits", "", &sysmgrd_settings_t::agent_bits, nullptr, 0, "program" },
+    { "--routing-peer", "", &sysmgrd_settings_t::routing_peer, nullptr, 0, "program" },
     { "--hello-limit-ms", "", nullptr, &sysmgrd_settings_t::hello_limit_ms, 3600000, "silence that means dead" },
     { "--start-limit-ms", "", nullptr, &sysmgrd_settings_t::start_limit_ms, 3600000, "the same before a first hello" },
 };

@@ -70,6 +70,27 @@ std::string agent_object(const sysmgrd_t &sysmgrd)
     return "{" + object + "}";
 }
 
+// One object a VPN: its number, the pid of each daemon that it has, and how often they were started again.
+std::string routing_list(const routing_daemons_t &routing)
+{
+    std::string list, object;
+    uint32_t restarts = 0;
+    for (auto entry = routing.daemons.begin(); entry != routing.daemons.end();) {
+        const routing_daemon_t &daemon = *entry->second;
+        if (object.empty())
+            member(&object, "vpn", std::to_string(daemon.vpn_id));
+        member(&object, routing_daemon_name(daemon.index), number_or_null(daemon.watch.pid, daemon.watch.pid != 0));
+        restarts += daemon.restarts;
+        if (++entry != routing.daemons.end() && entry->first.first == daemon.vpn_id)
+            continue;
+        member(&object, "restarts", std::to_string(restarts));
+        add(&list, "{" + object + "}");
+        object.clear();
+        restarts = 0;
+    }
+    return "[" + list + "]";
+}
+
 } // namespace
 
 std::string status_json(const sysmgrd_t &sysmgrd, int64_t now_ms, int64_t written_at_s)
@@ -87,6 +108,7 @@ std::string status_json(const sysmgrd_t &sysmgrd, int64_t now_ms, int64_t writte
     member(&object, "cfgmgr-link", msgq_is_up(sysmgrd.cfgmgr_link) == 1 ? "\"up\"" : "\"down\"");
     member(&object, "processes", "[" + processes + "]");
     member(&object, "agent", agent_object(sysmgrd));
+    member(&object, "routing", routing_list(sysmgrd.routing));
     member(&object, "vpns", "[" + vpns + "]");
     return "{" + object + "}\n";
 }

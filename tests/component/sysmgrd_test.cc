@@ -1,6 +1,7 @@
 // The real sysmgrd in a folder of its own, with stand-ins (tests/component/platform) for the programs that it runs.
 #include "tests/harness/temp_dir.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -49,11 +50,12 @@ protected:
         std::vector<std::string> words = {
             SYSMGRD_PROGRAM,    "--foreground",
             "--root",           dir.path(),
-            "--personality",    "tarn",
+            "--personality",    personality,
             "--agentd",         stand_ins + "/agentd",
             "--cfgmgr",         stand_ins + "/cfgmgr",
             "--agent-cmd",      stand_ins + "/agent_cmd",
             "--agent-bits",     stand_ins + "/agent_bits",
+            "--routing-peer",   stand_ins + "/routing_peer",
             "--agent-port",     "4711",
             "--hello-limit-ms", hello_limit_ms,
             "--start-limit-ms", start_limit_ms,
@@ -125,6 +127,24 @@ protected:
     {
         return std::to_string(type) + " " + std::to_string(value) + "\n";
     }
+
+    // The pid in the file of a routing daemon, 0 without one.
+    pid_t routing(const std::string &file) const
+    {
+        std::vector<pid_t> found = pids("var/run/quagga/" + file);
+        return found.size() == 1 ? found[0] : 0;
+    }
+    ::testing::AssertionResult soon_runs(const std::vector<std::string> &files) const
+    {
+        return soon([&] {
+            return std::all_of(files.begin(), files.end(), [&](const std::string &file) { return routing(file) != 0; });
+        });
+    }
+    ::testing::AssertionResult soon_other(const std::string &file, pid_t before) const
+    {
+        return soon([&] { return routing(file) != 0 && routing(file) != before; });
+    }
+    std::string personality = "tarn";
 
     temp_dir dir;
     pid_t pid = -1;
@@ -286,6 +306,147 @@ TEST_F(Sysmgrd, stops_cfgmgr_before_the_agent)
     EXPECT_EQ(dir.read("signals"), "cfgmgr-usr2\nagentd-term\n");
     for (const char *name : { "cfgmgr", "agentd", "fp", "sysmgrd" })
         EXPECT_FALSE(dir.has(std::string("var/run/") + name + ".0.pid")) << name;
+}
+
+// ---- routing daemons
+
+TEST_F(Sysmgrd, transport_vpn_has_its_routing_daemons_before_cfgmgr_says_a_word)
+{
+    dir.write("silent", "");
+    start();
+    ASSERT_TRUE(soon_runs({ "zebra.pid", "ospfd.pid", "bgpd.pid" }));
+    EXPECT_TRUE(soon_has("var/run/sysmgrd.status", "{\"vpn\":0,\"zebra\":" + std::to_string(routing("zebra.pid")) +
+                                                       ",\"ospfd\":" + std::to_string(routing("ospfd.pid")) +
+                                                       ",\"bgpd\":" + std::to_string(routing("bgpd.pid")) +
+                                                       ",\"restarts\":0}"));
+}
+
+TEST_F(Sysmgrd, added_vpn_gets_routing_daemons_and_a_removed_one_loses_them)
+{
+    start();
+    ASSERT_TRUE(soon_up());
+    say(line(VPN_ADD, 5) + line(VPN_ADD, 512));
+    ASSERT_TRUE(soon_runs({ "zebra.pid.5", "ospfd.pid.5", "bgpd.pid.5", "zebra.pid.512" }));
+    EXPECT_FALSE(dir.has("var/run/quagga/ospfd.pid.512")); // one turn later than the ones that were waited for
+    EXPECT_FALSE(dir.has("var/run/quagga/bgpd.pid.512"));
+    ASSERT_TRUE(soon_has("var/run/sysmgrd.status", "{\"vpn\":5,"));
+    std::vector<pid_t> zebra = pids("zebra.5.pids");
+    say(line(VPN_DEL, 5) + line(VPN_DEL, 0));
+    ASSERT_TRUE(soon([&] { return dir.read("var/run/sysmgrd.status").find("{\"vpn\":5,") == std::string::npos; }));
+    for (const char *file : { "zebra.pid.5", "ospfd.pid.5", "bgpd.pid.5" })
+        EXPECT_FALSE(dir.has(std::string("var/run/quagga/") + file)) << file;
+    EXPECT_EQ(kill(zebra[0], 0), -1);
+    EXPECT_NE(routing("zebra.pid"), 0); // VPN 0's are not cfgmgr's to end
+    EXPECT_NE(routing("zebra.pid.512"), 0);
+}
+
+TEST_F(Sysmgrd, controllers_run_zebra_alone)
+{
+    personality = "lodest";
+    start();
+    ASSERT_TRUE(soon_up());
+    say(line(VPN_ADD, 5));
+    ASSERT_TRUE(soon_runs({ "zebra.pid", "zebra.pid.5" }));
+    ASSERT_TRUE(soon_has("var/run/sysmgrd.status",
+                         "{\"vpn\":5,\"zebra\":" + std::to_string(routing("zebra.pid.5")) + ",\"restarts\":0}"));
+    EXPECT_EQ(dir.read("var/run/sysmgrd.status").find("ospfd"), std::string::npos);
+}
+
+TEST_F(Sysmgrd, dead_routing_daemon_is_started_again_without_cfgmgr)
+{
+    start();
+    ASSERT_TRUE(soon_up());
+    say(line(VPN_ADD, 5));
+    ASSERT_TRUE(soon_runs({ "zebra.pid.5", "ospfd.pid.5", "bgpd.pid.5" }));
+    pid_t dead = routing("bgpd.pid.5");
+    pid_t other = routing("ospfd.pid.5");
+    kill(dead, SIGKILL);
+    EXPECT_TRUE(soon_other("bgpd.pid.5", dead));
+    EXPECT_TRUE(soon_has("var/run/sysmgrd.status", "\"restarts\":1}"));
+    EXPECT_TRUE(soon_has("log", "bgpd of VPN 5 (pid " + std::to_string(dead) + ") was ended by signal 9"));
+    EXPECT_EQ(routing("ospfd.pid.5"), other);
+    EXPECT_EQ(pids("cfgmgr.pids").size(), 1u);
+}
+
+TEST_F(Sysmgrd, cfgmgr_started_again_meets_new_routing_daemons)
+{
+    start();
+    ASSERT_TRUE(soon_up());
+    say(line(VPN_ADD, 5));
+    ASSERT_TRUE(soon_runs({ "zebra.pid", "ospfd.pid", "bgpd.pid", "zebra.pid.5", "ospfd.pid.5", "bgpd.pid.5" }));
+    pid_t transport = routing("zebra.pid"), vpn_5 = routing("zebra.pid.5");
+    dir.write("stubborn", ""); // what does not end when told is killed, before cfgmgr starts
+    kill(pids("cfgmgr.pids")[0], SIGKILL);
+    ASSERT_TRUE(soon_starts("cfgmgr.pids", 2));
+    EXPECT_EQ(kill(transport, 0), -1);
+    EXPECT_EQ(kill(vpn_5, 0), -1);
+    EXPECT_TRUE(soon_has("log", "does not end within"));
+    std::filesystem::remove(dir.path("stubborn"));
+    EXPECT_TRUE(soon_other("zebra.pid", transport));
+    EXPECT_TRUE(soon_has("var/run/sysmgrd.status", "\"vpns\":[]")); // cfgmgr tells them anew
+    EXPECT_FALSE(dir.has("var/run/quagga/zebra.pid.5"));
+    say(line(VPN_ADD, 5));
+    EXPECT_TRUE(soon_other("zebra.pid.5", vpn_5));
+}
+
+TEST_F(Sysmgrd, vpn_that_comes_back_gets_new_daemons_even_where_the_old_ones_do_not_end)
+{
+    start();
+    ASSERT_TRUE(soon_up());
+    say(line(VPN_ADD, 5));
+    ASSERT_TRUE(soon_runs({ "zebra.pid.5", "ospfd.pid.5", "bgpd.pid.5" }));
+    pid_t before = routing("zebra.pid.5");
+    dir.write("stubborn", "");
+    say(line(VPN_DEL, 5) + line(VPN_ADD, 5));
+    EXPECT_TRUE(soon_other("zebra.pid.5", before));
+    EXPECT_EQ(dir.read("log").find("does not end within"), std::string::npos); // nothing was waited for
+}
+
+TEST_F(Sysmgrd, successor_takes_over_routing_daemons)
+{
+    start();
+    ASSERT_TRUE(soon_up());
+    say(line(VPN_ADD, 5));
+    ASSERT_TRUE(soon_runs({ "zebra.pid", "ospfd.pid", "bgpd.pid", "zebra.pid.5", "ospfd.pid.5", "bgpd.pid.5" }));
+    pid_t kept = routing("zebra.pid.5"), dead = routing("ospfd.pid.5");
+    end(SIGKILL);
+    kill(dead, SIGKILL);
+    waitpid(dead, nullptr, 0); // the test has inherited it
+    start();
+    ASSERT_TRUE(soon_has("log", "Took over zebra of VPN 5, pid " + std::to_string(kept)));
+    EXPECT_TRUE(soon_other("ospfd.pid.5", dead));
+    EXPECT_EQ(pids("zebra.5.pids").size(), 1u);
+    EXPECT_EQ(pids("zebra.pids").size(), 1u);
+}
+
+TEST_F(Sysmgrd, successor_ends_routing_daemons_of_a_cfgmgr_that_is_gone)
+{
+    start();
+    ASSERT_TRUE(soon_up());
+    say(line(VPN_ADD, 5));
+    ASSERT_TRUE(soon_runs({ "zebra.pid", "zebra.pid.5", "ospfd.pid.5", "bgpd.pid.5" }));
+    pid_t transport = routing("zebra.pid");
+    pid_t cfgmgr = pids("cfgmgr.pids")[0];
+    end(SIGKILL);
+    kill(cfgmgr, SIGKILL);
+    waitpid(cfgmgr, nullptr, 0);
+    start();
+    ASSERT_TRUE(soon_starts("cfgmgr.pids", 2));
+    EXPECT_FALSE(dir.has("var/run/quagga/zebra.pid.5"));
+    EXPECT_TRUE(soon_other("zebra.pid", transport));
+}
+
+TEST_F(Sysmgrd, stop_ends_the_routing_daemons_too)
+{
+    start();
+    ASSERT_TRUE(soon_up());
+    say(line(VPN_ADD, 5));
+    ASSERT_TRUE(soon_runs({ "zebra.pid", "ospfd.pid", "bgpd.pid", "zebra.pid.5", "ospfd.pid.5", "bgpd.pid.5" }));
+    int status = end(SIGTERM);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path("var/run/quagga")));
+    std::string ended = dir.read("routing.ended");
+    EXPECT_EQ(std::count(ended.begin(), ended.end(), '\n'), 6);
 }
 
 TEST_F(Sysmgrd, second_instance_is_refused)

@@ -1,4 +1,5 @@
 // The parts of the system manager that need no processes.
+#include "platform/routing_daemons.h"
 #include "platform/supervisor.h"
 #include "platform/sysmgrd_memory.h"
 
@@ -21,6 +22,28 @@ TEST(Supervisor, only_a_late_tick_is_a_pause_of_its_own)
     EXPECT_EQ(own_pause_ms(1000, 2000, 1000), 0);
     EXPECT_EQ(own_pause_ms(1000, 2300, 1000), 0);
     EXPECT_EQ(own_pause_ms(1000, 32000, 1000), 30000);
+}
+
+TEST(RoutingDaemons, follow_personality_and_vpn)
+{
+    struct {
+        const char *personality;
+        uint64_t vpn_id;
+        bool is_zebra_alone;
+    } const rows[] = {
+        { "krest", 0, false },  { "krest", 65530, false }, { "krest", 512, true },  { "tarn", 5, false },
+        { "orbel", 5, false },  { "orbel", 512, true },    { "lodest", 0, true },   { "lodest", 5, true },
+        { "quorvix", 5, true }, { "pendry", 5, true },     { "pendry", 512, true },
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.personality) + " " + std::to_string(row.vpn_id));
+        EXPECT_TRUE(routing_daemon_exists(row.personality, row.vpn_id, ROUTING_ZEBRA));
+        EXPECT_EQ(routing_daemon_exists(row.personality, row.vpn_id, ROUTING_OSPFD), !row.is_zebra_alone);
+        EXPECT_EQ(routing_daemon_exists(row.personality, row.vpn_id, ROUTING_BGPD), !row.is_zebra_alone);
+    }
+    EXPECT_STREQ(routing_daemon_name(ROUTING_ZEBRA), "zebra");
+    EXPECT_STREQ(routing_daemon_name(ROUTING_OSPFD), "ospfd");
+    EXPECT_STREQ(routing_daemon_name(ROUTING_BGPD), "bgpd");
 }
 
 TEST(Memory, comes_back_as_it_was)
