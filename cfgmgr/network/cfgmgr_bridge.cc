@@ -2,8 +2,7 @@
 
 #include "cfgmgr/network/cfgmgr_bridge.h"
 
-#include "cfgmgr/network/cfgmgr_kernel.h"
-#include "cfgmgr/network/cfgmgr_vpn.h"
+#include "cfgmgr/network/cfgmgr_kernel_command.h"
 #include "common/tip_assert.h"
 #include "common/tip_log.h"
 
@@ -39,11 +38,6 @@ void drop_member(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *if_p)
     cfgmgr_bridge_if_remove(cfgmgrd_p, if_p);
     if ((if_p->flags & IF_SUBIF) != 0)
         cfgmgr_if_delete(cfgmgrd_p, if_p);
-}
-
-uint64_t vpn_id_of(const cfgmgr_if_t &interface)
-{
-    return interface.vpn_p != nullptr ? interface.vpn_p->vpn_id : VPN_ID_TRANSPORT;
 }
 
 } // namespace
@@ -129,7 +123,7 @@ void cfgmgr_bridge_if_bind(cfgmgrd_t *cfgmgrd_p, uint32_t bridge_id, cfgmgr_if_t
     if_p->bridge_p = bridge_p;
     if ((if_p->flags & IF_SUBIF) != 0)
         cfgmgr_subif_add_sim(if_p);
-    uint64_t vpn_id = vpn_id_of(*if_p);
+    uint64_t vpn_id = cfgmgr_kernel_vpn_of(*if_p);
     cfgmgr_set_ns(cfgmgrd_p, vpn_id);
     (void)cfgmgr_bridge_if_add(bridge_id, if_p); // logged; the record states what is configured
     cfgmgr_reset_ns(cfgmgrd_p, vpn_id);

@@ -2,13 +2,13 @@
 // depends on its kind, and the order of the kinds is the order of the tests.
 
 #include "cfgmgr/network/cfgmgr_bridge.h"
-#include "cfgmgr/network/cfgmgr_kernel.h"
+#include "cfgmgr/network/cfgmgr_kernel_command.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "common/tip_log.h"
 #include "common/tip_text.h"
 
 #include <charconv>
-#include <cstdio>
+#include <cstring>
 
 namespace
 {
@@ -20,27 +20,12 @@ constexpr char DEL_MEMBER[] = "brctl delif %d %s";
 constexpr char PROMISC_ON[] = "ifconfig %s promisc";
 constexpr char PROMISC_OFF[] = "ifconfig %s -promisc";
 
-constexpr size_t COMMAND_SIZE = 256;
 constexpr char VAP_PREFIX[] = "vap";
 constexpr size_t VAP_PREFIX_LENGTH = sizeof VAP_PREFIX - 1;
 
-// Runs one of the templates above; a failure is logged.
-template <typename... arguments_t> bool run(const char *format, arguments_t... arguments)
+int result_of(bool is_done)
 {
-    char command[COMMAND_SIZE];
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    (void)snprintf(command, sizeof command, format, arguments...);
-#pragma GCC diagnostic pop
-    if (cfgmgr_kernel_command(command))
-        return true;
-    tip_log("Command Failed: %s", command);
-    return false;
-}
-
-template <typename... arguments_t> int run_or_bad_argument(const char *format, arguments_t... arguments)
-{
-    return run(format, arguments...) ? CFGMGR_KERNEL_OK : CFGMGR_KERNEL_BAD_ARGUMENT;
+    return is_done ? CFGMGR_KERNEL_OK : CFGMGR_KERNEL_BAD_ARGUMENT;
 }
 
 bool is_vap(const cfgmgr_if_t &interface)
@@ -75,16 +60,16 @@ int add_subif(uint32_t bridge_id, cfgmgr_if_t *if_p)
 {
     if ((if_p->flags & IF_PRESENT) == 0 && if_p->parent_p != nullptr)
         (void)cfgmgr_kernel_subif_add(if_p->parent_p->name, if_p->vlan_id, if_p);
-    (void)run(PROMISC_ON, if_p->name);
-    return run_or_bad_argument(ADD_MEMBER, bridge_id, if_p->name);
+    (void)cfgmgr_kernel_run(cfgmgr_kernel_format(PROMISC_ON, if_p->name));
+    return result_of(cfgmgr_kernel_run(cfgmgr_kernel_format(ADD_MEMBER, bridge_id, if_p->name)));
 }
 
 int del_from_bridge(uint32_t bridge_id, cfgmgr_if_t *if_p)
 {
-    (void)run(DEL_MEMBER, bridge_id, if_p->name);
-    (void)run(PROMISC_OFF, if_p->name);
+    (void)cfgmgr_kernel_run(cfgmgr_kernel_format(DEL_MEMBER, bridge_id, if_p->name));
+    (void)cfgmgr_kernel_run(cfgmgr_kernel_format(PROMISC_OFF, if_p->name));
     if ((if_p->flags & IF_SUBIF) != 0)
-        return cfgmgr_kernel_subif_delete(if_p->vpn_p != nullptr ? if_p->vpn_p->vpn_id : VPN_ID_TRANSPORT, if_p);
+        return cfgmgr_kernel_subif_delete(cfgmgr_kernel_vpn_of(*if_p), if_p);
     return (if_p->flags & IF_VAP) != 0 ? CFGMGR_KERNEL_OK : CFGMGR_KERNEL_BAD_ARGUMENT;
 }
 
@@ -92,12 +77,12 @@ int del_from_bridge(uint32_t bridge_id, cfgmgr_if_t *if_p)
 
 int cfgmgr_bridge_add(cfgmgr_bridge_t *bridge_p)
 {
-    return run_or_bad_argument(ADD_BRIDGE, bridge_p->bridge_id);
+    return result_of(cfgmgr_kernel_run(cfgmgr_kernel_format(ADD_BRIDGE, bridge_p->bridge_id)));
 }
 
 int cfgmgr_bridge_del(cfgmgr_bridge_t *bridge_p)
 {
-    return run_or_bad_argument(DEL_BRIDGE, bridge_p->bridge_id);
+    return result_of(cfgmgr_kernel_run(cfgmgr_kernel_format(DEL_BRIDGE, bridge_p->bridge_id)));
 }
 
 int cfgmgr_bridge_if_add(uint32_t bridge_id, cfgmgr_if_t *if_p)
@@ -107,11 +92,12 @@ int cfgmgr_bridge_if_add(uint32_t bridge_id, cfgmgr_if_t *if_p)
     if (is_vap(*if_p))
         return add_vap(bridge_id, if_p);
     if (cfgmgr_if_is_physical(*if_p)) {
-        (void)run(PROMISC_ON, if_p->name); // all that is asked of the kernel: the forwarding plane switches its frames
+        (void)cfgmgr_kernel_run(cfgmgr_kernel_format(
+            PROMISC_ON, if_p->name)); // all that is asked of the kernel: the forwarding plane switches its frames
         return CFGMGR_KERNEL_OK;
     }
     if ((if_p->flags & IF_INTERNAL) != 0)
-        return run_or_bad_argument(ADD_MEMBER, bridge_id, if_p->name);
+        return result_of(cfgmgr_kernel_run(cfgmgr_kernel_format(ADD_MEMBER, bridge_id, if_p->name)));
     return (if_p->flags & IF_VAP) != 0 ? CFGMGR_KERNEL_OK : CFGMGR_KERNEL_BAD_ARGUMENT;
 }
 
@@ -120,7 +106,7 @@ int cfgmgr_bridge_if_del(uint32_t bridge_id, cfgmgr_if_t *if_p)
     if (is_vap(*if_p))
         return del_vap(bridge_id, if_p);
     if (cfgmgr_if_is_physical(*if_p)) {
-        (void)run(PROMISC_OFF, if_p->name);
+        (void)cfgmgr_kernel_run(cfgmgr_kernel_format(PROMISC_OFF, if_p->name));
         return CFGMGR_KERNEL_OK;
     }
     return del_from_bridge(bridge_id, if_p);
