@@ -47,6 +47,8 @@ struct cfgmgrd_t {
     uint8_t has_quorvix_system_ip;
     uint32_t site_id; // 0: none
     char host_name[CFGMGR_HOST_NAME_SIZE];
+    uint32_t sim_device_count; // devices that this one stands in for
+    ip_addr_t sim_wan_ip;      // of the first of them towards the transport network; zero: none
     uint8_t usergroup_dirty;
     uint8_t mgmt_vpn;            // 1 when the device has a management VPN
     uint8_t upgrade;             // 1 when the configuration is to be brought up from an older release
