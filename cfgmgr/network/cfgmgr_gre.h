@@ -13,6 +13,10 @@ int cfgmgr_find_and_bind_gre_if(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, cfgmgr_if
 int cfgmgr_find_and_unbind_gre_if(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *gre_p, bool re_append);
 // Binds and programs all that wait for this new interface.
 void cfgmgr_find_and_bind_gre_if_all(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *new_if_p);
+// For the underlay's deletion: all that are bound to it wait again.
+void cfgmgr_gre_release_bound(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *underlay_p);
+// Takes the interface out of gre_table; nothing when it is not there.
+void cfgmgr_gre_stop_waiting(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *gre_p);
 // Makes the tunnel anew with the ends of the record, and gives it its address.
 void cfgmgr_if_gre_reprogram(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, cfgmgr_if_t *gre_p);
 // After the underlay's address changed: all that are bound to it take it over.

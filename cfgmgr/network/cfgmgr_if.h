@@ -5,9 +5,9 @@
 // fails is logged and never changes it back. A port's record lives as long as the process and moves between VPNs; VPN 0
 // holds it while it is not configured.
 //
-// cfgmgr_if.cc holds lookups, addresses and enabling, cfgmgr_if_create.cc creation and deletion, cfgmgr_if_system.cc the
-// system and simulated interfaces and the start, cfgmgr_if_route.cc the static routes of an interface, cfgmgr_if_dump.cc
-// the operator's dump. Main thread.
+// cfgmgr_if.cc holds lookups, addresses and enabling, cfgmgr_if_kind.cc what names mean, cfgmgr_if_create.cc creation
+// and deletion, cfgmgr_if_system.cc the system and simulated interfaces and the start, cfgmgr_if_route.cc the static
+// routes of an interface, cfgmgr_if_dump.cc the operator's commands. Main thread.
 #ifndef CFGMGR_NETWORK_CFGMGR_IF_H
 #define CFGMGR_NETWORK_CFGMGR_IF_H
 
@@ -152,6 +152,9 @@ enum cfgmgr_if_result_t {
 [[nodiscard]] cfgmgr_if_t *cfgmgr_if_next_in_vpn(cfgmgrd_t *cfgmgrd_p, const cfgmgr_if_t *if_p);
 [[nodiscard]] cfgmgr_if_t *cfgmgr_if_first_ppp(cfgmgrd_t *cfgmgrd_p);
 [[nodiscard]] cfgmgr_if_t *cfgmgr_if_next_ppp(cfgmgrd_t *cfgmgrd_p, const cfgmgr_if_t *if_p);
+// Sub-interfaces in order of creation; null at the end.
+[[nodiscard]] cfgmgr_if_t *cfgmgr_if_first_child(const cfgmgr_if_t *if_p);
+[[nodiscard]] cfgmgr_if_t *cfgmgr_if_next_child(const cfgmgr_if_t *child_p);
 // Names, for the trees of interfaces.
 int cfgmgr_if_compare(const void *key, const void *record);
 
@@ -174,6 +177,10 @@ void cfgmgr_if_delete_by_name(cfgmgrd_t *cfgmgrd_p, uint64_t id, const char *nam
 // The reduced delete of VPN 0 at the end of the process: ports keep their record, kernel ports are not moved.
 void cfgmgr_if_delete_at_exit(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *if_p);
 
+// For the table's own files: frees a record that is in no tree any more, with its routes and its timer.
+void cfgmgr_if_free(cfgmgr_if_t *if_p);
+[[nodiscard]] timer_util_t *cfgmgr_if_delay_timer_create(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *if_p);
+
 // ---- settings
 
 // Sets or removes the address of its family, in the kernel and in the record. 0 or cfgmgr_if_find's error.
@@ -190,6 +197,9 @@ void cfgmgr_if_route_add(cfgmgr_if_t *if_p, const ip_prefix_t &prefix, const ip_
 void cfgmgr_if_route_del(cfgmgr_if_t *if_p, const ip_prefix_t &prefix, const ip_addr_t &next_hop);
 void cfgmgr_if_route_del_prefix(cfgmgr_if_t *if_p, const ip_prefix_t &prefix);
 void cfgmgr_if_routes_flush(cfgmgr_if_t *if_p);
+// For the table's own files: the empty tree; the entries freed without a word to the kernel.
+void cfgmgr_if_routes_init(cfgmgr_if_t *if_p);
+void cfgmgr_if_routes_free(cfgmgr_if_t *if_p);
 // Puts all of the interface's routes into the kernel (after it came up).
 void cfgmgr_if_routes_install(cfgmgr_if_t *if_p);
 
@@ -213,6 +223,8 @@ void cfgmgr_if_simulated_wan_del(cfgmgrd_t *cfgmgrd_p, const ip_prefix_t &prefix
 // Takes an interface down and up again: argv[1] VPN, argv[2] name as configured. Always 0.
 int cfgmgr_if_reset(confd_user_info *uinfo, char *path, int argc, char **argv);
 // Prints the database.
+struct cfgmgr_printer_t;
+void cfgmgr_dump_if_table(cfgmgrd_t *cfgmgrd_p, const cfgmgr_printer_t &out);
 int cfgmgr_dump_if(confd_user_info *uinfo, char *path, int argc, char **argv);
 
 #endif
