@@ -40,6 +40,12 @@ static_assert(std::size(module_rows) == 14 && std::size(chassis_rows) == CHMGR_C
 static_assert(chassis_rows[CHMGR_CHASSIS_M1].allowed_modules[1] == 0x800);
 static_assert(chassis_rows[CHMGR_CHASSIS_S1].allowed_modules[1] == 0x1800);
 
+constexpr const char *transceiver_names[] = {
+    "1G Fiber CX",   "1G Fiber LX",  "1G Fiber SX",  "1G Copper", "10G Fiber ER",
+    "10G Fiber LRM", "10G Fiber LR", "10G Fiber SR", "NA",
+};
+static_assert(std::size(transceiver_names) == CHMGR_TRANSCEIVER_NONE + 1);
+
 } // namespace
 
 std::span<const chmgr_module_row_t> chmgr_modules()
@@ -50,4 +56,9 @@ std::span<const chmgr_module_row_t> chmgr_modules()
 std::span<const chmgr_chassis_row_t> chmgr_chassis()
 {
     return chassis_rows;
+}
+
+const char *chmgr_transceiver_name(uint32_t kind)
+{
+    return transceiver_names[kind < std::size(transceiver_names) ? kind : CHMGR_TRANSCEIVER_NONE];
 }

@@ -39,7 +39,21 @@ struct chmgr_chassis_row_t {
     uint32_t allowed_modules[MAX_SLOTS];
 };
 
+enum chmgr_transceiver_t : uint32_t {
+    CHMGR_TRANSCEIVER_1G_CX = 0,
+    CHMGR_TRANSCEIVER_1G_LX = 1,
+    CHMGR_TRANSCEIVER_1G_SX = 2,
+    CHMGR_TRANSCEIVER_1G_COPPER = 3,
+    CHMGR_TRANSCEIVER_10G_ER = 4,
+    CHMGR_TRANSCEIVER_10G_LRM = 5,
+    CHMGR_TRANSCEIVER_10G_LR = 6,
+    CHMGR_TRANSCEIVER_10G_SR = 7,
+    CHMGR_TRANSCEIVER_NONE = 8,
+};
+
 [[nodiscard]] std::span<const chmgr_module_row_t> chmgr_modules();
 [[nodiscard]] std::span<const chmgr_chassis_row_t> chmgr_chassis();
+// As printed; "NA" for a kind that there is not.
+[[nodiscard]] const char *chmgr_transceiver_name(uint32_t kind);
 
 #endif
