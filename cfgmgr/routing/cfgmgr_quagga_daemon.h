@@ -7,6 +7,7 @@
 
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "common/daemon_names.h"
+#include "common/msgq_util.h"
 
 inline constexpr uint32_t QUAGGA_PEER_FIRST = DAEMON_ID_ZEBRA;
 inline constexpr uint32_t QUAGGA_PEER_LAST = DAEMON_ID_BGPD;
@@ -31,6 +32,10 @@ struct quagga_peer_t {
 // Null for an id or number that is no routing daemon's.
 [[nodiscard]] const quagga_peer_t *cfgmgr_quagga_peer(uint32_t peer_id);
 [[nodiscard]] const quagga_peer_t *cfgmgr_quagga_peer_by_module(uint8_t module);
+
+// What the connections to a VPN's daemons have in common: the frame, the daemon context's loop and timers, the socket of
+// that VPN under the name that VPN 0 uses. False when the name does not fit. Not blocking.
+[[nodiscard]] bool cfgmgr_quagga_socket_cfg(const cfgmgr_vpn_t &vpn, const char *path, msgq_cfg_t *cfg);
 
 // Whether a VPN has that daemon: zebra always; the others not in the management VPN, nor on controllers, management
 // systems and container hosts.

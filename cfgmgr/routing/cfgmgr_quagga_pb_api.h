@@ -13,6 +13,7 @@
 #include <cstdint>
 
 struct confd_trans_ctx;
+struct ProtobufCMessageDescriptor;
 
 // Header of every frame, both ways.
 struct quagga_header_t {
@@ -86,7 +87,14 @@ int cfgmgr_quagga_pb_send_message(cfgmgr_vpn_t *vpn_p, const void *message, uint
 int cfgmgr_quagga_pb_send_show_message(confd_trans_ctx *tctx, cfgmgr_vpn_t *vpn_p, const void *message,
                                        uint32_t peer_id, uint32_t type);
 
-// Size and packed form of a message by daemon and type; 0 for types that are not sent.
+// The transaction whose request is under way; null when none is. Only its answer may touch a transaction: the handle
+// goes on naming the last one, which may be gone.
+[[nodiscard]] confd_trans_ctx *cfgmgr_quagga_pb_asking();
+
+// The kind of message of a daemon and type; null for a type that the channel does not have.
+[[nodiscard]] const ProtobufCMessageDescriptor *cfgmgr_quagga_pb_descriptor(uint32_t peer_id, uint32_t type);
+// Size and packed form of a message by daemon and type; 0 for types that are not sent. A message of another kind than
+// the type's is fatal.
 [[nodiscard]] size_t cfgmgr_quagga_pb_get_packed_size(uint32_t peer_id, uint32_t type, const void *message);
 [[nodiscard]] size_t cfgmgr_quagga_pb_msg_pack(uint32_t peer_id, uint32_t type, const void *message, uint8_t *buffer);
 
