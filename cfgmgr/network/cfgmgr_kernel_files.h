@@ -25,7 +25,8 @@ struct cfgmgr_static_host_t {
 void cfgmgr_static_dns_deinit(cfgmgrd_t *cfgmgrd_p);
 [[nodiscard]] cfgmgr_static_host_t *cfgmgr_static_host_find(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, const char *name);
 
-// The kernel's host name, /etc/hostname, the chassis block, and the hosts files of all VPNs but the internal one.
+// The kernel's host name, /etc/hostname, the chassis block, and the hosts files of all VPNs but the internal one, which
+// name the device as the context's host_name has it.
 int cfgmgr_kernel_hostname_set(cfgmgrd_t *cfgmgrd_p, const char *name);
 // /etc/hosts of VPN 0 or of the VPN's namespace.
 int cfgmgr_kernel_update_host(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);

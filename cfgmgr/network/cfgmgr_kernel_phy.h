@@ -22,4 +22,7 @@ int cfgmgr_kernel_phy_get(const cfgmgr_if_t *if_p, ethtool_cmd *link, ethtool_pa
 // CFGMGR_KERNEL_IF_FAILED.
 int cfgmgr_kernel_phy_set(cfgmgr_if_t *if_p, const cfgmgr_if_phy_t &wanted, bool force);
 
+// The advertised modes, of the ethtool mask, that follow from those advertised now and the wanted settings.
+[[nodiscard]] uint32_t cfgmgr_phy_advertising(uint32_t now, const cfgmgr_if_phy_t &wanted);
+
 #endif
