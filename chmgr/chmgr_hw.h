@@ -139,7 +139,9 @@ int chmgr_hw_get(const chmgr_hw_request_t &request, chmgr_hw_result_t *result);
 // Sets request.value. 0, or -1 when it could not be set.
 int chmgr_hw_set(const chmgr_hw_request_t &request);
 
-// What a file of /etc/default says to sit in a slot of a chassis that is only simulated: chmgr_hw_pim_board_t.
+// What a file of /etc/default says to sit in a slot of a chassis that is only simulated: whether there is one for a slot
+// that takes modules, and chmgr_hw_pim_board_t.
+[[nodiscard]] bool chmgr_virtual_pim_has_file(uint32_t chassis_type, uint32_t slot);
 [[nodiscard]] long chmgr_virtual_pim_board(uint32_t chassis_type, uint32_t slot);
 
 #endif

@@ -6,6 +6,8 @@
 #include "common/tip_root.h"
 #include "common/tip_text.h"
 
+#include <unistd.h>
+
 namespace
 {
 
@@ -69,11 +71,16 @@ constexpr chmgr_hw_table_t make_table()
 constinit const chmgr_hw_table_t chmgr_hw_virtual_table = make_table();
 static_assert(std::tuple_size_v<chmgr_hw_table_t> == 31);
 
+bool chmgr_virtual_pim_has_file(uint32_t chassis_type, uint32_t slot)
+{
+    return chassis_type == CHMGR_CHASSIS_L1 && slot != FIXED_SLOT && access(tip_path(PIM_FILE, slot).text, F_OK) == 0;
+}
+
 long chmgr_virtual_pim_board(uint32_t chassis_type, uint32_t slot)
 {
     char line[CHMGR_HW_TEXT_SIZE];
-    bool takes_modules = chassis_type == CHMGR_CHASSIS_L1 && slot != FIXED_SLOT;
-    if (!takes_modules || file_read_line(tip_path(PIM_FILE, slot).text, line, sizeof line) != 0)
+    if (!chmgr_virtual_pim_has_file(chassis_type, slot) ||
+        file_read_line(tip_path(PIM_FILE, slot).text, line, sizeof line) != 0)
         return CHMGR_PIM_NONE;
     for (const pim_row_t &row : pim_rows) {
         if (strcmp(line, row.text) == 0)

@@ -4,7 +4,6 @@
 #include "common/tip_log.h"
 #include "common/tip_root.h"
 #include "common/tip_system.h"
-#include "platform/chassis_model.h"
 
 #include <net/if.h>
 #include <unistd.h>
@@ -17,11 +16,12 @@ constexpr char NETNS_ADD[] = "ip netns add ports";
 constexpr char NETNS_DELETE[] = "ip netns delete ports";
 constexpr char FAR_ENDS_UP[] = "ip -n ports link set group 7 up";
 constexpr char FAR_ENDS_DELETE[] = "ip -n ports link delete group 7";
-constexpr char LINK_DELETE[] = "ip link delete "; // NAME
+constexpr char BATCH[] = "ip -force -batch - <<'END'\n"; // a line a command; then END
+constexpr char BATCH_END[] = "END";
 
 constexpr const char *loops[] = { "loop0", "loop1", "loop2", "loop3" };
 
-std::string port_add(const chassis_port_device_t &port)
+std::string port_add(const chassis_device_t &port)
 {
     return "ip link add " + port.name + " address " + mac_number_text(port.mac) + " type veth peer name " + port.name +
            " netns ports group 7";
@@ -32,14 +32,15 @@ std::string far_end_show(const std::string &name)
     return "ip -n ports link show dev " + name + " >/dev/null 2>&1";
 }
 
-std::string dummy_add(const std::string &name)
+// As a line of a batch.
+std::string plain_add(const std::string &name, bool has_dummy)
 {
-    return "ip link add " + name + " type dummy";
+    return "link add " + name + (has_dummy ? " type dummy" : " type veth peer name " + name + "p") + "\n";
 }
 
-std::string loop_pair_add(const std::string &name)
+std::string up(const std::string &name)
 {
-    return "ip link add " + name + " type veth peer name " + name + "p";
+    return "link set " + name + " up\n";
 }
 
 bool is_done(const std::string &command)
@@ -61,51 +62,83 @@ bool has_namespace()
     return access(tip_path("%s/ports", TIP_NETNS_DIR).text, F_OK) == 0;
 }
 
-bool create_ports(const std::vector<chassis_port_device_t> &ports)
+bool create_ports(const std::vector<chassis_device_t> &ports)
 {
     bool is_restart = has_namespace();
     if (!is_restart && !must(NETNS_ADD))
         return false;
     bool all = true;
-    for (const chassis_port_device_t &port : ports) {
+    for (const chassis_device_t &port : ports) {
         bool exists = is_restart && is_done(far_end_show(port.name));
         all = (exists || must(port_add(port))) && all;
     }
     return all && (ports.empty() || must(FAR_ENDS_UP));
 }
 
-bool create_loops()
+bool batch_run(const std::string &lines)
 {
-    bool has_dummy = true, all = true;
-    for (const char *name : loops) {
-        if (if_nametoindex(name) != 0)
+    return lines.empty() || must(BATCH + lines + BATCH_END);
+}
+
+bool kernel_has_dummies(const std::string &first)
+{
+    if (is_done("ip link add " + first + " type dummy"))
+        return true;
+    tip_log("No dummy devices in this kernel: loop0 to loop3 are veth pairs, which carry no VLAN traffic");
+    return false;
+}
+
+// The first one that is missing tells what the kernel can make, the others are made at once: starting ip(8) for each
+// would take longer than all that it does.
+bool create_plain(const std::vector<std::string> &names)
+{
+    bool is_known = false, has_dummy = false;
+    std::string lines;
+    for (const std::string &name : names) {
+        if (if_nametoindex(name.c_str()) != 0)
             continue;
-        if (has_dummy && is_done(dummy_add(name)))
-            continue;
-        if (has_dummy)
-            tip_log("No dummy devices in this kernel: loop0 to loop3 are veth pairs, which carry no VLAN traffic");
-        has_dummy = false;
-        all = must(loop_pair_add(name)) && all;
+        if (!is_known)
+            has_dummy = kernel_has_dummies(name);
+        if (is_known || !has_dummy)
+            lines += plain_add(name, has_dummy);
+        is_known = true;
     }
-    return all;
+    return batch_run(lines);
+}
+
+bool set_up(const std::vector<std::string> &names)
+{
+    std::string lines;
+    for (const std::string &name : names)
+        lines += up(name);
+    return batch_run(lines);
+}
+
+std::vector<std::string> plain_devices(const std::vector<std::string> &twins)
+{
+    std::vector<std::string> names(std::begin(loops), std::end(loops));
+    names.insert(names.end(), twins.begin(), twins.end());
+    return names;
 }
 
 } // namespace
 
-bool chassis_devices_create(const std::vector<chassis_port_device_t> &ports)
+bool chassis_devices_create(const std::vector<chassis_device_t> &ports, const std::vector<std::string> &twins)
 {
     bool has_ports = create_ports(ports);
-    return create_loops() && has_ports;
+    return create_plain(plain_devices(twins)) && set_up(twins) && has_ports;
 }
 
-void chassis_devices_remove()
+void chassis_devices_remove(const std::vector<std::string> &twins)
 {
     if (has_namespace()) {
         (void)must(FAR_ENDS_DELETE);
         (void)must(NETNS_DELETE);
     }
-    for (const char *name : loops) {
-        if (if_nametoindex(name) != 0)
-            (void)must(std::string(LINK_DELETE) + name);
+    std::string lines;
+    for (const std::string &name : plain_devices(twins)) {
+        if (if_nametoindex(name.c_str()) != 0)
+            lines += "link delete " + name + "\n";
     }
+    (void)batch_run(lines); // what could not be removed is logged
 }

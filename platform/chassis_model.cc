@@ -1,5 +1,6 @@
 #include "platform/chassis_model.h"
 
+#include "chmgr/chmgr_hw.h"
 #include "chmgr/chmgr_tables.h"
 #include "common/tip_assert.h"
 #include "common/tip_text.h"
@@ -11,15 +12,39 @@
 namespace
 {
 
+constexpr uint32_t ANY_WIRELESS = CHASSIS_MODEM | CHASSIS_WLAN;
+
 constexpr chassis_model_t models[] = {
-    { "krest-M1", CHMGR_CHASSIS_M1, { 4 }, true },
-    { "krest-L1", CHMGR_CHASSIS_L1, { 6, 10, 3 }, true },
-    { "krest-S1", CHMGR_CHASSIS_S1, { 1 }, false },
-    { "krest-S2", CHMGR_CHASSIS_S2, { 2 }, false },
-    { "krest-S3", CHMGR_CHASSIS_S3, { 2 }, false },
-    { "krest-V1", CHMGR_CHASSIS_V1, { 13 }, true },
+    { "krest-M1", CHMGR_CHASSIS_M1, { 4 }, true, CHASSIS_MODEM },
+    { "krest-L1", CHMGR_CHASSIS_L1, { 6, 10, 3 }, true, 0 },
+    { "krest-S1", CHMGR_CHASSIS_S1, { 1 }, false, ANY_WIRELESS },
+    { "krest-S2", CHMGR_CHASSIS_S2, { 2 }, false, ANY_WIRELESS },
+    { "krest-S3", CHMGR_CHASSIS_S3, { 2 }, false, ANY_WIRELESS },
+    // A virtual machine has what its host hands to it.
+    { "krest-V1", CHMGR_CHASSIS_V1, { 13 }, true, ANY_WIRELESS },
     // Controllers and management systems: a host whose only port is eth0.
-    { "software", CHMGR_CHASSIS_UNKNOWN, {}, true },
+    { "software", CHMGR_CHASSIS_UNKNOWN, {}, true, 0 },
+};
+
+struct board_row_t {
+    long board; // chmgr_hw_pim_board_t
+    uint32_t module;
+};
+constexpr board_row_t board_rows[] = {
+    { CHMGR_PIM_8X1GE, 6 },
+    { CHMGR_PIM_2X10GE, 10 },
+    { CHMGR_PIM_NONE, 0 },
+};
+
+struct extension_row_t {
+    chassis_extension_t extension;
+    const char *device;
+    uint64_t slot; // in the MAC address
+    uint64_t port;
+};
+constexpr extension_row_t extension_rows[] = {
+    { CHASSIS_MODEM, "wwan0", 0xfe, 0 }, { CHASSIS_WLAN, "wifi0", 0xfd, 0x10 }, { CHASSIS_WLAN, "vap0", 0xfd, 0 },
+    { CHASSIS_WLAN, "vap1", 0xfd, 1 },   { CHASSIS_WLAN, "vap2", 0xfd, 2 },     { CHASSIS_WLAN, "vap3", 0xfd, 3 },
 };
 
 constexpr uint64_t MAC_PREFIX = 0x0243ULL << 32;
@@ -75,6 +100,19 @@ const chassis_model_t *chassis_model_find(std::string_view name)
     return nullptr;
 }
 
+chassis_model_t chassis_model_plugged(const chassis_model_t &model)
+{
+    chassis_model_t plugged = model;
+    for (uint32_t slot = 0; slot < chmgr_chassis()[model.chassis_type].num_slots; slot++) {
+        if (!chmgr_virtual_pim_has_file(model.chassis_type, slot))
+            continue;
+        long board = chmgr_virtual_pim_board(model.chassis_type, slot);
+        for (const board_row_t &row : board_rows)
+            plugged.modules[slot] = row.board == board ? row.module : plugged.modules[slot];
+    }
+    return plugged;
+}
+
 void chassis_fill(const chassis_model_t &model, uint16_t device, chmgr_block_t *block)
 {
     block->num_slots = chmgr_chassis()[model.chassis_type].num_slots;
@@ -96,6 +134,16 @@ void chassis_publish(const chassis_model_t &model, const chmgr_block_t &filled, 
 uint64_t chassis_mgmt_mac(uint16_t device)
 {
     return make_mac(device, MGMT_PORT_SLOT, 0);
+}
+
+std::vector<chassis_device_t> chassis_extension_devices(uint32_t extensions, uint16_t device)
+{
+    std::vector<chassis_device_t> devices;
+    for (const extension_row_t &row : extension_rows) {
+        if ((extensions & row.extension) != 0)
+            devices.push_back({ row.device, make_mac(device, row.slot, row.port) });
+    }
+    return devices;
 }
 
 std::string mac_number_text(uint64_t mac)

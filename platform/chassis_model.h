@@ -8,17 +8,34 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct chassis_model_t {
     const char *name;
     uint32_t chassis_type;       // row of the chassis table
     uint32_t modules[MAX_SLOTS]; // row of the module table for each slot, 0: empty
     bool has_mgmt_port;          // eth0
+    uint32_t extensions;         // chassis_extension_t that it can take
+};
+
+// Wireless modules beside the slots.
+enum chassis_extension_t : uint32_t {
+    CHASSIS_MODEM = 1,
+    CHASSIS_WLAN = 2,
+};
+
+struct chassis_device_t {
+    std::string name; // the kernel's
+    uint64_t mac;
 };
 
 [[nodiscard]] std::span<const chassis_model_t> chassis_models();
 // Null when there is no such model.
 [[nodiscard]] const chassis_model_t *chassis_model_find(std::string_view name);
+
+// The model with what files say to be plugged into the slots that take modules: /etc/default/pim0 and the like hold
+// "8x1GE" or "2x10GE"; anything else is an empty slot, and without a file the slot is as in the model.
+[[nodiscard]] chassis_model_t chassis_model_plugged(const chassis_model_t &model);
 
 // Fills block, which is zero, with everything but the chassis type. device, 0 to 65535, tells the MAC addresses of one
 // device from another's.
@@ -30,6 +47,8 @@ void chassis_publish(const chassis_model_t &model, const chmgr_block_t &filled, 
 
 // MAC addresses are locally administered (IEEE 802, second lowest bit of the first byte).
 [[nodiscard]] uint64_t chassis_mgmt_mac(uint16_t device);
+// Network devices of extensions: a modem's data port; a radio and its access points.
+[[nodiscard]] std::vector<chassis_device_t> chassis_extension_devices(uint32_t extensions, uint16_t device);
 [[nodiscard]] std::string mac_number_text(uint64_t mac);
 
 #endif

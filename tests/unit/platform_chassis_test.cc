@@ -22,6 +22,23 @@ TEST(ChassisModel, every_model_holds_only_modules_that_its_slots_allow)
     }
 }
 
+// On a chassis of one slot the mask behind it is that of the wireless modules.
+TEST(ChassisModel, wireless_modules_are_those_that_the_tables_allow)
+{
+    for (const chassis_model_t &model : chassis_models()) {
+        uint32_t mask = chmgr_chassis()[model.chassis_type].allowed_modules[1];
+        bool is_told = model.chassis_type != CHMGR_CHASSIS_V1 && model.chassis_type != CHMGR_CHASSIS_L1;
+        if (is_told) {
+            EXPECT_EQ((model.extensions & CHASSIS_MODEM) != 0, (mask & 1 << 11) != 0) << model.name;
+            EXPECT_EQ((model.extensions & CHASSIS_WLAN) != 0, (mask & 1 << 12) != 0) << model.name;
+        }
+    }
+    std::set<uint64_t> macs = { chassis_mgmt_mac(7) };
+    for (const chassis_device_t &device : chassis_extension_devices(CHASSIS_MODEM | CHASSIS_WLAN, 7))
+        EXPECT_TRUE(macs.insert(device.mac).second) << device.name;
+    EXPECT_EQ(macs.size(), 7U);
+}
+
 TEST(ChassisModel, ports_of_all_models_are_told_apart_by_name_mac_and_place)
 {
     struct row_t {
