@@ -107,6 +107,17 @@ tree_common()
     tree_names "$1"
 }
 
+# Before the recorder, which so stands in front of the stand-in and notes what the daemon has said.
+standins_install()
+{
+    local program
+    program=$(readlink -f "$(command -v ip)")
+    mkdir -p "$LAB_INSIDE/standin"
+    cp -p "$program" "$LAB_INSIDE/standin/ip"
+    rm -f "$program"
+    cp -p "$LAB_CHECKOUT/lab/standin-ip" "$program"
+}
+
 # Called in the new root: the first process of the device takes over.
 tree_enter()
 {
@@ -115,5 +126,7 @@ tree_enter()
     ip link set lo up
     cd "$LAB_CWD" 2>/dev/null || cd /
     "$LAB_CHECKOUT/lab/services" >"$LAB_INSIDE/services"
+    [ "$LAB_BARE" = 0 ] || return 0 # the programs may be the host's own
+    [ "$LAB_STANDINS" = 0 ] || standins_install
     [ "$LAB_RECORD" = 0 ] || "$LAB_CHECKOUT/lab/recorder-install"
 }
