@@ -33,7 +33,7 @@ struct quagga_peer_t {
 [[nodiscard]] const quagga_peer_t *cfgmgr_quagga_peer(uint32_t peer_id);
 [[nodiscard]] const quagga_peer_t *cfgmgr_quagga_peer_by_module(uint8_t module);
 
-// What the connections to a VPN's daemons have in common: the frame, the daemon context's loop and timers, the socket of
+// What the connections to a VPN's daemons share: the frame, the daemon context's loop and timers, the socket of
 // that VPN under the name that VPN 0 uses. False when the name does not fit. Not blocking.
 [[nodiscard]] bool cfgmgr_quagga_socket_cfg(const cfgmgr_vpn_t &vpn, const char *path, msgq_cfg_t *cfg);
 

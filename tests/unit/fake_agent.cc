@@ -214,6 +214,8 @@ void fake_agent_reset()
     agent().changes.clear();
     agent().gives_null_array = false;
     agent().leaves.clear();
+    agent().instances.clear();
+    agent().position.clear();
     agent().on_write = nullptr;
     agent().on_wait_start = nullptr;
     agent().next_point = 1;
@@ -526,6 +528,25 @@ int cdb_end_session(int)
     write_down("cdb_end_session");
     return CONFD_OK;
 }
+// A path is known when a list with a count stands below it.
+int cdb_cd(int, const char *fmt, ...)
+{
+    TEXT_OF(path, fmt);
+    write_down("cdb_cd %s", path.c_str());
+    guard_t guard(agent().lock);
+    auto below = agent().instances.lower_bound(path + "/");
+    if (below == agent().instances.end() || below->first.rfind(path + "/", 0) != 0)
+        return fail(CONFD_ERR_BADPATH);
+    agent().position = path + "/";
+    return outcome("cdb_cd");
+}
+int cdb_num_instances(int, const char *fmt, ...)
+{
+    TEXT_OF(path, fmt);
+    guard_t guard(agent().lock);
+    auto found = agent().instances.find(agent().position + path);
+    return found != agent().instances.end() ? found->second : fail(CONFD_ERR_BADPATH);
+}
 int cdb_vget(int, confd_value_t *v, const char *fmt, va_list arguments)
 {
     std::string path = vtext(fmt, arguments);
@@ -663,6 +684,14 @@ int cdb_get_modifications(int, int subid, int flags, confd_tag_value_t **values,
     *values = hand_over(all);
     *n = static_cast<int>(all.size());
     return CONFD_OK;
+}
+
+void confd_trans_seterr(confd_trans_ctx *, const char *fmt, ...)
+{
+    va_list arguments;
+    va_start(arguments, fmt);
+    write_down("confd_trans_seterr %s", vtext(fmt, arguments).c_str());
+    va_end(arguments);
 }
 
 static int triggered(const char *function, const int *points, int n)
