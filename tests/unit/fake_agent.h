@@ -42,6 +42,8 @@ struct fake_agent_t {
     bool gives_null_array = false;
 
     std::map<std::string, confd_value_t> leaves;           // operational data by path; of a subscription nothing
+    std::map<std::string, int> instances;                  // counts of configured lists, by path
+    std::string position;                                  // of the session, by cdb_cd
     std::function<void(const std::string &path)> on_write; // before a write takes effect, without the lock
     int next_point = 1;
     std::map<int, int> peers;            // the agent's ends of connected sockets, by the client's
