@@ -73,30 +73,18 @@ void forget_address(cfgmgr_if_t *if_p, ip_prefix_t *slot)
 
 // ---- enabling
 
-// The kernel layer leaves the thread in the first namespace, but a caller may be at work in the interface's own.
-void return_to_ns(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
-{
-    if (cfgmgrd_p->last_ns == vpn_id)
-        return;
-    if (cfgmgrd_p->last_ns != VPN_ID_TRANSPORT)
-        cfgmgr_reset_ns(cfgmgrd_p, cfgmgrd_p->last_ns);
-    if (vpn_id != VPN_ID_TRANSPORT)
-        cfgmgr_set_ns(cfgmgrd_p, vpn_id);
-}
-
-// The kernel drops IPv6 addresses and routes of a link that goes down.
+// The kernel drops IPv6 addresses and routes of a link that goes down. Setting an address leaves the thread in the first
+// namespace, while a caller may be at work in the interface's own.
 void restore_after_down(cfgmgr_if_t *if_p)
 {
     cfgmgrd_t *cfgmgrd_p = if_p->vpn_p->cfgmgr_p;
     uint64_t ns_before = cfgmgrd_p->last_ns;
     if (!ip_addr_is_zero(if_p->ipv6_addr.ip))
         (void)cfgmgr_kernel_ifaddr_set(if_p, if_p->ipv6_addr, false); // logged
-    if (!ip_addr_is_zero(if_p->route_prefix.ip)) {
-        return_to_ns(cfgmgrd_p, if_p->vpn_p->vpn_id);
-        (void)cfgmgr_kernel_update_rtable(if_p, if_p->route_prefix, nullptr, true); // logged
-        cfgmgr_if_routes_install(if_p);
-    }
-    return_to_ns(cfgmgrd_p, ns_before);
+    if (cfgmgrd_p->last_ns != ns_before)
+        cfgmgr_set_ns(cfgmgrd_p, ns_before);
+    if (!ip_addr_is_zero(if_p->route_prefix.ip))
+        cfgmgr_if_routes_restore(if_p);
 }
 
 void enable_port(cfgmgr_if_t *if_p, chmgr_port_t *port, bool is_up)

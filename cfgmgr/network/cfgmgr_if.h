@@ -191,7 +191,8 @@ int cfgmgr_if_enable(cfgmgr_if_t *if_p, bool is_up);
 // Sets the default MAC address of an interface that the daemon has just made.
 void cfgmgr_update_default_if_mac(cfgmgr_if_t *if_p, uint64_t vpn_id);
 
-// ---- static routes, each with the routing table that is named after the interface. Installed while not shut down.
+// ---- static routes, each with the routing table that is named after the interface. Installed while not shut down. The
+// thread may be in any namespace and stays there.
 
 void cfgmgr_if_route_add(cfgmgr_if_t *if_p, const ip_prefix_t &prefix, const ip_addr_t &next_hop);
 void cfgmgr_if_route_del(cfgmgr_if_t *if_p, const ip_prefix_t &prefix, const ip_addr_t &next_hop);
@@ -202,6 +203,8 @@ void cfgmgr_if_routes_init(cfgmgr_if_t *if_p);
 void cfgmgr_if_routes_free(cfgmgr_if_t *if_p);
 // Puts all of the interface's routes into the kernel (after it came up).
 void cfgmgr_if_routes_install(cfgmgr_if_t *if_p);
+// The same, behind the route of the address list's network.
+void cfgmgr_if_routes_restore(cfgmgr_if_t *if_p);
 
 // ---- system and simulated interfaces
 

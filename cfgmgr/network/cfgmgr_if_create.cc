@@ -45,7 +45,6 @@ const char *mac_text(uint64_t mac, char *buffer)
     return mac_to_text(bytes, buffer);
 }
 
-// An interface's family stands even while its address is empty, where the empty address is passed on.
 void set_defaults(cfgmgr_if_t *if_p, cfgmgr_if_type_t type)
 {
     if_p->type = type;
@@ -76,7 +75,7 @@ void set_default_mac(cfgmgr_if_t *if_p)
     if ((if_p->flags & IF_IRB) != 0)
         if_p->default_mac = cfgmgr_chassis_irb_mac(if_p->vlan_id);
     if ((if_p->flags & IF_CELLULAR) != 0) {
-        if_p->default_mac = cfgmgr_chassis_cellular_mac(if_p->vlan_id);
+        if_p->default_mac = cfgmgr_chassis_cellular_mac(if_p->vlan_id - IF_CELLULAR_TAG_FIRST);
         if_p->mtu = IF_MTU_CELLULAR;
     }
     bool is_made_here = (if_p->flags & (IF_IRB | IF_CELLULAR | IF_INTERNAL | IF_VAP)) != 0;

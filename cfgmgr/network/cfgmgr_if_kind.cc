@@ -17,7 +17,6 @@ constexpr char IRB_PREFIX[] = "irb";
 constexpr char CELLULAR_PREFIX[] = "cellular";
 constexpr char INTERNAL_PREFIX[] = "loop2";
 constexpr char PORT_PREFIX[] = "ge";
-constexpr uint32_t CELLULAR_TAG_FIRST = 20;
 
 bool has_prefix(const char *name, const char *text)
 {
@@ -70,7 +69,7 @@ uint32_t sub_interface_vlan(const char *name)
 
 uint32_t cellular_vlan(const char *name)
 {
-    return number_of(name + strlen(CELLULAR_PREFIX)) + CELLULAR_TAG_FIRST;
+    return number_of(name + strlen(CELLULAR_PREFIX)) + IF_CELLULAR_TAG_FIRST;
 }
 
 struct kind_row_t {

@@ -5,6 +5,8 @@
 
 #include "cfgmgr/network/cfgmgr_if.h"
 
+inline constexpr uint32_t IF_CELLULAR_TAG_FIRST = 20; // of cellular0
+
 struct cfgmgr_if_kind_t {
     uint32_t flags;   // cfgmgr_if_flag_t; 0 for a port
     uint32_t vlan_id; // as in the record

@@ -140,3 +140,12 @@ void cfgmgr_if_routes_install(cfgmgr_if_t *if_p)
     for (cfgmgr_if_route_t &route : avl_range<cfgmgr_if_route_t>(&if_p->routes))
         (void)cfgmgr_kernel_update_rtable(if_p, route.prefix, &route.next_hop, true); // logged
 }
+
+void cfgmgr_if_routes_restore(cfgmgr_if_t *if_p)
+{
+    if (if_p->vpn_p == nullptr)
+        return;
+    in_vpn_of vpn(*if_p);
+    (void)cfgmgr_kernel_update_rtable(if_p, if_p->route_prefix, nullptr, true); // logged
+    cfgmgr_if_routes_install(if_p);
+}

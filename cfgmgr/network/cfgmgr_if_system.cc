@@ -3,6 +3,7 @@
 
 #include "cfgmgr/network/cfgmgr_bridge.h"
 #include "cfgmgr/network/cfgmgr_if.h"
+#include "cfgmgr/network/cfgmgr_if_kind.h"
 #include "cfgmgr/network/cfgmgr_if_name.h"
 #include "cfgmgr/network/cfgmgr_kernel.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
@@ -110,7 +111,7 @@ struct modem_t {
     const char *leg; // towards the forwarding plane
     uint32_t leg_tag;
 };
-constexpr modem_t modem = { BRIDGE_INTERNAL, 0, "wwan0", "cellular0", 20, "loop2.10", 10 };
+constexpr modem_t modem = { BRIDGE_INTERNAL, 0, "wwan0", "cellular0", IF_CELLULAR_TAG_FIRST, "loop2.10", 10 };
 
 bool has_modem()
 {
@@ -132,7 +133,6 @@ void create_modem_bridge(cfgmgrd_t *cfgmgrd_p)
         tip_log("Failed to find bridge: %d", modem.bridge_id);
         tip_assert(bridge_p != nullptr);
     }
-    (void)snprintf(bridge_p->name, sizeof bridge_p->name, "%u", modem.bridge_id);
     (void)cfgmgr_bridge_enable(cfgmgrd_p, bridge_p, VPN_ID_INTERNAL, true); // logged
     cfgmgr_reset_ns(cfgmgrd_p, VPN_ID_INTERNAL);
 }
