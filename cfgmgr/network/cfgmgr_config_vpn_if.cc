@@ -61,8 +61,8 @@ void set_link(vpn_if_change_t &change)
     (void)cfgmgr_kernel_phy_set(change.if_p, change.phy, false);
     if (!change.link_changed || change.if_p->shutdown != 0)
         return;
-    cfgmgr_config_vpn_if_enable(change, false);
-    cfgmgr_config_vpn_if_enable(change, true);
+    (void)cfgmgr_if_enable(change.if_p, false);
+    (void)cfgmgr_if_enable(change.if_p, true);
 }
 
 // The forwarding plane has a twin of each port, in VPN 0 whatever the port's VPN.
@@ -93,8 +93,8 @@ void change_interface(const vpn_if_key_t &key, int32_t op, cfgmgr_if_t *if_p,
     change.port_p = key.port_p;
     change.phy = if_p->phy;
 
-    // Operations on the way switch by themselves and leave the thread in VPN 0's namespace: what needs this one enters
-    // it again (cfgmgr_config_vpn_if_enable).
+    // Many operations on the way enter the namespace by themselves and leave the thread in the first one, so nothing in
+    // the walk may count on being inside: cfgmgr_if_enable, whose routes are set by commands there, sees to it too.
     cfgmgr_set_ns(key.cfgmgrd_p, key.vpn_id);
     apply_changes(change, entries);
     if_p->native_vlan = 0;

@@ -76,7 +76,7 @@ void apply_shutdown(vpn_if_change_t &change, const confd_value_t &value)
 {
     bool is_shut = cfgmgr_config_is_deleted(value) || cfgmgr_config_bool(value); // down is the model's default
     tip_log("vpn: %lu, if: %s, %sshut", change.vpn_id, change.if_p->name, is_shut ? "" : "no ");
-    cfgmgr_config_vpn_if_enable(change, !is_shut);
+    (void)cfgmgr_if_enable(change.if_p, !is_shut);
     change.if_p->shutdown = is_shut ? 1 : 0;
     (void)cfgmgr_kernel_update_dns(change.cfgmgrd_p); // resolvers learnt by DHCP count on interfaces that are up
 }
@@ -139,14 +139,14 @@ void apply_mac_address(vpn_if_change_t &change, const confd_value_t &value)
         tip_log("%s: Failed to get default macaddr", if_p->name);
         return;
     }
-    cfgmgr_config_vpn_if_enable(change, false);
+    (void)cfgmgr_if_enable(if_p, false);
     (void)cfgmgr_kernel_if_set_mac(if_p->vpn_p->kernel_sock, change.vpn_id, if_p->name, mac);
     if (!ip_addr_is_zero(if_p->ipv4_addr.ip))
         (void)cfgmgr_if_arp_update(if_p, if_p->ipv4_addr, false);
     change.mac = mac;
     change.mac_changed = true;
     if (if_p->shutdown == 0)
-        cfgmgr_config_vpn_if_enable(change, true);
+        (void)cfgmgr_if_enable(if_p, true);
 }
 
 // ---- containers
@@ -311,10 +311,4 @@ void cfgmgr_config_vpn_if_leaf(vpn_if_change_t &change, vpn_if_place_t place, co
             return;
         }
     }
-}
-
-void cfgmgr_config_vpn_if_enable(vpn_if_change_t &change, bool is_up)
-{
-    cfgmgr_set_ns(change.cfgmgrd_p, change.vpn_id);
-    (void)cfgmgr_if_enable(change.if_p, is_up);
 }

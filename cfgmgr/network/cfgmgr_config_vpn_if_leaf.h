@@ -37,8 +37,4 @@ enum vpn_if_place_t : uint8_t {
 // Does what the entry asks for; nothing for one without an action.
 void cfgmgr_config_vpn_if_leaf(vpn_if_change_t &change, vpn_if_place_t place, const confd_tag_value_t &entry);
 
-// Takes the interface up or down, in the namespace of its VPN: coming up it gets its routes by commands there. The
-// caller is in that namespace before and after.
-void cfgmgr_config_vpn_if_enable(vpn_if_change_t &change, bool is_up);
-
 #endif
