@@ -208,26 +208,31 @@ bool attribute_write(const chmgr_hw_attribute_t &row, const chmgr_hw_request_t &
     return fd.is_open() && write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-// Of rows that are alternatives the first that can be done counts; each member must come from somewhere.
+bool is_meant(const chmgr_hw_attribute_t &row, const chmgr_hw_request_t &request, chmgr_hw_access_t access)
+{
+    return (row.access & access) != 0 && (row.unit == 0 || row.unit == request.unit);
+}
+
+// Of rows that are alternatives the first that can be done counts; each member must come from somewhere. An operation
+// without attributes succeeds, one that has none for this direction fails.
 int attributes_run(const chmgr_hw_request_t &request, chmgr_hw_result_t *result)
 {
-    const chmgr_hw_access_t wanted = result != nullptr ? CHMGR_HW_R : CHMGR_HW_W;
+    const chmgr_hw_access_t access = result != nullptr ? CHMGR_HW_R : CHMGR_HW_W;
     const chmgr_hw_attribute_t *last = nullptr;
-    bool is_done = true;
-    int status = 0;
+    bool has_rows = false, is_done = false, all_done = true;
     for (const chmgr_hw_attribute_t &row : attributes) {
-        bool is_meant = row.operation == request.operation && (row.access & wanted) != 0 &&
-                        (row.unit == 0 || row.unit == request.unit);
-        if (!is_meant)
+        if (row.operation != request.operation)
+            continue;
+        has_rows = true;
+        if (!is_meant(row, request, access))
             continue;
         bool is_alternative = last != nullptr && last->member == row.member;
-        if (!is_alternative && !is_done)
-            status = -1;
+        all_done = all_done && (last == nullptr || is_alternative || is_done);
         if (!is_alternative || !is_done)
             is_done = result != nullptr ? attribute_read(row, request, result) : attribute_write(row, request);
         last = &row;
     }
-    return is_done ? status : -1;
+    return !has_rows || (is_done && all_done) ? 0 : -1;
 }
 
 constexpr chmgr_hw_table_t make_table()
