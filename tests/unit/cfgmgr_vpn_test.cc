@@ -13,25 +13,81 @@ namespace
 using effects_t = std::vector<std::string>;
 using ids_t = std::vector<uint64_t>;
 
-effects_t creation(uint64_t vpn_id)
+const std::string LOOP0_MAC = "02:00:00:00:00:01"; // of the fake kernel
+
+effects_t fp_tap(uint64_t vpn_id, int vrf_id)
 {
-    std::string id = std::to_string(vpn_id);
-    if (vpn_id == 0)
-        return { "enter 0", "leave 0" };
-    return { "ip netns add " + id,
-             "mkdir -p /etc/netns/" + id,
-             "ip netns exec " + id + " ifconfig lo 127.0.0.1 netmask 255.255.255.0 up",
-             "tell 5 " + id,
-             "enter " + id,
-             "leave " + id };
+    std::string name = "loop0." + std::to_string(vrf_id + 2000);
+    std::string inside = vpn_id == 0 ? "" : "ip netns exec " + std::to_string(vpn_id) + " ";
+    effects_t effects = { "ip link add link loop0 name " + name + " type vlan id " + std::to_string(vrf_id + 2000),
+                          "ifconfig " + name + " mtu 2000" };
+    if (vpn_id != 0)
+        effects.push_back("/sbin/ip link set " + name + " netns " + std::to_string(vpn_id));
+    effects.push_back(inside + "ip link set dev " + name + " address " + LOOP0_MAC);
+    effects.push_back(inside + "ip link set " + name + " up");
+    return effects;
 }
 
-effects_t deletion(uint64_t vpn_id)
+effects_t service_tap(uint64_t vpn_id, int vrf_id)
+{
+    std::string vrf = std::to_string(vrf_id), name = "loop0." + vrf;
+    std::string id = std::to_string(vpn_id), inside = "ip netns exec " + id + " ";
+    effects_t effects = {
+        "ip link add link loop0 name " + name + " type vlan id " + vrf,
+        "ifconfig " + name + " mtu 2000",
+        "/sbin/ip link set " + name + " netns " + id,
+        inside + "ip addr add 127.1.0.1/24 dev " + name,
+        inside + "ip addr add FCFF::01/120 dev " + name,
+        inside + "ip link set dev " + name + " address " + LOOP0_MAC,
+        inside + "ip link set " + name + " up",
+        inside + "ip neighbor add 127.1.0.2 lladdr 00:00:01:02:03:04 nud permanent dev " + name,
+        inside + "ip -6 neighbor add FCFF::02 lladdr 00:00:01:02:03:04 nud permanent dev " + name,
+    };
+    if (vpn_id != 512) {
+        effects.push_back(inside + "route add default gw 127.1.0.2");
+        effects.push_back(inside + "route -6 add default gw FCFF::02");
+    }
+    return effects;
+}
+
+effects_t daemons(const std::string &what, uint64_t vpn_id)
+{
+    effects_t effects;
+    for (int peer_id = 29; peer_id <= (vpn_id == 512 ? 29 : 31); peer_id++)
+        effects.push_back("daemon " + what + " " + std::to_string(peer_id) + " " + std::to_string(vpn_id));
+    return effects;
+}
+
+effects_t joined(const std::vector<effects_t> &parts);
+
+effects_t creation(uint64_t vpn_id, int vrf_id = 1)
 {
     std::string id = std::to_string(vpn_id);
+    effects_t rest = joined(
+        { daemons("start", vpn_id), { "enter " + id, "leave " + id, "rtm open " + id }, fp_tap(vpn_id, vrf_id) });
     if (vpn_id == 0)
-        return { "tell 6 0" };
-    return { "enter " + id, "leave " + id, "tell 6 " + id, "rm -rf /etc/netns/" + id };
+        return rest;
+    return joined({ { "ip netns add " + id, "mkdir -p /etc/netns/" + id,
+                      "ip netns exec " + id + " ifconfig lo 127.0.0.1 netmask 255.255.255.0 up" },
+                    service_tap(vpn_id, vrf_id),
+                    { "tell 5 " + id },
+                    rest });
+}
+
+effects_t taps_deletion(uint64_t vpn_id, int vrf_id)
+{
+    std::string command = "ip netns exec " + std::to_string(vpn_id) + " ip link delete loop0.";
+    return { command + std::to_string(vrf_id) + " type vlan", command + std::to_string(vrf_id + 2000) + " type vlan" };
+}
+
+effects_t deletion(uint64_t vpn_id, int vrf_id = 1)
+{
+    std::string id = std::to_string(vpn_id);
+    effects_t end = joined({ { "tell 6 " + id }, daemons("stop", vpn_id) });
+    if (vpn_id == 0)
+        return end;
+    return joined(
+        { taps_deletion(vpn_id, vrf_id), { "enter " + id, "leave " + id }, end, { "rm -rf /etc/netns/" + id } });
 }
 
 effects_t joined(const std::vector<effects_t> &parts)
@@ -169,7 +225,9 @@ TEST_F(cfgmgr_vpn, that_fails_halfway_leaves_nothing_behind)
         EXPECT_EQ(cfgmgr_vpn_find_or_create(&daemon, 5, label), 15);
         effects_t expected = creation(5);
         expected.resize(failing + 1);
-        EXPECT_EQ(device().take_effects(), joined({ expected, { "tell 6 5", "rm -rf /etc/netns/5" } }));
+        EXPECT_EQ(
+            device().take_effects(),
+            joined({ expected, taps_deletion(5, 1), { "tell 6 5" }, daemons("stop", 5), { "rm -rf /etc/netns/5" } }));
         EXPECT_EQ(vpns(), ids_t{ 0 });
         daemon.reserved_bitmap_hint = 0;
         EXPECT_EQ(cfgmgr_label_alloc(&daemon, 5), label);
@@ -239,10 +297,11 @@ TEST_F(cfgmgr_vpn, at_the_end_all_go_and_the_transport_vpn_last)
     device().take_effects();
     cfgmgr_vpn_deinit(&daemon);
     effects_t seen = device().take_effects();
-    ASSERT_EQ(seen.size(), 9u);
-    EXPECT_EQ(seen.back(), "tell 6 0");
+    effects_t last = deletion(0);
+    ASSERT_EQ(seen.size(), deletion(3).size() + deletion(9).size() + last.size());
+    EXPECT_TRUE(std::equal(last.rbegin(), last.rend(), seen.rbegin()));
     for (uint64_t id : { 3, 9 }) {
-        effects_t expected = deletion(id);
+        effects_t expected = deletion(id, id == 3 ? 1 : 2);
         EXPECT_NE(std::search(seen.begin(), seen.end(), expected.begin(), expected.end()), seen.end()) << id;
     }
     EXPECT_TRUE(vpns().empty());
