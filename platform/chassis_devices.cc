@@ -38,11 +38,6 @@ std::string plain_add(const std::string &name, bool has_dummy)
     return "link add " + name + (has_dummy ? " type dummy" : " type veth peer name " + name + "p") + "\n";
 }
 
-std::string up(const std::string &name)
-{
-    return "link set " + name + " up\n";
-}
-
 bool is_done(const std::string &command)
 {
     return tip_system_ok(tip_system(command.c_str()));
@@ -90,7 +85,7 @@ bool kernel_has_dummies(const std::string &first)
 
 // The first one that is missing tells what the kernel can make, the others are made at once: starting ip(8) for each
 // would take longer than all that it does.
-bool create_plain(const std::vector<std::string> &names)
+std::string plain_lines(const std::vector<std::string> &names)
 {
     bool is_known = false, has_dummy = false;
     std::string lines;
@@ -103,15 +98,15 @@ bool create_plain(const std::vector<std::string> &names)
             lines += plain_add(name, has_dummy);
         is_known = true;
     }
-    return batch_run(lines);
+    return lines;
 }
 
-bool set_up(const std::vector<std::string> &names)
+std::string up_lines(const std::vector<std::string> &names)
 {
     std::string lines;
     for (const std::string &name : names)
-        lines += up(name);
-    return batch_run(lines);
+        lines += "link set " + name + " up\n";
+    return lines;
 }
 
 std::vector<std::string> plain_devices(const std::vector<std::string> &twins)
@@ -126,7 +121,7 @@ std::vector<std::string> plain_devices(const std::vector<std::string> &twins)
 bool chassis_devices_create(const std::vector<chassis_device_t> &ports, const std::vector<std::string> &twins)
 {
     bool has_ports = create_ports(ports);
-    return create_plain(plain_devices(twins)) && set_up(twins) && has_ports;
+    return batch_run(plain_lines(plain_devices(twins)) + up_lines(twins)) && has_ports;
 }
 
 void chassis_devices_remove(const std::vector<std::string> &twins)
