@@ -1,3 +1,5 @@
+// Values of configuration, by the type that the agent gives them.
+
 #include "cfgmgr/network/cfgmgr_config_value.h"
 
 #include "common/tip_assert.h"

@@ -1,3 +1,6 @@
+// The table of leaves at the end of the file says which there are and where they stand; above it, by subject, what each
+// does. Kernel steps that fail are logged where they happen, and the record states what is configured all the same.
+
 #include "cfgmgr/network/cfgmgr_config_vpn_if_leaf.h"
 
 #include "cfgmgr/network/cfgmgr_config_value.h"
