@@ -12,12 +12,13 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 namespace
 {
 
 constexpr uint32_t NOTIFY_RETRY_MS = 250;
-constexpr size_t MAX_CONTROL = 256 << 10; // show answers in hexadecimal are long
+constexpr off_t MAX_CONTROL = 256 << 10; // show answers in hexadecimal are long
 constexpr int DEATH_STATUS = 1;
 
 // ---- management
@@ -212,7 +213,10 @@ void peer_log(const peer_t &peer, const char *type, int number, const std::strin
 void peer_control_read(peer_t *peer)
 {
     std::string plain = std::string(TIP_QUAGGA_RUN_DIR "/") + peer->settings.daemon->name + ".control";
-    std::string text = file_text(vpn_path(plain.c_str(), peer->settings.vpn_id), MAX_CONTROL);
+    std::string path = vpn_path(plain.c_str(), peer->settings.vpn_id), text;
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0 && status.st_size <= MAX_CONTROL)
+        text = file_text(path, static_cast<size_t>(status.st_size));
     if (text == peer->control_text)
         return;
     peer->control = control_parse(text);
