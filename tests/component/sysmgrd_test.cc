@@ -55,7 +55,7 @@ protected:
             "--cfgmgr",         stand_ins + "/cfgmgr",
             "--agent-cmd",      stand_ins + "/agent_cmd",
             "--agent-bits",     stand_ins + "/agent_bits",
-            "--routing-peer",   stand_ins + "/routing_peer",
+            "--routing-peer",   routing_peer,
             "--agent-port",     "4711",
             "--hello-limit-ms", hello_limit_ms,
             "--start-limit-ms", start_limit_ms,
@@ -145,6 +145,7 @@ protected:
         return soon([&] { return routing(file) != 0 && routing(file) != before; });
     }
     std::string personality = "tarn";
+    std::string routing_peer = std::string(STAND_INS_DIR) + "/routing_peer";
 
     temp_dir dir;
     pid_t pid = -1;
@@ -434,6 +435,32 @@ TEST_F(Sysmgrd, successor_ends_routing_daemons_of_a_cfgmgr_that_is_gone)
     ASSERT_TRUE(soon_starts("cfgmgr.pids", 2));
     EXPECT_FALSE(dir.has("var/run/quagga/zebra.pid.5"));
     EXPECT_TRUE(soon_other("zebra.pid", transport));
+}
+
+TEST_F(Sysmgrd, real_routing_daemons_open_their_sockets_and_are_taken_over)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "no right to enter a network namespace";
+    dir.make_dir("var/run/netns");
+    std::filesystem::create_symlink("/proc/self/ns/net", dir.path("var/run/netns/5"));
+    routing_peer = PEER_PROGRAM;
+    start();
+    ASSERT_TRUE(soon_up());
+    say(line(VPN_ADD, 5));
+    for (const char *name : { "zebra", "ospfd", "bgpd" }) {
+        std::string socket = std::string("var/run/quagga/") + name + "_protobuf_mgmt.api";
+        EXPECT_TRUE(soon([&] { return dir.has(socket) && dir.has(socket + ".5"); })) << name;
+    }
+    ASSERT_TRUE(soon_has("var/run/sysmgrd.status", "\"vpns\":[5]"));
+    pid_t zebra = routing("zebra.pid.5");
+    end(SIGKILL);
+    start();
+    ASSERT_TRUE(soon_has("log", "Took over zebra of VPN 5, pid " + std::to_string(zebra)));
+    say(line(VPN_DEL, 5));
+    EXPECT_TRUE(soon([&] { return routing("zebra.pid.5") == 0 && routing("bgpd.pid.5") == 0; }));
+    EXPECT_NE(routing("zebra.pid"), 0);
+    EXPECT_FALSE(dir.has("var/run/quagga/zebra_protobuf_mgmt.api.5"));
+    EXPECT_EQ(dir.read("var/log/quagga/routing_peer.log"), "");
 }
 
 TEST_F(Sysmgrd, stop_ends_the_routing_daemons_too)
