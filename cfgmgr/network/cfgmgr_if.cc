@@ -73,8 +73,8 @@ void forget_address(cfgmgr_if_t *if_p, ip_prefix_t *slot)
 
 // ---- enabling
 
-// The kernel drops IPv6 addresses and routes of a link that goes down. Setting an address leaves the thread in the first
-// namespace, while a caller may be at work in the interface's own.
+// The kernel drops IPv6 addresses and routes of a link that goes down. Setting an address leaves the thread in the
+// first namespace, while a caller may be at work in the interface's own.
 void restore_after_down(cfgmgr_if_t *if_p)
 {
     cfgmgrd_t *cfgmgrd_p = if_p->vpn_p->cfgmgr_p;
@@ -142,8 +142,8 @@ int cfgmgr_if_compare(const void *key, const void *record)
     return order < 0 ? -1 : order > 0 ? 1 : 0;
 }
 
-// The tree is asked first: a port whose device is in another namespace, or has vanished, still has its record, and what
-// is configured on it must be found to be taken away.
+// The tree is asked first: a port whose device is in another namespace, or has vanished, still has its record, and
+// what is configured on it must be found to be taken away.
 cfgmgr_if_t *cfgmgr_if_find(cfgmgrd_t *cfgmgrd_p, const char *name, avl_index_t *where, int *error)
 {
     int result = CFGMGR_IF_NOT_FOUND;
