@@ -101,10 +101,15 @@ std::string plain_lines(const std::vector<std::string> &names)
     return lines;
 }
 
-std::string up_lines(const std::vector<std::string> &names)
+// The loops are parents of VLANs, which can be neither up nor larger than their parent.
+constexpr char LOOP_SETTINGS[] = " mtu 9000 up\n";
+
+std::string up_lines(const std::vector<std::string> &twins)
 {
     std::string lines;
-    for (const std::string &name : names)
+    for (const char *name : loops)
+        lines += std::string("link set ") + name + LOOP_SETTINGS;
+    for (const std::string &name : twins)
         lines += "link set " + name + " up\n";
     return lines;
 }
