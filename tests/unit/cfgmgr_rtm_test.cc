@@ -51,14 +51,6 @@ class cfgmgr_rtm : public cfgmgr_quagga_env
 protected:
     cfgmgr_rtm()
     {
-        avl_create(
-            &daemon.vpn_table,
-            [](const void *a, const void *b) {
-                uint64_t left = static_cast<const cfgmgr_vpn_t *>(a)->vpn_id;
-                uint64_t right = static_cast<const cfgmgr_vpn_t *>(b)->vpn_id;
-                return left < right ? -1 : left > right ? 1 : 0;
-            },
-            sizeof(cfgmgr_vpn_t), offsetof(cfgmgr_vpn_t, node));
         avl_create(&daemon.if_table, cfgmgr_if_compare, sizeof(cfgmgr_if_t), offsetof(cfgmgr_if_t, node));
         strcpy(port.name, "ge0_0");
         port.vpn_p = &vpn.record;
@@ -179,6 +171,42 @@ TEST_F(cfgmgr_rtm, without_a_link_nothing_goes_out)
     EXPECT_EQ(cfgmgr_rtm_send_hello_msg(&vpn.record), RTM_OK);
     ASSERT_EQ(cfgmgr_rtm_client_init(&vpn.record), QUAGGA_OK);
     EXPECT_EQ(cfgmgr_rtm_send_interface_register_msg(&vpn.record), RTM_OK);
+}
+
+TEST_F(cfgmgr_rtm, a_new_vpn_has_its_daemons_and_its_interface_events_and_gives_them_up)
+{
+    device().has_routing = false;
+    ASSERT_EQ(cfgmgr_vpn_init(&daemon), 0);
+    device().has_routing = true;
+    struct row_t {
+        std::string process;
+        uint8_t module;
+        uint32_t response_type;
+    };
+    std::vector<std::unique_ptr<scripted_daemon_t>> daemons;
+    for (const row_t &row : { row_t{ "zebra", 0, ZEBRA_CONFIG_RESPONSE }, row_t{ "ospfd", 2, OSPF_CONFIG_RESPONSE },
+                              row_t{ "bgpd", 1, BGP_CONFIG_RESPONSE } }) {
+        std::string done = quagga_frame(row.module, row.response_type, response(0));
+        daemons.push_back(std::make_unique<scripted_daemon_t>(run_path(row.process + "_protobuf_mgmt.api.9"),
+                                                              [done](const std::string &) { return done; }));
+        write_pid(row.process + ".pid.9", "4711");
+    }
+    scripted_daemon_t control(run_path("zebra_protobuf_ctrl.api.9"));
+    ASSERT_EQ(cfgmgr_vpn_find_or_create(&daemon, 9, 1), 0);
+    cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find(&daemon, 9, nullptr);
+    for (uint32_t peer_id = QUAGGA_PEER_FIRST; peer_id <= QUAGGA_PEER_LAST; peer_id++) {
+        ASSERT_NE(vpn_p->q_daemon_p[peer_id], nullptr);
+        EXPECT_EQ(vpn_p->q_daemon_p[peer_id]->pid, 4711);
+    }
+    EXPECT_TRUE(loop.run_until([&] { return control.frames().size() == 2; }));
+    ip_prefix_t router_id{};
+    EXPECT_EQ(ip_addr_parse("10.9.9.9", &router_id.ip), 1);
+    router_id.len = 32;
+    EXPECT_EQ(cfgmgr_vpn_update_routerid(&daemon, 9, &router_id), 0);
+    EXPECT_EQ(daemons[0]->frames(), std::vector{ "\x00\x17\x00\x01\x01\x00\x0a\x0f\x08\x01\x12\x0b"s + "10.9.9.9/32" });
+    cfgmgr_vpn_delete_by_id(&daemon, 9);
+    EXPECT_TRUE(log_has("Process stop timeout error: bgpd [9]"));
+    EXPECT_EQ(msgq_instance(), nullptr) << "a connection was left";
 }
 
 // ---- frames
