@@ -53,7 +53,7 @@ struct options_t {
 };
 
 struct chassis_t {
-    chassis_model_t model; // as plugged
+    chassis_model_t model{}; // as plugged
     std::unique_ptr<chmgr_block_t> block;
     std::vector<chassis_device_t> devices;
     std::vector<std::string> twins;
@@ -136,7 +136,9 @@ void ports_collect(chassis_t *chassis)
 
 chassis_t chassis_plan(const options_t &options)
 {
-    chassis_t chassis{ chassis_model_plugged(*options.model), std::make_unique<chmgr_block_t>(), {}, {} };
+    chassis_t chassis;
+    chassis.model = chassis_model_plugged(*options.model);
+    chassis.block = std::make_unique<chmgr_block_t>();
     chassis_fill(chassis.model, options.device, chassis.block.get());
     ports_collect(&chassis);
     if (chassis.model.has_mgmt_port)
