@@ -136,6 +136,7 @@ TEST_F(bridges, a_tagged_leg_has_a_twin_where_its_port_has_one)
     cfgmgr_if_t *leg = member("ge0_1.100", 7);
     effects_t seen = effects();
     EXPECT_NE(std::count(seen.begin(), seen.end(), "ip link add link sim0_1 name sim0_1.100 type vlan id 100"), 0);
+    device().kernel.add(0, "sim0_1.100");
     cfgmgr_bridge_if_remove(&daemon, leg);
     EXPECT_EQ(effects().front(), "ip link delete sim0_1.100 type vlan") << "it goes first";
 }
