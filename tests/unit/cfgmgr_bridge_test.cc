@@ -372,9 +372,8 @@ TEST_F(config_bridges, a_new_member_gets_the_ports_address_and_a_fresh_link)
     port->phy.speed = 100;
     EXPECT_EQ(configure_if(MOP_CREATED, 7, "ge0/1"), 0);
     effects_t seen = bridge_effects();
-    EXPECT_EQ(
-        effects_t(seen.begin(), seen.begin() + 4),
-        (effects_t{ "ifconfig ge0_1 promisc", "flags ge0_1", "mac ge0_1 02:43:00:00:00:01", "mtu ge0_1 1500" }));
+    EXPECT_EQ(effects_t(seen.begin(), seen.begin() + 4),
+              (effects_t{ "ifconfig ge0_1 promisc", "flags ge0_1", "mac ge0_1 02:43:00:00:00:01", "mtu ge0_1 1500" }));
     EXPECT_EQ(effects_t(seen.end() - 2, seen.end()), (effects_t{ "mac sim0_1 02:43:00:00:00:01", "mtu sim0_1 1500" }))
         << "the twin follows, the address first";
     EXPECT_EQ(port->mtu, 1500u);
