@@ -155,7 +155,8 @@ void cfgmgr_subif_add_sim(cfgmgr_if_t *if_p)
 {
     cfgmgrd_t *cfgmgrd_p = cfgmgr_context();
     twin_t twin;
-    if (!find_twin(cfgmgrd_p, *if_p, &twin))
+    // Both the VPN and the bridge of an interface ask for its twin: the second one finds it.
+    if (!find_twin(cfgmgrd_p, *if_p, &twin) || cfgmgr_kernel_if_exists(cfgmgrd_p, VPN_ID_TRANSPORT, twin.name))
         return;
     if (!cfgmgr_kernel_run(cfgmgr_kernel_format(TWIN_ADD, twin.parent, twin.name, static_cast<int>(if_p->vlan_id))))
         return;
@@ -168,7 +169,8 @@ void cfgmgr_subif_add_sim(cfgmgr_if_t *if_p)
 
 void cfgmgr_subif_del_sim(cfgmgr_if_t *if_p)
 {
+    cfgmgrd_t *cfgmgrd_p = cfgmgr_context();
     twin_t twin;
-    if (find_twin(cfgmgr_context(), *if_p, &twin))
+    if (find_twin(cfgmgrd_p, *if_p, &twin) && cfgmgr_kernel_if_exists(cfgmgrd_p, VPN_ID_TRANSPORT, twin.name))
         (void)cfgmgr_kernel_run(cfgmgr_kernel_format(TWIN_DELETE, twin.name)); // logged
 }

@@ -195,8 +195,14 @@ TEST_F(kernel_twins, follow_their_sub_interface_in_the_transport_vpn)
     EXPECT_EQ(effects[1], "ifconfig sim0_1.100 multicast");
     EXPECT_EQ(effects.back(), "flags sim0_1.100 +0x241");
     EXPECT_EQ(device().kernel.interface(0, "sim0_1.100").flags, 0x241u);
+    device().kernel.add(0, "sim0_1.100");
+    cfgmgr_subif_add_sim(&subif);
+    EXPECT_TRUE(device().effects.empty()) << "asked for by the VPN and by the bridge, made once";
     cfgmgr_subif_del_sim(&subif);
     EXPECT_EQ(device().take_effects(), effects_t{ "ip link delete sim0_1.100 type vlan" });
+    device().kernel.interface(0, "sim0_1.100").exists = false;
+    cfgmgr_subif_del_sim(&subif);
+    EXPECT_TRUE(device().effects.empty());
 }
 
 TEST_F(kernel_twins, that_cannot_be_made_are_not_set_up)
