@@ -15,15 +15,15 @@ namespace
 constexpr uint32_t ANY_WIRELESS = CHASSIS_MODEM | CHASSIS_WLAN;
 
 constexpr chassis_model_t models[] = {
-    { "krest-M1", CHMGR_CHASSIS_M1, { 4 }, true, CHASSIS_MODEM },
-    { "krest-L1", CHMGR_CHASSIS_L1, { 6, 10, 3 }, true, 0 },
-    { "krest-S1", CHMGR_CHASSIS_S1, { 1 }, false, ANY_WIRELESS },
-    { "krest-S2", CHMGR_CHASSIS_S2, { 2 }, false, ANY_WIRELESS },
-    { "krest-S3", CHMGR_CHASSIS_S3, { 2 }, false, ANY_WIRELESS },
+    { "krest-M1", CHMGR_CHASSIS_M1, { 4 }, true, 0, CHASSIS_MODEM },
+    { "krest-L1", CHMGR_CHASSIS_L1, { 6, 10, 3 }, true, 0, 0 },
+    { "krest-S1", CHMGR_CHASSIS_S1, { 1 }, false, 0, ANY_WIRELESS },
+    { "krest-S2", CHMGR_CHASSIS_S2, { 2 }, false, 0, ANY_WIRELESS },
+    { "krest-S3", CHMGR_CHASSIS_S3, { 2 }, false, 0, ANY_WIRELESS },
     // A virtual machine has what its host hands to it.
-    { "krest-V1", CHMGR_CHASSIS_V1, { 13 }, true, ANY_WIRELESS },
-    // Controllers and management systems: a host whose only port is eth0.
-    { "software", CHMGR_CHASSIS_UNKNOWN, {}, true, 0 },
+    { "krest-V1", CHMGR_CHASSIS_V1, { 13 }, true, 0, ANY_WIRELESS },
+    // Controllers and management systems: a host, whose ports are of no module.
+    { "software", CHMGR_CHASSIS_UNKNOWN, {}, true, 2, 0 },
 };
 
 struct board_row_t {
@@ -134,6 +134,14 @@ void chassis_publish(const chassis_model_t &model, const chmgr_block_t &filled, 
 uint64_t chassis_mgmt_mac(uint16_t device)
 {
     return make_mac(device, MGMT_PORT_SLOT, 0);
+}
+
+std::vector<chassis_device_t> chassis_host_ports(const chassis_model_t &model, uint16_t device)
+{
+    std::vector<chassis_device_t> ports;
+    for (uint32_t port = model.has_mgmt_port ? 0 : 1; port <= model.num_more_ports; port++)
+        ports.push_back({ "eth" + std::to_string(port), make_mac(device, MGMT_PORT_SLOT, port) });
+    return ports;
 }
 
 std::vector<chassis_device_t> chassis_extension_devices(uint32_t extensions, uint16_t device)

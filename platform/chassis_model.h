@@ -15,6 +15,7 @@ struct chassis_model_t {
     uint32_t chassis_type;       // row of the chassis table
     uint32_t modules[MAX_SLOTS]; // row of the module table for each slot, 0: empty
     bool has_mgmt_port;          // eth0
+    uint32_t num_more_ports;     // eth1 and up, of no slot
     uint32_t extensions;         // chassis_extension_t that it can take
 };
 
@@ -47,6 +48,8 @@ void chassis_publish(const chassis_model_t &model, const chmgr_block_t &filled, 
 
 // MAC addresses are locally administered (IEEE 802, second lowest bit of the first byte).
 [[nodiscard]] uint64_t chassis_mgmt_mac(uint16_t device);
+// eth0, when there is a management port, and the further ports of no slot.
+[[nodiscard]] std::vector<chassis_device_t> chassis_host_ports(const chassis_model_t &model, uint16_t device);
 // Network devices of extensions: a modem's data port; a radio and its access points.
 [[nodiscard]] std::vector<chassis_device_t> chassis_extension_devices(uint32_t extensions, uint16_t device);
 [[nodiscard]] std::string mac_number_text(uint64_t mac);

@@ -35,7 +35,6 @@ namespace
 {
 
 constexpr char NAME[] = "chmgrd";
-constexpr char MGMT_PORT[] = "eth0";
 constexpr int TWINS_NICE = 10;
 constexpr char MODEM_FLAG[] = "/var/run/qcqmi0";
 
@@ -141,10 +140,9 @@ chassis_t chassis_plan(const options_t &options)
     chassis.block = std::make_unique<chmgr_block_t>();
     chassis_fill(chassis.model, options.device, chassis.block.get());
     ports_collect(&chassis);
-    if (chassis.model.has_mgmt_port)
-        chassis.devices.push_back({ MGMT_PORT, chassis_mgmt_mac(options.device) });
-    auto wireless = chassis_extension_devices(options.extensions, options.device);
-    chassis.devices.insert(chassis.devices.end(), wireless.begin(), wireless.end());
+    for (const auto &more : { chassis_host_ports(chassis.model, options.device),
+                              chassis_extension_devices(options.extensions, options.device) })
+        chassis.devices.insert(chassis.devices.end(), more.begin(), more.end());
     return chassis;
 }
 

@@ -131,12 +131,12 @@ TEST(Chmgrd, leaves_nothing_behind_when_told_to_end)
               "0\nlo\nlo\n5\n");
 }
 
-TEST(Chmgrd, software_chassis_has_its_management_port_only)
+TEST(Chmgrd, software_chassis_has_ports_of_no_slot)
 {
     if (!has_namespaces())
         GTEST_SKIP() << "no namespaces here";
     EXPECT_EQ(run("start software; ready; names ip; block 12 8 d4; block 7593 1 u1"),
-              "eth0 lo loop0 loop1 loop2 loop3\n0 0\n1\n");
+              "eth0 eth1 eth2 lo loop0 loop1 loop2 loop3\n0 0\n1\n");
 }
 
 } // namespace

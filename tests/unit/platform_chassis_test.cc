@@ -39,6 +39,23 @@ TEST(ChassisModel, wireless_modules_are_those_that_the_tables_allow)
     EXPECT_EQ(macs.size(), 7U);
 }
 
+TEST(ChassisModel, ports_of_no_slot_begin_with_the_management_port)
+{
+    auto names_of = [](const char *model) {
+        std::string names;
+        std::set<uint64_t> macs;
+        for (const chassis_device_t &port : chassis_host_ports(*chassis_model_find(model), 7)) {
+            names += port.name + " ";
+            EXPECT_TRUE(macs.insert(port.mac).second) << port.name;
+            EXPECT_EQ(port.mac == chassis_mgmt_mac(7), port.name == "eth0");
+        }
+        return names;
+    };
+    EXPECT_EQ(names_of("software"), "eth0 eth1 eth2 ");
+    EXPECT_EQ(names_of("krest-V1"), "eth0 ");
+    EXPECT_EQ(names_of("krest-S1"), "");
+}
+
 TEST(ChassisModel, ports_of_all_models_are_told_apart_by_name_mac_and_place)
 {
     struct row_t {
