@@ -149,6 +149,8 @@ int cfgmgr_init_daemon(cfgmgrd_t *cfgmgrd_p)
     cfgmgrd_p->daemonize = 1;
     cfgmgrd_p->mgmt_vpn = 1;
     cfgmgrd_p->inotify_fd = -1;
+    // The kernel keeps the name of an earlier run. Until one is configured, host files have it too. Cut off if too long.
+    (void)gethostname(cfgmgrd_p->host_name, sizeof cfgmgrd_p->host_name - 1);
     cfgmgrd_p->event_base = event_base_new();
     if (cfgmgrd_p->event_base == nullptr) {
         tip_log("Failed to malloc event base");
