@@ -11,6 +11,7 @@
 #include "tests/unit/cfgmgr_env.h"
 #include "tests/unit/common_msgq_env.h"
 
+#include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <protobuf-c/protobuf-c.h>
@@ -58,7 +59,13 @@ public:
         strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
         EXPECT_EQ(bind(listener_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0) << path;
         EXPECT_EQ(listen(listener_.get(), 4), 0);
-        thread_ = std::thread([this] { serve(); });
+        // A test may fork next: then the thread must hold none of the locks that its start takes.
+        thread_ = std::thread([this] {
+            is_started_ = true;
+            is_started_.notify_one();
+            serve();
+        });
+        is_started_.wait(false);
     }
     scripted_daemon_t(const scripted_daemon_t &) = delete;
     scripted_daemon_t &operator=(const scripted_daemon_t &) = delete;
@@ -129,6 +136,7 @@ private:
     unique_fd listener_, connection_;
     std::vector<std::string> frames_;
     int connections_ = 0;
+    std::atomic<bool> is_started_ = false;
     std::thread thread_;
 };
 
