@@ -35,6 +35,14 @@ other_pid()
     done
 }
 
+# The daemon is another one than keep_pid has seen, and has had all of the configuration: the last part of its initial
+# read was delivered to it. The mark that in_sync goes by may be its predecessor's.
+cfgmgr_again()
+{
+    other_pid cfgmgr && in_sync && agent_cmd status --json |
+        grep -q "\"client\":\"cfgmgr (pid $(pid_of cfgmgr))\",\"path\":\"/vpn/vpn-instance/host\"[^}]*\"deliveries\":[1-9]"
+}
+
 # kill_it NAME [SIGNAL]: the pid is kept for other_pid.
 kill_it()
 {
@@ -95,4 +103,15 @@ lock_hold()
 lock_drop()
 {
     kill "$(</tmp/store_lock.pid)"
+}
+
+# A frame, as hexadecimal digits, on the connection by which zebra of a VPN notifies: notify_zebra 5 0008000900000801
+notify_zebra()
+{
+    python3 - "$@" <<'END'
+import socket, sys
+with socket.socket(socket.AF_UNIX) as link:
+    link.connect("/var/run/quagga/zebra_protobuf_notify.api." + sys.argv[1])
+    link.sendall(bytes.fromhex(sys.argv[2]))
+END
 }
