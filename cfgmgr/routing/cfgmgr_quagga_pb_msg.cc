@@ -82,13 +82,17 @@ constexpr received_t bgp_received[] = {
     { BGP_NOTIFY, false, nullptr },
 };
 
+bool is_asking(const void *context)
+{
+    return context != nullptr && context == cfgmgr_quagga_pb_asking();
+}
+
+// Null for what must not come now.
 const received_t *find_row(std::span<const received_t> rows, uint32_t type, const void *context)
 {
     for (const received_t &row : rows)
-        if (row.type == type)
-            return row.is_answer_to_transaction && (context == nullptr || context != cfgmgr_quagga_pb_asking())
-                       ? nullptr
-                       : &row;
+        if (row.type == type && (!row.is_answer_to_transaction || is_asking(context)))
+            return &row;
     return nullptr;
 }
 

@@ -1,9 +1,9 @@
-// Arbitrary frames of the routing daemons into the daemon's side of the routing channel, over real sockets, and of zebra
-// into the table of interface indexes.
+// Arbitrary frames of the routing daemons into the daemon's side of the routing channel, over real sockets, and of
+// zebra into the table of interface indexes.
 //
 // An input is a row of steps: one byte that picks the way (way_t), a frame of six bytes of header and as much body as
-// its length field asks for and the input has; the length that is sent is the frame's own. The input ends before a frame
-// that is fatal by contract: what answers what, and which codes may come, is written down here once more.
+// its length field asks for and the input has; the length that is sent is the frame's own. The input ends before a
+// frame that is fatal by contract: what answers what, and which codes may come, is written down here once more.
 #include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 #include "cfgmgr/network/cfgmgr_kernel.h"
