@@ -119,6 +119,10 @@ def members(tree):
             for name, leaves in bridge.get("interface", {}).items()]
 
 
+def untagged_ports(tree):
+    return {port for _, bridge, port, _ in members(tree) if "vlan" not in bridge}
+
+
 def ports_of_vpn0(tree):
     return tree_at(tree, ("vpn", "vpn-instance", "0", "interface")) or {}
 

@@ -145,7 +145,7 @@ def kernel_rows(vpn):
         yield f"vpn {vpn} neighbour {row['dst']} dev {row['dev']}", row.get("lladdr", "")
     for row in groups:
         for group in row.get("maddr", ()):
-            if group.get("link") and row["ifname"] not in KERNELS_OWN:
+            if group.get("link") and row["ifname"].startswith("sim"): # others are the kernel's own
                 yield f"vpn {vpn} link {row['ifname']} group {group['link']}", "joined"
 
 
@@ -224,11 +224,18 @@ def capture():
 # --- what differs on purpose ---
 
 @dataclass(frozen=True)
+class Configured:
+    """What the state is of: the configuration, and the ports that have been in a bridge without a VLAN and are no more."""
+    tree: dict
+    left_ports: frozenset = frozenset()
+
+
+@dataclass(frozen=True)
 class Difference:
     """What is taken out of a state before it is compared, and why a restart may change it."""
     what: str
     reason: str
-    take_out: Callable  # (state, configuration) -> state
+    take_out: Callable  # (state, Configured) -> state
 
 
 def without(pattern):
@@ -269,15 +276,22 @@ def unwritten_files_gone(state, _):
             if not (key.startswith(f"file {FILES_OF_VPN}/") and not said.search(value))}
 
 
-def sysctls_of_idle_ports_gone(state, tree):
-    used = {oracle_config.kernel_name(name) for _, name, _ in oracle_config.interfaces(tree)}
-    used |= {oracle_config.kernel_name(port) for _, _, port, _ in oracle_config.members(tree)}
+def sysctls_of_idle_ports_gone(state, configured):
+    used = {oracle_config.kernel_name(name) for _, name, _ in oracle_config.interfaces(configured.tree)}
+    used |= {oracle_config.kernel_name(port) for _, _, port, _ in oracle_config.members(configured.tree)}
     matches = re.compile(r"^vpn 0 link (ge\S+) ipv[46]/").match
     return {key: value for key, value in state.items() if not matches(key) or matches(key).group(1) in used}
 
 
-def standin_macs_gone(state, tree):
-    own = {oracle_config.kernel_name(name) for _, name, leaves in oracle_config.interfaces(tree) if "mac-address" in leaves}
+def left_ports_gone(state, configured):
+    ports = "|".join(map(oracle_config.kernel_name, configured.left_ports))
+    matches = re.compile(rf"^vpn 0 (link ({ports})(\.\d+)? (flags|address|secondary)|route .* dev ({ports})(\.\d+)?$)").match
+    return {key: value for key, value in state.items() if not (ports and matches(key))}
+
+
+def standin_macs_gone(state, configured):
+    own = {oracle_config.kernel_name(name) for _, name, leaves in oracle_config.interfaces(configured.tree)
+           if "mac-address" in leaves}
     standins = {match.groups() for match in (re.match(r"vpn (\d+) link (\S+\.\d+) kind$", key) for key in state)
                 if match and state[match.group()] == "tun" and match.group(2) not in own}
     return {key: value for key, value in state.items()
@@ -298,6 +312,8 @@ DIFFERENCES = (
     Difference("kernel settings of ports that nothing is configured on",
                "set when a port is configured, and at the start; a port that comes back from a VPN has the kernel's",
                sysctls_of_idle_ports_gone),
+    Difference("state of ports that have left a bridge without a VLAN",
+               "they stay as the bridge had them until something is set on them", left_ports_gone),
     Difference("MAC addresses of tagged interfaces that have none of their own, on stand-ins for them",
                "a VLAN follows its port's address; a stand-in keeps the one that it was made with", standin_macs_gone),
     Difference("link-local addresses and routes of the table local",
@@ -308,17 +324,23 @@ DIFFERENCES = (
 )
 
 
-def comparable(state, tree):
-    """The tree is the configuration that the state is of."""
+def comparable(state, configured):
     for difference in DIFFERENCES:
-        state = difference.take_out(state, tree)
+        state = difference.take_out(state, configured)
     return state
 
 
+def whole_links(state, other):
+    """The links, as the beginnings of their keys, that only the first state has."""
+    kinds = [key.removesuffix(" kind") for key in state if key.endswith(" kind") and key not in other]
+    return [link for link in kinds if " link " in link]
+
+
 def differences(before, after):
-    """Lines of what is not the same, in two comparable states."""
-    lines = []
+    """Lines of what is not the same, in two comparable states; of a link that is in one alone, just that."""
+    gone, come = whole_links(before, after), whole_links(after, before)
+    lines = [f"{link} only before the restart" for link in gone] + [f"{link} only after it" for link in come]
     for key in sorted(set(before) | set(after)):
-        if before.get(key) != after.get(key):
+        if before.get(key) != after.get(key) and not any(key.startswith(link + " ") for link in gone + come):
             lines += [key, f"    running:   {before.get(key, '(nothing)')!r}", f"    restarted: {after.get(key, '(nothing)')!r}"]
     return lines

@@ -44,7 +44,8 @@ class Device:
         self.end_signal = end_signal
         self.tree = {}
         self.raised_at = 0.0
-        self.fixed = set()
+        self.fixed = set()     # (VPN, device) of what is there whatever is configured
+        self.bridged = set()   # ports that have been in a bridge without a VLAN since the daemon's start
 
     # changes
 
@@ -59,6 +60,7 @@ class Device:
         if done.returncode != 0:
             raise Problem(f"the commit was refused:\n{done.stdout}{done.stderr}")
         self.tree = new
+        self.bridged |= oracle_config.untagged_ports(new)
         self.raised_at = time.monotonic()
 
     def reset(self):
@@ -83,6 +85,7 @@ class Device:
         os.kill(old, self.end_signal)
         wait_for(lambda: self.pid() not in (0, old) and has_read(self.pid()), "the daemon to be back")
         self.raised_at = time.monotonic()
+        self.bridged = oracle_config.untagged_ports(self.tree)
 
     # what it is like
 
@@ -91,8 +94,9 @@ class Device:
         wait_s = PORT_UP_S if oracle_config.raises_ports(self.tree) else 0
         time.sleep(max(0.0, self.raised_at + wait_s - time.monotonic()))
         limit, before = time.monotonic() + SETTLE_LIMIT_S, None
+        configured = oracle_state.Configured(self.tree, frozenset(self.bridged - oracle_config.untagged_ports(self.tree)))
         while True:
-            state = oracle_state.comparable(oracle_state.capture(), self.tree)
+            state = oracle_state.comparable(oracle_state.capture(), configured)
             if state == before and is_done(state) or time.monotonic() > limit:
                 return state
             before = state
@@ -199,8 +203,8 @@ def same_kind(problem, other):
     return first(problem) == first(other)
 
 
-def shrink(device, commits, problem, tries):
-    """The shortest sequence found that fails in the same way, and how it fails."""
+def shrink(problem_found, commits, problem, tries):
+    """The shortest sequence found that fails in the same way, and how it fails; the function gives a sequence's problem."""
     is_shorter = True
     while is_shorter and tries > 0:
         is_shorter = False
@@ -209,7 +213,7 @@ def shrink(device, commits, problem, tries):
             if oracle_config.sequence_end(candidate) is None:
                 continue
             tries -= 1
-            found = problem_of(device, candidate)
+            found = problem_found(candidate)
             if found and same_kind(found, problem):
                 commits, problem, is_shorter = candidate, found, True
                 break
@@ -254,7 +258,7 @@ def main():
         print(f"{'FAIL' if problem else 'ok  '} sequence {number} ({size}, {time.monotonic() - start:.1f} s)", flush=True)
         passed, failed = passed + (not problem), failed + bool(problem)
         if problem:
-            failure_print(*shrink(device, commits, problem, arguments.shrink_tries))
+            failure_print(*shrink(lambda shorter: problem_of(device, shorter), commits, problem, arguments.shrink_tries))
         if failed >= arguments.most_failures:
             break
     print(f"{passed} passed, {failed} failed")

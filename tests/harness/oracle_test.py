@@ -1,0 +1,158 @@
+#!/usr/bin/env python3
+"""Tests of the restart oracle's own parts: its configurations keep to the rules, a failure gets shorter and stays one, and
+what differs on purpose is taken out without its neighbours."""
+
+import random
+import unittest
+
+import oracle_config
+import oracle_state
+import restart_oracle
+from oracle_config import Commit, Edit
+
+
+def edit(line, value=None):
+    verb, *path = line.split()
+    return Edit(verb, tuple(path), value)
+
+
+def commit_of(*lines):
+    return Commit([[edit(*line) if isinstance(line, tuple) else edit(line)] for line in lines])
+
+
+def tree_of(*lines):
+    return oracle_config.sequence_end([commit_of(*lines)])
+
+
+PORT = "set vpn vpn-instance 0 interface ge0/1"
+
+
+class ConfigTest(unittest.TestCase):
+    def test_what_is_generated_is_accepted_and_can_be_taken_back(self):
+        generator = oracle_config.Generator(random.Random(7))
+        for _ in range(100):
+            commits = generator.sequence(6)
+            self.assertEqual(generator.tree, oracle_config.sequence_end(commits))
+            back = list(oracle_config.edits_between(generator.tree, oracle_config.tree_base()))
+            self.assertEqual(oracle_config.tree_base(), oracle_config.commit_apply(generator.tree, back))
+
+    def test_the_same_seed_gives_the_same_sequences(self):
+        first, second = (oracle_config.Generator(random.Random("1.5")).sequence(6) for _ in range(2))
+        self.assertEqual(first, second)
+
+    def test_edits_between_two_configurations_lead_from_one_to_the_other(self):
+        generator = oracle_config.Generator(random.Random(3))
+        for _ in range(50):
+            generator.sequence(4)
+            old = generator.tree
+            generator.sequence(4)
+            new = oracle_config.tree_base()
+            for tree in (old, generator.tree):
+                edits = list(oracle_config.edits_between(new, tree))
+                self.assertTrue(all(oracle_config.tree_apply(new, one) for one in edits))
+                self.assertEqual(tree, new)
+
+    def test_rules_refuse(self):
+        for lines in (
+                ["set vpn vpn-instance 5 interface ge0/1.100"],
+                [PORT, "set vpn vpn-instance 5 interface ge0/1"],
+                ["set vpn vpn-instance 0 interface irb1"],
+                ["delete vpn vpn-instance 512"],
+                [(PORT + " mtu", "1400"), (PORT + ".100 mtu", "1400")],
+                [(PORT + " mtu", "576"), (PORT + " ipv6 address", "2001:db8::1/64")],
+                ["set bridge bridge-instance 1 interface ge0/1"],
+                [(PORT + " ip address", "10.0.0.1/24"), "set bridge bridge-instance 1 interface ge0/1"],
+                [PORT, PORT + ".100", ("set bridge bridge-instance 1 vlan", "100"), "set bridge bridge-instance 1 interface ge0/1"],
+                [("set vpn vpn-instance 5 interface gre1 tunnel-destination", "192.0.2.1")],
+                ["set vpn vpn-instance 5 host one"],
+        ):
+            with self.subTest(lines):
+                self.assertIsNone(tree_of(*lines))
+
+    def test_rules_accept(self):
+        self.assertIsNotNone(tree_of((PORT + " mtu", "1404"), (PORT + ".100 mtu", "1400"),
+                                     ("set bridge bridge-instance 1 vlan", "300"), "set bridge bridge-instance 2"))
+
+    def test_a_deleted_leaf_takes_its_containers_along_and_leaves_the_entry(self):
+        tree = tree_of((PORT + " ip address", "10.0.0.1/24"))
+        self.assertTrue(oracle_config.tree_apply(tree, edit("delete vpn vpn-instance 0 interface ge0/1 ip address")))
+        self.assertEqual(tree_of(PORT), tree)
+        self.assertFalse(oracle_config.tree_apply(tree, edit("delete vpn vpn-instance 0 interface ge0/1 ip address")))
+
+
+class ShrinkTest(unittest.TestCase):
+    def test_the_two_lines_that_matter_are_left(self):
+        def fails(commits):
+            lines = [one.line() for commit in commits for one in commit.edits()]
+            wanted = {"set vpn vpn-instance 5", "set system host-name alpha"}
+            return "vpn 5 differs" if wanted <= set(lines) else None
+        rest = [commit_of(("set system site-id", "7"), "set vpn vpn-instance 5", "set vpn vpn-instance 7"),
+                commit_of(("set system system-ip", "10.0.0.1")),
+                commit_of(PORT, ("set system host-name", "alpha"))]
+        commits, problem = restart_oracle.shrink(fails, rest, "vpn 5 differs", 200)
+        self.assertEqual([["set vpn vpn-instance 5", "set system host-name alpha"]],
+                         [[one.line() for one in commit.edits()] for commit in commits])
+        self.assertEqual("vpn 5 differs", problem)
+
+    def test_another_failure_is_not_followed(self):
+        commits = [commit_of("set vpn vpn-instance 5"), commit_of("set vpn vpn-instance 7")]
+        found, _ = restart_oracle.shrink(lambda shorter: "the commit was refused", commits, "vpn 5 differs", 50)
+        self.assertEqual(commits, found)
+
+
+class StateTest(unittest.TestCase):
+    def taken(self, state, tree=None, left=()):
+        return oracle_state.comparable(dict(state), oracle_state.Configured(tree or {}, frozenset(left)))
+
+    def test_taps_are_named_by_their_part(self):
+        self.assertEqual(self.taken({"vpn 5 link loop0.3 mtu": "2000", "vpn 5 link loop0.2003 mtu": "2000"}),
+                         self.taken({"vpn 5 link loop0.7 mtu": "2000", "vpn 5 link loop0.2007 mtu": "2000"}))
+        self.assertNotEqual(self.taken({"vpn 5 link loop0.3 vlan": "3"}),
+                            self.taken({"vpn 5 link loop0.3 vlan": "3", "vpn 5 link loop0.4 vlan": "4"}))
+
+    def test_rows_that_are_taken_out_and_neighbours_that_are_not(self):
+        for gone, kept in (
+                ("vpn 5 link a address fe80::1/64", "vpn 5 link a address 2001:db8::1/64"),
+                ("vpn 5 route local 10.0.0.1 dev a", "vpn 5 route main 10.0.0.0/24 dev a"),
+                ("vpn 5 message zebra m_rtm_control", "vpn 5 message zebra m_system_routerid"),
+                ("vpn 0 link ge0_1 ipv4/conf/*/arp_announce", "vpn 5 link ge0_1 ipv4/conf/*/arp_announce"),
+        ):
+            with self.subTest(gone):
+                self.assertEqual([kept], list(self.taken({gone: "prefix 1", kept: "prefix 1"})))
+
+    def test_a_label_may_be_another_but_not_absent(self):
+        key = "oper vpn vpn-instance 5 label"
+        self.assertEqual(self.taken({key: "3"}), self.taken({key: "4"}))
+        self.assertNotEqual(self.taken({key: "3"}), self.taken({}))
+        self.assertNotEqual(self.taken({key: "3"}), self.taken({key: "0"}))
+
+    def test_a_port_that_left_a_bridge_may_be_up_and_no_other(self):
+        up, down = {"vpn 0 link ge0_1 flags": "UP"}, {"vpn 0 link ge0_1 flags": ""}
+        self.assertEqual(self.taken(up, left=["ge0/1"]), self.taken(down, left=["ge0/1"]))
+        self.assertNotEqual(self.taken(up, left=["ge0/2"]), self.taken(down, left=["ge0/2"]))
+
+    def test_files_with_nothing_of_their_own_may_be_absent(self):
+        path = "file /etc/netns/5/resolv.conf"
+        head = "options timeout:1\n#Corvane conf\n"
+        self.assertEqual(self.taken({path: head}), self.taken({}))
+        self.assertNotEqual(self.taken({path: head + "nameserver 10.0.0.1\n"}), self.taken({}))
+
+    def test_a_link_of_one_side_is_one_line(self):
+        link = {"vpn 5 link a kind": "tun", "vpn 5 link a mtu": "1500"}
+        self.assertEqual(["vpn 5 link a only before the restart"], oracle_state.differences(link, {}))
+        self.assertEqual(["vpn 5 link a only after it"], oracle_state.differences({}, link))
+        self.assertEqual(["vpn 5 link a mtu", "    running:   '1500'", "    restarted: '1400'"],
+                         oracle_state.differences(link, link | {"vpn 5 link a mtu": "1400"}))
+        self.assertEqual([], oracle_state.differences(link, link))
+
+    def test_operational_leaves_are_named_by_their_keys(self):
+        document = {"vpn:vpn": {"vpn-instance": [{"vpn-id": "5", "label": 1, "service": [{"service-type": "FW", "label": 2}]}]}}
+        self.assertEqual({"oper vpn vpn-instance 5 label": "1", "oper vpn vpn-instance 5 service FW label": "2"},
+                         dict(oracle_state.leaf_rows(document, ["oper"])))
+
+
+if __name__ == "__main__":
+    program = unittest.main(exit=False, verbosity=0)
+    failed = len(program.result.failures) + len(program.result.errors)
+    print(f"{program.result.testsRun - failed} passed, {failed} failed")
+    raise SystemExit(1 if failed else 0)
