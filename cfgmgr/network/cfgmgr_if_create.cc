@@ -250,8 +250,9 @@ int cfgmgr_if_find_or_create(cfgmgrd_t *cfgmgrd_p, uint32_t id, const char *name
         *out = if_p;
         return CFGMGR_IF_OK;
     }
-    if (error == CFGMGR_IF_NOT_PROVISIONED)
-        return error;
+    // No device has an interface without a name; the lookup has found no place for it either.
+    if (error == CFGMGR_IF_NOT_PROVISIONED || name == nullptr || *name == '\0')
+        return CFGMGR_IF_NOT_PROVISIONED;
     return create(cfgmgrd_p, name, type, place, where, out);
 }
 

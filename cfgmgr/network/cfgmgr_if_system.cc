@@ -41,8 +41,11 @@ int create_chassis_ports(cfgmgrd_t *cfgmgrd_p)
     int result = CFGMGR_IF_OK;
     cfgmgr_if_t *if_p;
     for (chmgr_port_t *port = cfgmgr_if_first_port(); port != nullptr && result == CFGMGR_IF_OK;
-         port = cfgmgr_if_next_port(port))
-        result = create_port(cfgmgrd_p, VPN_ID_TRANSPORT, port->kernel_name, &if_p);
+         port = cfgmgr_if_next_port(port)) {
+        char name[sizeof port->kernel_name + 1] = {}; // the block need not end what fills its field
+        memcpy(name, port->kernel_name, sizeof port->kernel_name);
+        result = create_port(cfgmgrd_p, VPN_ID_TRANSPORT, name, &if_p);
+    }
     return result;
 }
 

@@ -90,9 +90,11 @@ TEST_F(if_life, each_kind_is_made_in_its_own_way)
 TEST_F(if_life, what_a_device_does_not_have_gets_no_record)
 {
     cfgmgr_if_t *if_p = nullptr;
-    EXPECT_EQ(cfgmgr_if_find_or_create(&daemon, 5, "eth1", &if_p, IF_TYPE_PLAIN), 19);
-    EXPECT_EQ(if_p, nullptr);
-    EXPECT_EQ(find("eth1"), nullptr);
+    for (const char *name : { "eth1", "" }) {
+        EXPECT_EQ(cfgmgr_if_find_or_create(&daemon, 5, name, &if_p, IF_TYPE_PLAIN), 19);
+        EXPECT_EQ(if_p, nullptr);
+        EXPECT_EQ(find(name), nullptr);
+    }
     EXPECT_EQ(effects(), if_effects_t{});
 }
 
