@@ -3,6 +3,7 @@
 #include "agent/server/ly_array.h"
 #include "agent/server/schema_rules.h"
 #include "agent/server/value.h"
+#include "agent/server/xpath.h"
 
 #include <algorithm>
 #include <dirent.h>
@@ -180,6 +181,7 @@ static bool compile_modules(ly_ctx *ctx, const std::vector<std::string> &names, 
     for (const std::string &name : names)
         if (!ly_ctx_load_module(ctx, name.c_str(), nullptr, all_features))
             return fail_from_context(ctx, "module " + name, error);
+    xpath_rewrite_modules(ctx);
     if (ly_ctx_compile(ctx) != LY_SUCCESS)
         return fail_from_context(ctx, "the modules do not fit together", error);
     return true;

@@ -14,6 +14,14 @@ static std::string shown_value(const lyd_node *node)
     return is_term ? " = \"" + std::string(lyd_get_value(node)) + "\"" : "";
 }
 
+// Not the rule's own message: whoever reads it would look for the fault in his edits.
+static std::string unclear_rule(const lyd_node *node, const lysc_must &must)
+{
+    const ly_err_item *item = ly_err_last(tree_ctx(node));
+    return std::string("\"") + lyxp_get_expr(must.cond) + "\" cannot be judged" +
+           (item && item->msg ? std::string(": ") + item->msg : "");
+}
+
 bool rule_musts(const lyd_node *node, ds_error_t &error)
 {
     const lysc_must *musts = lysc_node_musts(node->schema);
@@ -24,7 +32,9 @@ bool rule_musts(const lyd_node *node, ds_error_t &error)
                                         must.prefixes, nullptr, &holds);
         if (result == LY_SUCCESS && holds)
             continue;
-        std::string rule = must.emsg ? must.emsg : std::string("must be \"") + lyxp_get_expr(must.cond) + "\"";
+        std::string rule = result != LY_SUCCESS ? unclear_rule(node, must)
+                           : must.emsg          ? must.emsg
+                                                : std::string("must be \"") + lyxp_get_expr(must.cond) + "\"";
         return ds_fail(error, CONFD_ERR_VALIDATION, tree_path_text(node) + shown_value(node) + ": " + rule);
     }
     return true;
