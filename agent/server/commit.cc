@@ -17,7 +17,8 @@
 //   prepare         two-phase subscribers, by priority; a refusal goes to abort
 //   persist         from here on running shows the new data
 //   deliver         all subscribers, by priority
-//   finish          commit notifications, then the answer
+//   end_delivery    operational data of deleted entries goes, commit notifications
+//   finish          the answer, then notifications of the operational data that went
 static void persist(server_t &server, job_t &job);
 
 // ---- the queue
@@ -166,7 +167,7 @@ static void persist(server_t &server, job_t &job)
 {
     if (job.trans) {
         ds_error_t error;
-        if (!trans_commit(*job.trans, &job.oper_changes, error)) {
+        if (!trans_commit(*job.trans, error)) {
             agent_log(LOG_ERR, "a commit fails: %s", error.text.c_str());
             job.answer = refused(error.code, error.text);
             return abort_agreed(server, job);
@@ -178,8 +179,11 @@ static void persist(server_t &server, job_t &job)
 
 static void end_delivery(server_t &server, job_t &job)
 {
-    if (job.kind == JOB_COMMIT && !job.changes->is_empty())
-        notif_send_commit(server, job.committer);
+    if (job.kind == JOB_COMMIT) {
+        job.oper_changes = oper_prune(*server.store, *job.changes);
+        if (!job.changes->is_empty())
+            notif_send_commit(server, job.committer);
+    }
     finish(server, job);
 }
 
@@ -214,12 +218,13 @@ static void begin_phase_2(server_t &server, job_t &job)
     if (!judge(server, job))
         return;
     ds_error_t error;
-    if (!trans_commit(*job.trans, nullptr, error)) {
+    if (!trans_commit(*job.trans, error)) {
         trans_unprepare(*job.trans);
         return fail(server, job, error.code, error.text);
     }
     server.queue.commits += !job.changes->is_empty();
     job.trans.reset();
+    job.oper_changes = oper_prune(*server.store, *job.changes);
     phase_enter_2(server);
     finish(server, job);
 }

@@ -46,7 +46,7 @@ struct job_t {
     std::vector<int32_t> points;  // JOB_TRIGGER: asked for
     diff_ptr changes;             // what is delivered
     std::string leaf_path;        // JOB_OPER: of the only leaf that was set, if it is one
-    diff_ptr oper_changes;        // JOB_COMMIT: operational data that went with configuration
+    diff_ptr oper_changes;        // operational data that went with deleted configuration
     answer_t answer;              // for reply_to, once the job is done
     double start_ms = 0;
 };

@@ -175,19 +175,24 @@ void datastore_release(datastore_t &store, uint64_t holder);
 void trans_unprepare(trans_t &trans);
 
 // Makes a prepared transaction running. On failure (the disk) it stays prepared and running is as before. Afterwards the
-// transaction is open and empty. oper_diff, when asked for, gets the operational data that went with deleted entries, null
-// when none did.
-[[nodiscard]] bool trans_commit(trans_t &trans, diff_ptr *oper_diff, ds_error_t &error);
+// transaction is open and empty. Operational data of deleted entries stays until oper_prune.
+[[nodiscard]] bool trans_commit(trans_t &trans, ds_error_t &error);
 
 // ---- operational data, written by clients; each write is a change of its own and gives its diff
 
 // Sets a leaf or (C_LIST) leaf-list; entries of operational lists above are created. Below a configured list the entry
-// has to be in running, else CONFD_ERR_NOEXISTS; configuration is CONFD_ERR_NOT_WRITABLE.
+// has to be in running, else CONFD_ERR_NOEXISTS; configuration is CONFD_ERR_NOT_WRITABLE. What is there can be deleted even
+// if its entry is gone already.
 [[nodiscard]] bool oper_set(datastore_t &store, const path_t &path, const confd_value_t &value, diff_ptr &diff,
                             ds_error_t &error);
 [[nodiscard]] bool oper_set_text(datastore_t &store, const path_t &path, std::string_view text, diff_ptr &diff,
                                  ds_error_t &error);
 [[nodiscard]] bool oper_create(datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error);
 [[nodiscard]] bool oper_delete(datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error);
+
+// Takes out the operational data below entries that these changes of a commit have deleted and that running does not have
+// (again). For the end of their delivery: a subscriber that is told of a deletion may still read what it has written
+// there. Null when there was none.
+[[nodiscard]] diff_ptr oper_prune(datastore_t &store, const diff_t &committed);
 
 #endif

@@ -20,7 +20,7 @@ static bool check_ground(datastore_t &store, const path_t &path, ds_error_t &err
     return ds_fail(error, CONFD_ERR_NOEXISTS, path_text(path) + ": " + path_text(above) + " is not configured");
 }
 
-static bool check_writable(datastore_t &store, const path_t &path, ds_error_t &error)
+static bool check_operational(const path_t &path, ds_error_t &error)
 {
     const schema_info_t *info = path.node();
     if (!info || info->is(WIRE_NODE_CONFIG | WIRE_NODE_ACTION | WIRE_NODE_PARAM | WIRE_NODE_NOTIF))
@@ -28,7 +28,12 @@ static bool check_writable(datastore_t &store, const path_t &path, ds_error_t &e
     for (const path_step_t &step : path.steps)
         if (step.node->is(WIRE_NODE_LIST) && step.node->keys.empty())
             return ds_fail(error, CONFD_ERR_NOT_WRITABLE, path_text(path) + " stands in a list without keys");
-    return check_ground(store, path, error);
+    return true;
+}
+
+static bool check_writable(datastore_t &store, const path_t &path, ds_error_t &error)
+{
+    return check_operational(path, error) && check_ground(store, path, error);
 }
 
 static bool make_change(datastore_t &store, wish_t wish, diff_ptr &diff, ds_error_t &error)
@@ -80,18 +85,23 @@ bool oper_create(datastore_t &store, const path_t &path, diff_ptr &diff, ds_erro
 
 bool oper_delete(datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error)
 {
-    return check_writable(store, path, error) && make_change(store, { WISH_DELETE, path, {}, {} }, diff, error);
+    return check_operational(path, error) && make_change(store, { WISH_DELETE, path, {}, {} }, diff, error);
 }
 
 // ---- data that goes with its configuration
 
+static void prune_entry(datastore_t &store, edit_log_t &log, const path_t &path)
+{
+    lyd_node *carrier = tree_find(store.operational, path.steps);
+    if (carrier && !tree_find(store.running, path.steps))
+        log_unlink(log, carrier);
+}
+
 static void prune_below(datastore_t &store, edit_log_t &log, const diff_node_t &node)
 {
     for (const auto &child : node.children) {
-        bool is_gone = child->op == WIRE_MOP_DELETED && child->schema->is(WIRE_NODE_LIST | WIRE_NODE_PRESENCE);
-        lyd_node *carrier = is_gone ? tree_find(store.operational, diff_path(*child).steps) : nullptr;
-        if (carrier)
-            log_unlink(log, carrier);
+        if (child->op == WIRE_MOP_DELETED && child->schema->is(WIRE_NODE_LIST | WIRE_NODE_PRESENCE))
+            prune_entry(store, log, diff_path(*child));
         prune_below(store, log, *child);
     }
 }
@@ -100,6 +110,7 @@ diff_ptr oper_prune(datastore_t &store, const diff_t &committed)
 {
     if (!store.operational.first)
         return nullptr;
+    store_show_view(store, {});
     edit_log_t log(&store.operational);
     prune_below(store, log, committed.root);
     diff_ptr diff = diff_build(log, true);

@@ -67,7 +67,4 @@ void store_show_view(datastore_t &store, view_t view);
 // Puts the changes of a diff into wishes that make it again.
 [[nodiscard]] std::vector<wish_t> wishes_of(const diff_t &diff);
 
-// Operational data below entries that a commit has deleted goes too. Null when there was none.
-[[nodiscard]] diff_ptr oper_prune(datastore_t &store, const diff_t &committed);
-
 #endif

@@ -259,7 +259,7 @@ void trans_unprepare(trans_t &trans)
     drop_consequences(trans);
 }
 
-bool trans_commit(trans_t &trans, diff_ptr *oper_diff, ds_error_t &error)
+bool trans_commit(trans_t &trans, ds_error_t &error)
 {
     datastore_t &store = *trans.store;
     if (store.prepared != &trans || trans.wishes.size() != trans.wishes_prepared)
@@ -277,8 +277,5 @@ bool trans_commit(trans_t &trans, diff_ptr *oper_diff, ds_error_t &error)
     trans.wishes.clear();
     trans.generation = store.generation;
     trans.is_prepared = false;
-    diff_ptr pruned = oper_prune(store, *diff);
-    if (oper_diff)
-        *oper_diff = std::move(pruned);
     return true;
 }

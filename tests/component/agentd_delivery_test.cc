@@ -507,3 +507,135 @@ TEST(agentd_operational_delivery, every_write_outside_a_delivery_is_told)
     EXPECT_EQ(client.changes(counter), "deleted /net:state/counter");
     EXPECT_EQ(client.sync(), CONFD_OK);
 }
+
+// ---- operational data of deleted configuration
+
+// A client that reads what it has written for an entry, once it is told that the entry is gone.
+struct label_subscriber : subscription_client {
+    explicit label_subscriber(const agentd_process &agent) : subscription_client(agent), data(agent, CDB_OPERATIONAL)
+    {
+        first = subscribe(1, "/net/vpn");
+        last = subscribe(2, "/net/vpn");
+        labels = subscribe(1, "/net/vpn", CDB_SUB_OPERATIONAL);
+        done();
+    }
+    // What is told of operational data next.
+    void expect_told(const std::string &text)
+    {
+        delivery_event_t event = read();
+        EXPECT_EQ(event.type, CDB_SUB_OPER);
+        EXPECT_EQ(event.points, std::vector<int>{ labels });
+        EXPECT_EQ(changes(labels), text);
+        EXPECT_EQ(sync(), CONFD_OK);
+    }
+    int first, last, labels;
+    data_client data;
+};
+
+// A configured VPN 5 with the label 7, before anybody subscribes.
+static void make_labelled_vpn(const agentd_process &agent)
+{
+    ASSERT_EQ(commit(agent, { { "/net/vpn{5}/name", "a" } }).result, CONFD_OK);
+    ASSERT_EQ(data_client(agent, CDB_OPERATIONAL).set_u32("/net/vpn{5}/label", 7), CONFD_OK);
+}
+
+TEST(agentd_operational_delivery, data_of_a_deleted_entry_is_read_until_the_last_level_has_synced)
+{
+    agentd_process agent;
+    make_labelled_vpn(agent);
+    label_subscriber client(agent);
+    auto committing = commit_beside(agent, { { "/net/vpn{5}", "-" } });
+    for (int point : { client.first, client.last }) {
+        EXPECT_EQ(client.read().points, std::vector<int>{ point });
+        EXPECT_EQ(client.data.get("/net/vpn{5}/label"), "7");
+        EXPECT_EQ(client.sync(), CONFD_OK);
+    }
+    EXPECT_EQ(committing.get().result, CONFD_OK);
+    EXPECT_EQ(client.data.get("/net/vpn{5}/label"), "-");
+    client.expect_told("deleted /net:net/vpn{5}");
+    EXPECT_TRUE(client.is_quiet());
+}
+
+TEST(agentd_operational_delivery, data_of_a_deleted_entry_can_be_deleted_by_its_subscriber_and_not_written)
+{
+    agentd_process agent;
+    make_labelled_vpn(agent);
+    label_subscriber client(agent);
+    auto committing = commit_beside(agent, { { "/net/vpn{5}", "-" } });
+    EXPECT_EQ(client.read().points, std::vector<int>{ client.first });
+    EXPECT_EQ(client.data.set_u32("/net/vpn{5}/label", 8), CONFD_ERR);
+    EXPECT_EQ(confd_errno, CONFD_ERR_NOEXISTS);
+    EXPECT_EQ(cdb_delete(client.data.fd(), "/net/vpn{5}/label"), CONFD_OK);
+    EXPECT_EQ(client.sync(), CONFD_OK);
+    EXPECT_EQ(client.read().points, std::vector<int>{ client.last });
+    EXPECT_EQ(client.sync(), CONFD_OK);
+    EXPECT_EQ(committing.get().result, CONFD_OK);
+    client.expect_told("modified /net:net/vpn{5}: -label");
+    client.expect_told("deleted /net:net/vpn{5}");
+    EXPECT_TRUE(client.is_quiet());
+}
+
+TEST(agentd_operational_delivery, data_of_a_deleted_entry_is_gone_before_the_next_commit_makes_it_anew)
+{
+    agentd_process agent;
+    make_labelled_vpn(agent);
+    label_subscriber client(agent);
+    auto deleting = commit_beside(agent, { { "/net/vpn{5}", "-" } });
+    EXPECT_EQ(client.read().points, std::vector<int>{ client.first });
+    auto creating = commit_beside(agent, { { "/net/vpn{5}/name", "b" } });
+    EXPECT_EQ(creating.wait_for(std::chrono::milliseconds(150)), std::future_status::timeout);
+    EXPECT_EQ(client.data.get("/net/vpn{5}/label"), "7");
+    EXPECT_EQ(client.sync(), CONFD_OK);
+    EXPECT_EQ(client.read().points, std::vector<int>{ client.last });
+    EXPECT_EQ(client.sync(), CONFD_OK);
+
+    EXPECT_EQ(client.read().points, std::vector<int>{ client.first });
+    EXPECT_EQ(client.changes(client.first), "created /net:net/vpn{5}: id=5 name=b");
+    EXPECT_EQ(client.data.get("/net/vpn{5}/label"), "-");
+    EXPECT_EQ(client.data.set_u32("/net/vpn{5}/label", 9), CONFD_OK);
+    EXPECT_EQ(client.sync(), CONFD_OK);
+    EXPECT_EQ(client.read().points, std::vector<int>{ client.last });
+    EXPECT_EQ(client.sync(), CONFD_OK);
+    EXPECT_EQ(deleting.get().result, CONFD_OK);
+    EXPECT_EQ(creating.get().result, CONFD_OK);
+    client.expect_told("deleted /net:net/vpn{5}");
+    client.expect_told("modified /net:net/vpn{5}: label=9");
+    EXPECT_EQ(client.data.get("/net/vpn{5}/label"), "9");
+}
+
+TEST(agentd_operational_delivery, data_of_an_entry_deleted_and_made_again_in_one_commit_stays)
+{
+    agentd_process agent;
+    make_labelled_vpn(agent);
+    EXPECT_EQ(commit(agent, { { "/net/vpn{5}", "-" }, { "/net/vpn{5}/name", "b" } }).result, CONFD_OK);
+    EXPECT_EQ(read_leaf(agent, "/net/vpn{5}/label", CDB_OPERATIONAL), "7");
+}
+
+TEST(agentd_operational_delivery, data_of_a_deleted_entry_goes_where_nobody_subscribes_or_the_subscriber_dies)
+{
+    agentd_process agent;
+    make_labelled_vpn(agent);
+    EXPECT_EQ(commit(agent, { { "/net/vpn{5}", "-" } }).result, CONFD_OK);
+    EXPECT_EQ(read_leaf(agent, "/net/vpn{5}/label", CDB_OPERATIONAL), "-");
+    make_labelled_vpn(agent);
+    label_subscriber client(agent);
+    auto committing = commit_beside(agent, { { "/net/vpn{5}", "-" } });
+    EXPECT_EQ(client.read().points, std::vector<int>{ client.first });
+    client.end();
+    EXPECT_EQ(committing.get().result, CONFD_OK);
+    EXPECT_EQ(read_leaf(agent, "/net/vpn{5}/label", CDB_OPERATIONAL), "-");
+}
+
+TEST(agentd_two_phase, a_refused_deletion_leaves_the_operational_data)
+{
+    agentd_process agent;
+    make_labelled_vpn(agent);
+    subscription_client refusing(agent);
+    refusing.subscribe(1, "/net/vpn", CDB_SUB_RUNNING_TWOPHASE);
+    refusing.done();
+    auto committing = commit_beside(agent, { { "/net/vpn{5}", "-" } });
+    EXPECT_EQ(refusing.read().type, CDB_SUB_PREPARE);
+    EXPECT_EQ(cdb_sub_abort_trans(refusing.fd(), CONFD_ERRCODE_APPLICATION, 0, 0, "no"), CONFD_OK);
+    EXPECT_EQ(committing.get().error, CONFD_ERR_ABORTED);
+    EXPECT_EQ(read_leaf(agent, "/net/vpn{5}/label", CDB_OPERATIONAL), "7");
+}

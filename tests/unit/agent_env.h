@@ -74,8 +74,11 @@ inline int edit(trans_t &trans, const std::string &line, std::string *why = null
 inline diff_ptr apply(trans_t &trans, ds_error_t &error, diff_ptr *oper = nullptr)
 {
     diff_ptr diff;
-    if (!trans_prepare(trans, diff, error) || !trans_commit(trans, oper, error))
+    if (!trans_prepare(trans, diff, error) || !trans_commit(trans, error))
         return nullptr;
+    diff_ptr pruned = oper_prune(*trans.store, *diff);
+    if (oper)
+        *oper = std::move(pruned);
     return diff;
 }
 

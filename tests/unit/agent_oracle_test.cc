@@ -104,7 +104,7 @@ std::string random_edit(random_t &random)
 {
     std::string entry = "/vpn/vpn-instance{" + random.one_of({ "1", "2", "10" }) + "}";
     std::string port = entry + "/interface{" + random.one_of({ "a", "b" }) + "}";
-    switch (random.below(22)) {
+    switch (random.below(30)) {
     case 0:
         return "create " + entry;
     case 1:
@@ -148,6 +148,22 @@ std::string random_edit(random_t &random)
         return "delete /vpn/main";
     case 20:
         return "set " + port + "/number " + random.one_of({ "1", "2" });
+    case 21:
+        return "set /quota/share{" + random.one_of({ "a", "b", "c" }) + "}/part " + random.one_of({ "1", "3", "7" });
+    case 22:
+        return "delete /quota" + random.one_of({ "", "/share", "/share{a}", "/rest" });
+    case 23:
+        return "set /quota/rest/slack 1";
+    case 24:
+        return "delete /vpn";
+    case 25:
+        return "set /pool/range{" + random.one_of({ "0", "3", "5", "7" }) + "}/last " + random.one_of({ "4", "9" });
+    case 26:
+        return "delete /pool" + random.one_of({ "", "/range", "/range{3}", "/note", "/fallback" });
+    case 27:
+        return "set /pool/note x";
+    case 28:
+        return "create /pool/fallback";
     default:
         return "set " + port + "/ip/address 1.1.1." + random.one_of({ "1", "2" });
     }
@@ -210,7 +226,7 @@ TEST_P(agent_oracle, random_transactions_are_judged_applied_and_undone_as_a_full
             ASSERT_EQ(difference(store->running.first, old.first), "");
             continue;
         }
-        ASSERT_TRUE(trans_commit(*trans, nullptr, error)) << error.text;
+        ASSERT_TRUE(trans_commit(*trans, error)) << error.text;
         ASSERT_EQ(difference(store->running.first, model.first), "");
         follow(before, *diff);
         ASSERT_EQ(before, contents(store));

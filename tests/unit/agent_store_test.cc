@@ -77,6 +77,30 @@ TEST(agent_oper, data_goes_with_the_configuration_that_it_stands_on)
     EXPECT_EQ(text_at(store, {}, "/vpn/vpn-instance{6}/label"), "3");
 }
 
+TEST(agent_oper, data_of_a_deleted_entry_stays_until_it_is_pruned_and_beyond_if_the_entry_is_back)
+{
+    datastore_ptr store = open_store();
+    commit(store, { "create " + IF, "create /vpn/vpn-instance{6}" });
+    oper(store, "set", IF + "/state", "up");
+    oper(store, "set", "/vpn/vpn-instance{6}/label", "3");
+    trans_ptr trans = trans_begin(*store, true, 1);
+    edit(*trans, "delete " + IF);
+    edit(*trans, "delete /vpn/vpn-instance{6}");
+    ds_error_t error;
+    diff_ptr deleted;
+    ASSERT_TRUE(trans_prepare(*trans, deleted, error) && trans_commit(*trans, error)) << error.text;
+    EXPECT_EQ(text_at(store, {}, IF + "/state"), "up");
+    EXPECT_EQ(oper(store, "set", IF + "/state", "down"), CONFD_ERR_NOEXISTS);
+    commit(store, { "create " + IF });
+    trans_ptr other = trans_begin(*store, true, 2);
+    edit(*other, "delete " + IF); // an open transaction's view is not running
+    diff_ptr gone = oper_prune(*store, *deleted);
+    ASSERT_TRUE(gone);
+    EXPECT_EQ(diff_text(*gone), "-/vpn/vpn-instance{6}");
+    EXPECT_EQ(text_at(store, {}, IF + "/state"), "up");
+    EXPECT_FALSE(oper_prune(*store, *deleted));
+}
+
 // ---- on disk
 
 std::string journal_of(const temp_dir &dir)
@@ -240,9 +264,9 @@ TEST(agent_journal, a_commit_that_cannot_be_written_is_not_made)
     EXPECT_EQ(text_at(store, {}, "/vpn/vpn-instance{5}/name"), "one");
     close(store->journal.fd);
     store->journal.fd = good;
-    EXPECT_FALSE(trans_commit(*trans, nullptr, error)); // what the disk holds is not known
+    EXPECT_FALSE(trans_commit(*trans, error)); // what the disk holds is not known
     ASSERT_TRUE(datastore_snapshot(*store, false, error)) << error.text;
-    EXPECT_TRUE(trans_commit(*trans, nullptr, error)) << error.text;
+    EXPECT_TRUE(trans_commit(*trans, error)) << error.text;
     EXPECT_EQ(text_at(store, {}, "/vpn/vpn-instance{5}/name"), "two");
 }
 } // namespace

@@ -1,4 +1,5 @@
 // Edits, views and commits of transactions.
+#include "agent/server/xpath.h"
 #include "agent_env.h"
 
 #include <random>
@@ -96,6 +97,8 @@ struct verdict_row_t {
 
 TEST(agent_trans, the_rules_of_the_model_judge_a_transaction)
 {
+    const std::string RANGE = "/pool/range";
+    const std::vector<std::string> fallback = { "set " + RANGE + "{3}/last 4", "create /pool/fallback" };
     const verdict_row_t rows[] = {
         { {}, { "set " + IF + "/ip/dhcp true", "set " + IF + "/mtu 900" }, CONFD_ERR_VALIDATION, "DHCP needs 1280" },
         { { "set " + IF + "/mtu 900" },
@@ -134,6 +137,17 @@ TEST(agent_trans, the_rules_of_the_model_judge_a_transaction)
           "=" + IF + "/mtu 1400 -> 1300" },
         { { "set " + IF + "/mtu 1400" }, { "set " + IF + "/mtu 1300", "delete " + IF + "/mtu" }, 0, "-" + IF + "/mtu" },
         { { "set " + IF + "/mtu 1400" }, { "set " + IF + "/mtu 1300", "set " + IF + "/mtu 1400" }, 0, "" },
+        { {}, { "create " + RANGE + "{5}", "create " + RANGE + "{6}" }, CONFD_ERR_VALIDATION, "/pool: one range" },
+        { { "create " + RANGE + "{5}" }, { "create " + RANGE + "{512}" }, 0, "+" + RANGE + "{512}" },
+        { { "create " + RANGE + "{5}" }, { "delete " + RANGE + "{5}" }, 0, "-" + RANGE + "{5}" },
+        { { "create " + RANGE + "{5}" }, { "delete /pool" }, 0, "-" + RANGE + "{5}" },
+        { {}, { "set /pool/note x" }, 0, "=/pool/note x" },
+        { { "set /pool/note x" }, { "create " + RANGE + "{7}" }, 0, "+" + RANGE + "{7}\n-/pool/note" },
+        { { "set " + RANGE + "{7}/last 9" }, { "set " + RANGE + "{7}/last 4" }, CONFD_ERR_VALIDATION, "end at 5" },
+        { {}, { "create /pool/fallback" }, CONFD_ERR_VALIDATION, "/pool/fallback: the fallback is 3 to 4" },
+        { fallback, { "delete " + RANGE + "{3}" }, CONFD_ERR_VALIDATION, "/pool/fallback: the fallback is 3 to 4" },
+        { fallback, { "delete " + RANGE + "{3}", "delete /pool/fallback" }, 0, "-" + RANGE + "{3}\n-/pool/fallback" },
+        { fallback, { "delete /pool" }, 0, "-" + RANGE + "{3}\n-/pool/fallback" },
     };
     for (const verdict_row_t &row : rows) {
         datastore_ptr store = open_store();
@@ -153,6 +167,28 @@ TEST(agent_trans, the_rules_of_the_model_judge_a_transaction)
             EXPECT_NE(error.text.find(row.text), std::string::npos) << error.text;
         EXPECT_EQ(contents(store), before);
     }
+}
+
+TEST(agent_trans, predicates_are_judged_without_logical_operators)
+{
+    const std::pair<const char *, const char *> rows[] = {
+        { "a and b or c", "a and b or c" },
+        { "a[1]", "a[1]" },
+        { "count(a[b != 0 and b != 5]) <= 2", "count(a[boolean(b != 0 ) * boolean( b != 5) > 0]) <= 2" },
+        { "x[a and b or c]", "x[boolean(boolean(a ) * boolean( b ) > 0) + boolean( c) > 0]" },
+        { "x[not(a or b)] and y", "x[not(boolean(a ) + boolean( b) > 0)] and y" },
+        { "x[(a or b) = c]/or/and", "x[(boolean(a ) + boolean( b) > 0) = c]/or/and" },
+        { "x[y[a and b]][c]", "x[y[boolean(a ) * boolean( b) > 0]][c]" },
+        { "x[f(a, b and c, d)]", "x[f(a,boolean( b ) * boolean( c) > 0, d)]" },
+        { "x[. = 'a and b[' or @p:and]", "x[boolean(. = 'a and b[' ) + boolean( @p:and) > 0]" },
+        { "x[and and or]", "x[boolean(and ) * boolean( or) > 0]" },
+        { "x[* and p:* and ../and]", "x[boolean(* ) * boolean( p:* ) * boolean( ../and) > 0]" },
+        { "x[2 * and]", "x[2 * and]" },
+        { "x[self::or or a-or-b]", "x[boolean(self::or ) + boolean( a-or-b) > 0]" },
+        { "x[a div and mod or]", "x[a div and mod or]" },
+    };
+    for (const auto &[text, plain] : rows)
+        EXPECT_EQ(xpath_plain_predicates(text), plain) << text;
 }
 
 TEST(agent_trans, a_lock_refuses_the_others_and_names_its_holder)
@@ -224,7 +260,7 @@ TEST(agent_trans, edits_behind_a_prepare_need_another_one)
     ds_error_t error;
     ASSERT_TRUE(trans_prepare(*trans, diff, error));
     EXPECT_EQ(edit(*trans, "set " + IF + "/speed 3"), 0);
-    EXPECT_FALSE(trans_commit(*trans, nullptr, error));
+    EXPECT_FALSE(trans_commit(*trans, error));
     EXPECT_EQ(error.code, CONFD_ERR_BADSTATE);
     ASSERT_TRUE(apply(*trans, error)) << error.text;
     EXPECT_EQ(text_at(store, {}, IF + "/speed"), "3");
