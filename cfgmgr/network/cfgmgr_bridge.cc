@@ -85,8 +85,7 @@ int cfgmgr_bridge_find_or_create(cfgmgrd_t *cfgmgrd_p, uint32_t bridge_id)
     avl_insert(&cfgmgrd_p->bridge_table, bridge_p, where);
     int result = cfgmgr_bridge_add(bridge_p);
     if (result != 0) {
-        // A bridge that an earlier run of the daemon has left behind is in the way: it goes, and the next start works.
-        (void)cfgmgr_bridge_del(bridge_p);
+        (void)cfgmgr_bridge_del(bridge_p); // has logged its failure
         tip_log("Bridge creation failed: bridge-id=%d", bridge_id);
     }
     return result;

@@ -9,6 +9,8 @@
 
 #include <charconv>
 #include <cstring>
+#include <net/if.h>
+#include <string>
 
 namespace
 {
@@ -77,7 +79,9 @@ int del_from_bridge(uint32_t bridge_id, cfgmgr_if_t *if_p)
 
 int cfgmgr_bridge_add(cfgmgr_bridge_t *bridge_p)
 {
-    return result_of(cfgmgr_kernel_run(cfgmgr_kernel_format(ADD_BRIDGE, bridge_p->bridge_id)));
+    // The kernel's bridges outlive the daemon: one that an earlier run has left behind serves as well as a new one.
+    bool is_made = cfgmgr_kernel_run(cfgmgr_kernel_format(ADD_BRIDGE, bridge_p->bridge_id));
+    return result_of(is_made || if_nametoindex(std::to_string(bridge_p->bridge_id).c_str()) != 0);
 }
 
 int cfgmgr_bridge_del(cfgmgr_bridge_t *bridge_p)
