@@ -1,13 +1,16 @@
-// Chooses between running the program directly and a shell, and does around it what system(3) does with signals.
+// Chooses between writing a kernel setting, running the program directly and a shell, and does around a program what
+// system(3) does with signals.
 #include "common/tip_system.h"
 
 #include "common/tip_assert.h"
+#include "common/tip_handle.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <iterator>
 #include <mutex>
 #include <spawn.h>
@@ -21,6 +24,8 @@ namespace
 
 constexpr char BLANKS[] = " \t";
 constexpr char SHELL_SYNTAX[] = "|&;<>()$`\\\"'*?[]#~=%!{}^\n";
+constexpr char SETTINGS_DIR[] = "/proc/sys/";
+constexpr size_t SETTING_WORDS = 4; // echo VALUE > FILE
 constexpr int FIRST_CLOSED_FD = 3;
 constexpr int STATUS_NOT_RUN = 127 << 8; // as of a shell that ended with 127
 
@@ -146,20 +151,47 @@ bool is_shell_word(const char *word)
                        [word](const char *shell_word) { return strcmp(word, shell_word) == 0; });
 }
 
-// The words of a command that needs no shell, ended by a null; empty for one that does. They point into text. Without a
-// PATH the shells have their own idea where programs are.
-std::vector<char *> plain_words(std::string &text)
+// The words point into text.
+std::vector<char *> split(std::string &text)
 {
     std::vector<char *> words;
-    if (text.find_first_of(SHELL_SYNTAX) != std::string::npos || getenv("PATH") == nullptr)
-        return words;
     char *rest = text.data();
     while (char *word = strtok_r(rest, BLANKS, &rest))
         words.push_back(word);
+    return words;
+}
+
+bool is_plain(const char *text)
+{
+    return strpbrk(text, SHELL_SYNTAX) == nullptr;
+}
+
+// The words of a command that needs no shell, ended by a null; empty for one that does. Without a PATH the shells have
+// their own idea where programs are.
+std::vector<char *> plain_words(std::string &text)
+{
+    if (!is_plain(text.c_str()) || getenv("PATH") == nullptr)
+        return {};
+    std::vector<char *> words = split(text);
     if (words.empty() || is_shell_word(words[0]))
         return {};
     words.push_back(nullptr);
     return words;
+}
+
+// "echo VALUE > FILE" of a kernel setting, for which a shell would start only to write the value itself. False when the
+// command is another one or the kernel refuses the value: the shell then tries again and tells the reason.
+bool write_setting(const char *command)
+{
+    std::string text(command);
+    std::vector<char *> words = split(text);
+    if (words.size() != SETTING_WORDS || strcmp(words[0], "echo") != 0 || strcmp(words[2], ">") != 0 ||
+        words[1][0] == '-' || !is_plain(words[1]) || !is_plain(words[3]) ||
+        strncmp(words[3], SETTINGS_DIR, sizeof SETTINGS_DIR - 1) != 0)
+        return false;
+    unique_fd file(open(words[3], O_WRONLY | O_TRUNC | O_CLOEXEC));
+    std::string line = std::string(words[1]) + "\n";
+    return file.is_open() && write(file.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
 }
 
 // Whether posix_spawn failed to make a process at all, rather than to run this program in it.
@@ -205,6 +237,8 @@ int wait_for(pid_t pid)
 int tip_system(const char *command)
 {
     tip_assert(command != nullptr);
+    if (write_setting(command))
+        return 0;
     command_signals signals;
     spawn_settings settings(signals);
     pid_t pid;

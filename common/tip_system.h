@@ -2,7 +2,8 @@
 //
 // Most commands are plain words, and for those a shell would only be in the way: they are split at blanks and the
 // program is run directly. A command with shell syntax, or whose first word is a shell's own, goes to bash where it is
-// installed (some templates redirect with ">&", which a plain sh does not know), else to sh. The caller sees no
+// installed (some templates redirect with ">&", which a plain sh does not know), else to sh. A kernel setting, "echo
+// VALUE > /proc/sys/...", is written by the calling thread itself, in whose namespaces it is. The caller sees no
 // difference.
 #ifndef COMMON_TIP_SYSTEM_H
 #define COMMON_TIP_SYSTEM_H

@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
@@ -85,6 +86,7 @@ TEST_F(tip_system_test, status_is_that_of_system)
         "A=4 code 6",
         "(code 7)",
         "echo 'unbalanced",
+        "echo none > /proc/sys/net/ipv4/ip_forward", // refused
         "code 1 # 2",
         "if true; then code 8; fi",
         "code $((4+4))",
@@ -134,6 +136,8 @@ TEST_F(tip_system_test, success_is_exit_status_0_and_nothing_else)
     EXPECT_TRUE(tip_system_ok(0));
     for (int status : { -1, 1 << 8, 255 << 8, SIGKILL, SIGTERM, SIGSEGV | 0x80 })
         EXPECT_FALSE(tip_system_ok(status)) << status;
+    EXPECT_FALSE(tip_system_ok(tip_system("echo 1 > /proc/sys/no_such_setting")));
+    EXPECT_FALSE(tip_system_ok(tip_system("echo 1 > /proc/sys/kernel")));
 }
 
 TEST_F(tip_system_test, a_program_is_found_without_a_path_in_the_environment)
@@ -302,6 +306,45 @@ TEST_F(netns, a_guard_is_inside_while_it_lives_and_commands_with_it)
         printf("%d", current_network() == outside);
     });
     EXPECT_EQ(result.output, "11111");
+}
+
+std::string file_text(const char *path)
+{
+    std::ifstream file(path);
+    std::string text;
+    std::getline(file, text);
+    return text;
+}
+
+TEST_F(netns, a_kernel_setting_is_written_without_a_process_and_in_the_threads_own_namespace)
+{
+    static constexpr char file[] = "/proc/sys/net/ipv4/conf/lo/arp_announce";
+    child_result_t result = run_in_child([] {
+        new_network();
+        std::thread([] {
+            (void)!unshare(CLONE_NEWNET);
+            printf("%d ", tip_system("echo 2 >\t/proc/sys/net/ipv4/conf/lo/arp_announce "));
+            printf("%s ", file_text(file).c_str());
+        }).join();
+        rusage children;
+        getrusage(RUSAGE_CHILDREN, &children);
+        printf("%s %ld", file_text(file).c_str(), children.ru_minflt);
+    });
+    EXPECT_EQ(result.output, "0 2 0 0");
+}
+
+TEST_F(netns, what_only_looks_like_a_kernel_setting_goes_to_the_shell)
+{
+    child_result_t result = run_in_child([] {
+        new_network();
+        setenv("MODE", "1", 1);
+        for (const char *start : { "echo $MODE", "echo -n 2", "echo -n", "echo '0'", "printf 2" }) {
+            std::string command = std::string(start) + " > /proc/sys/net/ipv4/conf/lo/arp_announce";
+            printf("%d", tip_system_ok(tip_system(command.c_str())));
+            printf("%s ", file_text("/proc/sys/net/ipv4/conf/lo/arp_announce").c_str());
+        }
+    });
+    EXPECT_EQ(result.output, "11 12 12 10 12 ");
 }
 
 TEST_F(netns, entering_a_namespace_that_is_not_there_is_an_assertion)
