@@ -506,8 +506,9 @@ def devices_of(tree):
     return found
 
 
-def raises_ports(tree):
-    """Whether a port is to come up, which takes the device a while."""
-    ports = [leaves for _, name, leaves in interfaces(tree) if kind_of(name) == "ge"]
-    ports += [leaves for *_, leaves in members(tree)]
-    return any(leaves.get("shutdown") == "false" for leaves in ports)
+def raised_ports(tree):
+    """(VPN, device) of the ports that are to come up, which takes the device a while."""
+    found = {(vpn, kernel_name(name)) for vpn, name, leaves in interfaces(tree)
+             if kind_of(name) == "ge" and leaves.get("shutdown") == "false"}
+    return found | {("0", kernel_name(port)) for _, bridge, port, leaves in members(tree)
+                    if "vlan" not in bridge and leaves.get("shutdown") == "false"}

@@ -283,6 +283,18 @@ def sysctls_of_idle_ports_gone(state, configured):
     return {key: value for key, value in state.items() if not matches(key) or matches(key).group(1) in used}
 
 
+def ipv6_of_down_links_gone(state, _):
+    down = {tuple(key.split()[1:4:2]) for key, value in state.items() if key.endswith(" flags") and "UP" not in value.split()}
+
+    def is_lost(key):
+        words = key.split()
+        if len(words) < 6 or ":" not in key:
+            return False
+        device = words[3] if words[2] == "link" else words[words.index("dev") + 1] if "dev" in words[:-1] else ""
+        return (words[1], device) in down and (words[2] == "route" or words[4] in ("address", "secondary"))
+    return {key: value for key, value in state.items() if not is_lost(key)}
+
+
 def left_ports_gone(state, configured):
     ports = "|".join(map(oracle_config.kernel_name, configured.left_ports))
     matches = re.compile(rf"^vpn 0 (link ({ports})(\.\d+)? (flags|address|secondary)|route .* dev ({ports})(\.\d+)?$)").match
@@ -312,6 +324,9 @@ DIFFERENCES = (
     Difference("kernel settings of ports that nothing is configured on",
                "set when a port is configured, and at the start; a port that comes back from a VPN has the kernel's",
                sysctls_of_idle_ports_gone),
+    Difference("IPv6 addresses of links that are down",
+               "the kernel drops them, and the daemon sets them again when zebra happens to tell of the link",
+               ipv6_of_down_links_gone),
     Difference("state of ports that have left a bridge without a VLAN",
                "they stay as the bridge had them until something is set on them", left_ports_gone),
     Difference("MAC addresses of tagged interfaces that have none of their own, on stand-ins for them",

@@ -131,6 +131,13 @@ class StateTest(unittest.TestCase):
         self.assertEqual(self.taken(up, left=["ge0/1"]), self.taken(down, left=["ge0/1"]))
         self.assertNotEqual(self.taken(up, left=["ge0/2"]), self.taken(down, left=["ge0/2"]))
 
+    def test_ipv6_addresses_need_a_link_that_is_up(self):
+        address = {"vpn 5 link a address 2001:db8::1/64": "global", "vpn 5 route main 2001:db8::/64 dev a": ""}
+        down, up = {"vpn 5 link a flags": "PROMISC"}, {"vpn 5 link a flags": "UP"}
+        self.assertEqual(self.taken(down), self.taken(down | address))
+        self.assertNotEqual(self.taken(up), self.taken(up | address))
+        self.assertNotEqual(self.taken(down), self.taken(down | {"vpn 5 link a address 10.0.0.1/24": "global"}))
+
     def test_files_with_nothing_of_their_own_may_be_absent(self):
         path = "file /etc/netns/5/resolv.conf"
         head = "options timeout:1\n#Corvane conf\n"

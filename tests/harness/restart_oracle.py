@@ -89,12 +89,11 @@ class Device:
 
     # what it is like
 
-    def settled(self, is_done):
-        """The state once it holds still, and as soon as it is as wished or has had the time to become so."""
-        wait_s = PORT_UP_S if oracle_config.raises_ports(self.tree) else 0
+    def settled(self, configured, is_done):
+        """The state once it holds still and is as wished, or has had the time to become so."""
+        wait_s = PORT_UP_S if oracle_config.raised_ports(self.tree) else 0
         time.sleep(max(0.0, self.raised_at + wait_s - time.monotonic()))
         limit, before = time.monotonic() + SETTLE_LIMIT_S, None
-        configured = oracle_state.Configured(self.tree, frozenset(self.bridged - oracle_config.untagged_ports(self.tree)))
         while True:
             state = oracle_state.comparable(oracle_state.capture(), configured)
             if state == before and is_done(state) or time.monotonic() > limit:
@@ -102,8 +101,17 @@ class Device:
             before = state
             time.sleep(POLL_S)
 
+    def configured(self):
+        return oracle_state.Configured(self.tree, frozenset(self.bridged - oracle_config.untagged_ports(self.tree)))
+
+    def ports_down(self, state):
+        """Ports that should be up, and are not yet."""
+        ports = oracle_config.raised_ports(self.tree)
+        return [f"  VPN {vpn}: {name} is down\n" for vpn, name in sorted(ports)
+                if "UP" not in state.get(f"vpn {vpn} link {name} flags", "").split()]
+
     def check_devices(self, state):
-        """Everything configured is there, and nothing else."""
+        """Everything configured is there, and up, and nothing else is there."""
         there = {match.groups() for match in (re.match(r"vpn (\d+) link (\S+) kind$", key) for key in state) if match}
         if not self.fixed:
             self.fixed = {pair for pair in there if pair[0] in ("0", "512", "65530")}
@@ -113,8 +121,9 @@ class Device:
         moved = {("0", name) for vpn, name in wanted if vpn != "0"}
         strange = there - (self.fixed - moved) - wanted - taps - tunnels
         missing = ((self.fixed - moved) | wanted | taps) - there
-        if strange or missing:
-            raise Problem("devices that are not as configured:\n"
+        down = self.ports_down(state)
+        if strange or missing or down:
+            raise Problem("devices that are not as configured:\n" + "".join(down)
                           + "".join(f"  VPN {vpn} has {name}\n" for vpn, name in sorted(strange))
                           + "".join(f"  VPN {vpn} has no {name}\n" for vpn, name in sorted(missing)))
 
@@ -154,10 +163,11 @@ def sequence_run(device, commits):
         device.commit(commit.edits())
         if device.pid() != pid:
             raise Problem("the daemon has ended in a commit:\n" + "\n".join(log_tail()))
-    before = device.settled(lambda state: True)
+    configured = device.configured()
+    before = device.settled(configured, lambda state: not device.ports_down(state))
     device.check_devices(before)
     device.restart()
-    after = device.settled(lambda state: state == before)
+    after = device.settled(configured, lambda state: state == before)
     lines = oracle_state.differences(before, after)
     if lines:
         raise Problem("\n".join(lines))
@@ -248,7 +258,7 @@ def main():
     arguments = arguments_parse()
     device = Device(signal.SIGKILL if arguments.kill else signal.SIGUSR2)
     device.reset()
-    device.check_devices(device.settled(lambda state: True))
+    device.check_devices(device.settled(device.configured(), lambda state: True))
     passed = failed = 0
     for number in range(arguments.sequences) if arguments.only is None else [arguments.only]:
         commits = oracle_config.Generator(random.Random(f"{arguments.seed}.{number}")).sequence(arguments.commits)
