@@ -148,13 +148,20 @@ void start_policies(tconfd_ctx *ctx, cfgmgr_vpn_t *vpn_p)
         vpn_p->policy_synced = 1;
 }
 
+// These were made at the start and stay whatever becomes of their configuration.
+bool is_fixed_vpn(uint64_t vpn_id)
+{
+    return vpn_id == VPN_ID_TRANSPORT || vpn_id == VPN_ID_MANAGEMENT;
+}
+
 int create_vpn(tconfd_ctx *ctx, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     uint32_t label = allocate_label(ctx, cfgmgrd_p, vpn_id);
     cfgmgr_vpn_t *vpn_p = make_vpn(cfgmgrd_p, vpn_id, label);
     int result = cfgmgr_vpn_set_vrf_id(*vpn_p);
     if (result != 0) {
-        cfgmgr_vpn_delete(cfgmgrd_p, vpn_p, true);
+        if (!is_fixed_vpn(vpn_id))
+            cfgmgr_vpn_delete(cfgmgrd_p, vpn_p, true);
         return result;
     }
     start_policies(ctx, vpn_p);

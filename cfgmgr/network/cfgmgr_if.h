@@ -17,6 +17,7 @@
 
 struct confd_user_info;
 struct cfgmgr_bridge_t;
+struct cfgmgr_printer_t;
 struct cfgmgr_vpn_t;
 
 inline constexpr size_t IF_NAME_SIZE = 64;
@@ -221,13 +222,12 @@ void cfgmgr_if_simulated_system_del(cfgmgrd_t *cfgmgrd_p, const ip_prefix_t &pre
 void cfgmgr_if_simulated_wan_add(cfgmgrd_t *cfgmgrd_p, const ip_prefix_t &prefix, int index);
 void cfgmgr_if_simulated_wan_del(cfgmgrd_t *cfgmgrd_p, const ip_prefix_t &prefix, int index);
 
-// ---- operator commands; signatures of the agent's action callbacks
+// ---- operator commands
 
-// Takes an interface down and up again: argv[1] VPN, argv[2] name as configured. Always 0.
+// Takes an interface down and up again: argv[1] VPN, argv[2] name as configured. Always 0. Signature of the agent's
+// action callbacks.
 int cfgmgr_if_reset(confd_user_info *uinfo, char *path, int argc, char **argv);
 // Prints the database.
-struct cfgmgr_printer_t;
 void cfgmgr_dump_if_table(cfgmgrd_t *cfgmgrd_p, const cfgmgr_printer_t &out);
-int cfgmgr_dump_if(confd_user_info *uinfo, char *path, int argc, char **argv);
 
 #endif

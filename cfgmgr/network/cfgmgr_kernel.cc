@@ -70,6 +70,9 @@ int loopback_flags_set(const cfgmgr_if_t &interface, bool is_up)
 void cfgmgr_set_ns(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
     tip_log("Setting ns to %lu", vpn_id);
+    // To enter the transport VPN takes no system call, so a thread that is elsewhere has to be brought back first.
+    if (vpn_id == VPN_ID_TRANSPORT && cfgmgrd_p->last_ns != VPN_ID_TRANSPORT)
+        (void)netns_leave(cfgmgrd_p->last_ns); // ends the process when it fails, as below
     (void)netns_enter(vpn_id); // ends the process when it fails
     cfgmgrd_p->last_ns = vpn_id;
 }

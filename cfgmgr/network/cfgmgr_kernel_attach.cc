@@ -142,7 +142,9 @@ int cfgmgr_kernel_if_vpn_del(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, cfgmgr_if_t 
     int result = CFGMGR_KERNEL_OK;
     if (cfgmgr_if_is_physical(*if_p)) {
         (void)cfgmgr_if_enable(if_p, false); // gives 0
-        result = cfgmgr_kernel_if_move(vpn_id, VPN_ID_TRANSPORT, if_p);
+        // A management port keeps its addresses across a stop of the daemon only where it is.
+        if ((if_p->flags & IF_MGMT) == 0 || !cfgmgr_is_terminating())
+            result = cfgmgr_kernel_if_move(vpn_id, VPN_ID_TRANSPORT, if_p);
     }
     for (const kind_row_t &row : detach_rows) {
         if ((if_p->flags & row.flag) != 0)

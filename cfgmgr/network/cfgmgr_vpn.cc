@@ -177,16 +177,10 @@ void cfgmgr_vpn_deinit(cfgmgrd_t *cfgmgrd_p)
 {
     if (vrf_bitmap == nullptr)
         return;
-    cfgmgr_vpn_t *transport = nullptr;
-    uintptr_t cookie = 0;
-    while (auto *vpn_p = static_cast<cfgmgr_vpn_t *>(avl_destroy_nodes(&cfgmgrd_p->vpn_table, &cookie))) {
-        if (vpn_p->vpn_id == VPN_ID_TRANSPORT)
-            transport = vpn_p;
-        else
-            cfgmgr_vpn_delete(cfgmgrd_p, vpn_p, false);
-    }
-    if (transport != nullptr)
-        cfgmgr_vpn_delete_transport(cfgmgrd_p, transport, false);
+    // The transport VPN goes last, and is in the table until then: what the others give up moves to it.
+    while (cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find_next_after(cfgmgrd_p, VPN_ID_TRANSPORT))
+        cfgmgr_vpn_delete(cfgmgrd_p, vpn_p, true);
+    cfgmgr_vpn_delete_by_id(cfgmgrd_p, VPN_ID_TRANSPORT);
     free(vrf_bitmap);
     vrf_bitmap = nullptr;
 }
@@ -198,9 +192,7 @@ int cfgmgr_vpn_default_init(cfgmgrd_t *cfgmgrd_p)
     if (result != 0)
         return result;
     if (needs_internal_vpn(chassis_type))
-        result = init_internal_vpn(cfgmgrd_p, chassis_type);
-    if (result != 0)
-        return result;
+        (void)init_internal_vpn(cfgmgrd_p, chassis_type); // logged; the device works without its internal legs
     if (has_mgmt_vpn(*cfgmgrd_p))
         result = cfgmgr_vpn_find_or_create(cfgmgrd_p, VPN_ID_MANAGEMENT, 0);
     if (!cfgmgr_kernel_command(DEFAULT_NETNS_COMMAND))
@@ -212,8 +204,7 @@ void cfgmgr_vpn_default_deinit(cfgmgrd_t *cfgmgrd_p)
 {
     if (has_mgmt_vpn(*cfgmgrd_p))
         cfgmgr_vpn_delete_by_id(cfgmgrd_p, VPN_ID_MANAGEMENT);
-    if (cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find(cfgmgrd_p, VPN_ID_TRANSPORT, nullptr))
-        cfgmgr_vpn_delete_transport(cfgmgrd_p, vpn_p, true);
+    cfgmgr_vpn_delete_by_id(cfgmgrd_p, VPN_ID_TRANSPORT);
 }
 
 int cfgmgr_vpn_find_or_create(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t label)
@@ -286,6 +277,11 @@ void cfgmgr_vpn_delete(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p, bool remove_fr
 {
     if (vpn_p == nullptr)
         return;
+    // Its ports have no other VPN to go to.
+    if (vpn_p->vpn_id == VPN_ID_TRANSPORT) {
+        cfgmgr_vpn_delete_transport(cfgmgrd_p, vpn_p, remove_from_tree);
+        return;
+    }
     release_label(cfgmgrd_p, vpn_p);
     delete_interfaces(cfgmgrd_p, vpn_p, cfgmgr_if_delete);
     cfgmgr_if_idx_remove_vpn(cfgmgrd_p, vpn_p->vpn_id);

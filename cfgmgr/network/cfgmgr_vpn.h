@@ -18,7 +18,6 @@ inline constexpr uint32_t VPN_MAX = 80; // VRF indexes; the management and inter
 
 struct cfgmgr_if_t;
 struct cfgmgr_vpn_t;
-struct confd_user_info;
 struct msgq_t;
 
 // One routing daemon of a VPN; made and freed with its connections (cfgmgr/routing/cfgmgr_quagga_daemon.h).
@@ -129,8 +128,7 @@ int cfgmgr_vpn_update_siteid(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t sit
 void cfgmgr_vpn_update_siteid_all(cfgmgrd_t *cfgmgrd_p, bool clear);
 
 struct cfgmgr_printer_t;
+// Prints the table.
 void cfgmgr_dump_vpn_table(cfgmgrd_t *cfgmgrd_p, const cfgmgr_printer_t &out);
-// Operator command: prints the table. Signature of the agent's action callbacks.
-int cfgmgr_dump_vpn(confd_user_info *uinfo, char *path, int argc, char **argv);
 
 #endif

@@ -1,6 +1,8 @@
 // VPNs: labels, the table, what is done to the kernel and in which order, and the handler of the configuration.
 #include "cfgmgr/daemon/cfgmgr_confd.h"
+#include "cfgmgr/network/cfgmgr_bridge.h"
 #include "cfgmgr/network/cfgmgr_config_vpn.h"
+#include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_label.h"
 #include "tests/harness/death.h"
 #include "tests/unit/cfgmgr_env.h"
@@ -309,6 +311,26 @@ TEST_F(cfgmgr_vpn, at_the_end_all_go_and_the_transport_vpn_last)
     EXPECT_TRUE(device().effects.empty());
 }
 
+TEST_F(cfgmgr_vpn, ports_come_home_before_the_transport_vpn_goes)
+{
+    device_chassis_set("krest-V1");
+    daemon.timer_mgr_p = timer_mgr_create(TIMER_RES_1SEC, nullptr, nullptr, nullptr, TIMER_MASK_ALL);
+    ASSERT_EQ(cfgmgr_bridge_init(&daemon), 0);
+    ASSERT_EQ(cfgmgr_if_init(&daemon), 0);
+    make(5);
+    cfgmgr_if_t *port;
+    ASSERT_EQ(cfgmgr_if_find_or_create(&daemon, 5, "ge0_1", &port, IF_TYPE_PLAIN), 0);
+    device().take_effects();
+    cfgmgr_vpn_deinit(&daemon);
+    effects_t seen = device().take_effects();
+    std::string home = "/sbin/ip netns exec 5 ip link set ge0_1 netns " + std::to_string(getpid());
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), home), 1);
+    EXPECT_EQ(port->vpn_p, nullptr) << "and its record stays";
+    EXPECT_TRUE(vpns().empty());
+    cfgmgr_if_deinit(&daemon);
+    timer_mgr_delete(daemon.timer_mgr_p);
+}
+
 // ---- the VPNs that every device has
 
 struct device_case_t {
@@ -410,6 +432,15 @@ TEST_F(fixed_vpn_failures, a_link_of_an_earlier_start_is_no_error)
     device().statuses = { { DEFAULT_NETNS, EXIT_1 } };
     EXPECT_EQ(cfgmgr_vpn_init(&daemon), 0);
     EXPECT_TRUE(log_has("Command failed: " + DEFAULT_NETNS));
+}
+
+TEST_F(fixed_vpn_failures, without_an_internal_vpn_the_others_are_made)
+{
+    device().chassis_type = 6;
+    daemon.mgmt_vpn = 1;
+    device().statuses = { { "mkdir -p /etc/netns/65530", EXIT_1 } };
+    EXPECT_EQ(cfgmgr_vpn_init(&daemon), 0);
+    EXPECT_EQ(vpns(), (ids_t{ 0, 512 }));
 }
 
 TEST_F(fixed_vpn_failures, a_management_vpn_that_cannot_be_made_ends_the_start_with_all_released)
