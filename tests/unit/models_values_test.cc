@@ -142,7 +142,8 @@ TEST(models, types_take_what_the_device_knows_and_nothing_else)
         { "vpn vpn-instance vpn-id", "0 1 512 65529", "65530 65535 -1 x" },
         { "vpn vpn-instance interface if-name",
           "ge0/0 ge2/15.100 10ge0/1 eth0 eth1.5 irb5 loopback1 natpool31 natpool1x gre255 ppp1 vap0 cellular0 system",
-          "ge ge0 ge0_0 0ge0/0 irb irb.5 lo tun0 ge0/0.x ge0/0. systemx eth0/1 ge0/0.123456789012345678901234567890" },
+          "ge ge0 ge0_0 0ge0/0 irb irb.5 irb5.1 loopback1.5 lo tun0 ge0/0.x ge0/0. systemx eth0/1 "
+          "ge0/0.123456789012345678901234567890" },
         { "vpn vpn-instance interface mtu", "576 1500 1996 2000", "575 2001" },
         { "vpn vpn-instance interface ip address", "10.1.5.1/24 0.0.0.0/0 255.255.255.255/32",
           "10.1.5.1 10.1.5/24 10.1.5.1/33 256.1.1.1/8 10.1.5.01/24 2001:db8::1/64" },
