@@ -18,11 +18,11 @@ run: install-deps build
 
 ## make check         build, then unit tests, component cases, fuzz corpora and a short set of device cases
 check: install-deps build
-	@scripts/check $(PRESET) units harness oracle-harness launcher topology component oracle device-short
+	@scripts/check $(PRESET) units harness oracle-harness launcher topology component oracle pair device-short
 
 ## make check-device  all device cases
 check-device: build
-	@scripts/check $(PRESET) launcher topology device oracle-long
+	@scripts/check $(PRESET) launcher topology pair device oracle-long
 
 ## make check-asan    the tests of `make check` with address and undefined-behaviour sanitizers
 check-asan:
@@ -34,6 +34,7 @@ bench:
 	@$(MAKE) --no-print-directory PRESET=bench build
 	@for program in build/bench/bin/bench_*; do $$program $(BENCH_OPTIONS) || exit; done
 	@taskset -c 0 lab/device --build build/bench --kernel host -- $(CURDIR)/build/bench/bin/commit_latency
+	@bench/network_commands --build build/bench
 
 ## make fuzz          run each fuzzer for FUZZ_SECONDS (60); needs `scripts/install-deps fuzz`
 fuzz:

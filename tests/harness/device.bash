@@ -115,3 +115,132 @@ with socket.socket(socket.AF_UNIX) as link:
     link.sendall(bytes.fromhex(sys.argv[2]))
 END
 }
+
+# --- interfaces as the kernel has them; VPN 0 is the network that the device's processes are in ---
+
+# vpn_ip VPN ARGUMENT...: ip(8) in the VPN
+vpn_ip()
+{
+    local vpn=$1
+    shift
+    [ "$vpn" = 0 ] && { ip "$@"; return; }
+    ip -n "$vpn" "$@"
+}
+
+# in_vpn VPN COMMAND [ARGUMENT]...
+in_vpn()
+{
+    local vpn=$1
+    shift
+    [ "$vpn" = 0 ] && { "$@"; return; }
+    ip netns exec "$vpn" "$@"
+}
+
+# if_names VPN: on one line, without what is there in any case: the kernel's own, loops and taps, twins of ports.
+if_names()
+{
+    vpn_ip "$1" -o link show | sed -E 's/^[0-9]+: ([^:@]+).*/\1/' | sort |
+        sed -E '/^(lo|(tunl|gre|gretap|erspan|sit|ip6tnl|ip6gre|ip6_vti|ip_vti)0|loop[023](\.[0-9]+)?|loop1|sim[0-9]+_[0-9]+)$/d' |
+        paste -sd' '
+}
+
+# The kind of device in a line of "ip -d -o link show", with what tells one of the kind from another; else nothing.
+if_kind()
+{
+    local vlan=': [^ @]+@([^ :]+): .* vlan protocol 802.1Q id ([0-9]+)' parent
+    local gre=' gre remote ([^ ]+) local ([^ ]+) ttl ([^ ]+)' tun=' tun type (tun|tap) '
+    if [[ $1 =~ $vlan ]]; then
+        parent=${BASH_REMATCH[1]}
+        # "if12": it is in another VPN than the parent, which all of them have in VPN 0.
+        [[ $parent != if* ]] || parent=$(sed -nE "s/^${parent#if}: ([^:@]+).*/\1/p" <<<"$if_ports")
+        echo ", vlan ${BASH_REMATCH[2]} of $parent"
+    elif [[ $1 =~ $gre ]]; then
+        echo ", gre ${BASH_REMATCH[2]} to ${BASH_REMATCH[1]} ttl ${BASH_REMATCH[3]}"
+    elif [[ $1 =~ $tun ]]; then
+        echo ", ${BASH_REMATCH[1]}"
+    fi
+}
+
+# A line of "ip -d -o link show" as "up, mtu 1500, 02:43:00:00:00:01", then as they apply: promiscuous, bridge, kind.
+if_link()
+{
+    local text=down
+    ! [[ $1 =~ [\<,]UP[,\>] ]] || text=up
+    ! [[ $1 =~ \ mtu\ ([0-9]+) ]] || text+=", mtu ${BASH_REMATCH[1]}"
+    ! [[ $1 =~ link/ether\ ([0-9a-f:]+) ]] || text+=", ${BASH_REMATCH[1]}"
+    ! [[ $1 =~ [\<,]PROMISC[,\>] ]] || text+=", promiscuous"
+    ! [[ $1 =~ \ master\ ([^ ]+) ]] || text+=", in bridge ${BASH_REMATCH[1]}"
+    echo "$text$(if_kind "$1")"
+}
+
+# if_show VPN NAME...: the link; the addresses, one a line in the kernel's order, without those that the kernel makes of
+# the MAC address; what every interface of the daemon gets below /proc/sys. Fails when one of them is not there.
+if_show()
+{
+    local vpn=$1 name line links addrs settings if_ports status=0
+    shift
+    if_ports=$(ip -o link show)
+    links=$(vpn_ip "$vpn" -d -o link show)
+    addrs=$(vpn_ip "$vpn" -o addr show | sed -nE '/ scope link/!s/^[0-9]+: ([^ ]+) +inet6? ([^ ]+( brd [^ ]+)?) .*/\1 \2/p')
+    settings=$(in_vpn "$vpn" sh -c 'cd /proc/sys/net/ipv4/conf && grep "" */accept_source_route */arp_announce')
+    for name; do
+        line=$(grep -E "^[0-9]+: ${name}[:@]" <<<"$links") || { echo "$name: none" && status=1 && continue; }
+        echo "$name: $(if_link "$line")"
+        sed -n "s|^$name |    |p" <<<"$addrs"
+        sed -nE "s|^$name/([a-z_]+):|    \1 |p" <<<"$settings" | paste -sd, | sed 's/,    /, /'
+    done
+    return $status
+}
+
+# The whole of a VPN: all interfaces, and the routes that are neither the kernel's own nor of the taps.
+vpn_show()
+{
+    local family names
+    read -ra names < <(if_names "$1")
+    if_show "$1" ${names[@]+"${names[@]}"}
+    for family in -4 -6; do
+        vpn_ip "$1" "$family" -o route show table all |
+            grep -vE 'table local|proto kernel|^multicast|127\.1\.0|fcff::' | sed 's/ *$//'
+    done
+    true
+}
+
+# --- what daemons and kernel hold ---
+
+# Descriptors, processes, namespaces and files, a line each: the same before and after what has left nothing behind.
+held()
+{
+    local name
+    for name in cfgmgr sysmgrd agentd; do
+        echo "$name: $(find "/proc/$(pid_of "$name")/fd" -mindepth 1 | wc -l) descriptors"
+    done
+    echo "$(pgrep -c '^(routing_peer|cfgmgr|sysmgrd|agentd)') processes, zombies: $(pgrep -c -r Z .)"
+    echo "$(grep -c ' /run/netns/' /proc/self/mountinfo) namespaces: $(ip netns list | sort | paste -sd' ')"
+    echo "$(find /etc/netns /var/run/quagga -mindepth 1 | wc -l) files"
+}
+
+# Resident KiB of the daemons, a line each. memory_grown KIB <BEFORE: fails, and tells by how much, when one has more.
+memory()
+{
+    local name
+    for name in cfgmgr sysmgrd; do
+        sed -n "s/^VmRSS:\s*\([0-9]*\) kB/$name \1/p" "/proc/$(pid_of "$name")/status"
+    done
+}
+
+memory_grown()
+{
+    memory | paste -d' ' /dev/stdin - | awk -v limit="$1" '
+        { lines++; if ($4 - $2 > limit) { grown = 1; print $1, "has grown by", $4 - $2, "KiB" } }
+        END { exit grown || lines != 2 }'
+}
+
+# commits TIMES 'LINE; LINE...' 'LINE; LINE...': one commit with the first lines and one with the others, so many times.
+commits()
+{
+    local i
+    for ((i = 0; i < $1; i++)); do
+        printf '%s\ncommit\n%s\ncommit\n' "${2//; /$'\n'}" "${3//; /$'\n'}"
+    done >/tmp/commits.cfg
+    cli /tmp/commits.cfg
+}
