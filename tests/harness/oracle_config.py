@@ -82,6 +82,18 @@ def tree_base():
     return tree
 
 
+def edits_to_base(tree):
+    """The changes, one behind the other, by which the device gets back to the least configuration: MTUs first."""
+    mtus = [("vpn", "vpn-instance", vpn, "interface", name, "mtu") for vpn, name, leaves in interfaces(tree) if "mtu" in leaves]
+    mtus += [("bridge", "bridge-instance", key, "interface", port, "mtu") for key, _, port, leaves in members(tree)
+             if "mtu" in leaves]
+    without = copy.deepcopy(tree)
+    for path in mtus:
+        tree_delete(without, path)
+    yield [Edit("delete", path) for path in mtus]
+    yield list(edits_between(without, tree_base()))
+
+
 def edits_between(old, new, path=()):
     """What makes the new tree of the old one."""
     for word in old:
@@ -184,6 +196,22 @@ def rule_mtu(_, new):
             yield f"{name} is too small for IPv6"
 
 
+def own_mtus(tree):
+    """The paths of MTUs that are set on ports."""
+    found = {("vpn", "vpn-instance", vpn, "interface", name, "mtu") for vpn, name, leaves in interfaces(tree)
+             if kind_of(name) == "ge" and "mtu" in leaves}
+    return found | {("bridge", "bridge-instance", key, "interface", port, "mtu") for key, bridge, port, leaves in members(tree)
+                    if "vlan" not in bridge and "mtu" in leaves}
+
+
+def rule_ports_that_go(old, new):
+    """A port keeps its MTU when nothing is configured on it any more, and what is made upon it later takes it over: the
+    MTU is to be taken back first. Without this rule a state would depend on what was configured long before."""
+    for path in own_mtus(old) - own_mtus(new):
+        if tree_at(new, path[:-1]) is None:
+            yield f"{path[-2]} goes with an MTU of its own"
+
+
 def rule_members(_, new):
     placed = {kernel_name(name) for vpn, name, _ in interfaces(new)}
     untagged, tagged = {}, set()
@@ -243,7 +271,7 @@ def rule_lists(_, new):
                 yield f"a service of VPN {vpn} has an interface that is not in VPN 0"
 
 
-RULES = (rule_fixed_vpns, rule_places, rule_mtu, rule_members, rule_bridge_vlan, rule_tunnels, rule_lists)
+RULES = (rule_fixed_vpns, rule_places, rule_mtu, rule_ports_that_go, rule_members, rule_bridge_vlan, rule_tunnels, rule_lists)
 
 
 def violations(old, new):

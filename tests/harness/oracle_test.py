@@ -33,8 +33,10 @@ class ConfigTest(unittest.TestCase):
         for _ in range(100):
             commits = generator.sequence(6)
             self.assertEqual(generator.tree, oracle_config.sequence_end(commits))
-            back = list(oracle_config.edits_between(generator.tree, oracle_config.tree_base()))
-            self.assertEqual(oracle_config.tree_base(), oracle_config.commit_apply(generator.tree, back))
+            tree = generator.tree
+            for edits in oracle_config.edits_to_base(tree):
+                tree = oracle_config.commit_apply(tree, edits)
+            self.assertEqual(oracle_config.tree_base(), tree)
 
     def test_the_same_seed_gives_the_same_sequences(self):
         first, second = (oracle_config.Generator(random.Random("1.5")).sequence(6) for _ in range(2))

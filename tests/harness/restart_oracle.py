@@ -65,10 +65,9 @@ class Device:
 
     def reset(self):
         """To the least configuration; the first time, the one that the device came with is taken to be empty."""
-        base = oracle_config.tree_base()
-        edits = list(oracle_config.edits_between(self.tree, base)) if self.tree else []
-        if edits or not self.tree:
-            self.commit(edits)
+        for edits in list(oracle_config.edits_to_base(self.tree)) if self.tree else [[]]:
+            if edits or not self.tree:
+                self.commit(edits)
 
     # the daemon
 
@@ -268,6 +267,7 @@ def main():
         print(f"{'FAIL' if problem else 'ok  '} sequence {number} ({size}, {time.monotonic() - start:.1f} s)", flush=True)
         passed, failed = passed + (not problem), failed + bool(problem)
         if problem:
+            print(f"{problem}\nmade shorter ({arguments.shrink_tries} tries at most):", flush=True)
             failure_print(*shrink(lambda shorter: problem_of(device, shorter), commits, problem, arguments.shrink_tries))
         if failed >= arguments.most_failures:
             break
