@@ -163,7 +163,7 @@ ROUTING_LEAVES = {"ip", "ipv6", "mtu", "mac-address", "arp-timeout"}
 
 
 def rule_fixed_vpns(_, new):
-    if "0" not in vpns(new) or not tree_at(new, ("vpn", "vpn-instance", "512", "interface", "eth0")):
+    if "0" not in vpns(new) or tree_at(new, ("vpn", "vpn-instance", "512", "interface", "eth0")) is None:
         yield "VPN 0 and the management VPN with its port cannot go"
 
 
