@@ -219,7 +219,7 @@ held()
     echo "$(find /etc/netns /var/run/quagga -mindepth 1 | wc -l) files"
 }
 
-# Resident KiB of the daemons, a line each. memory_grown KIB <BEFORE: fails, and tells by how much, when one has more.
+# Resident KiB of the daemons, a line each. memory_grown KIB BEFORE: fails, and tells by how much, when one has more.
 memory()
 {
     local name
@@ -230,7 +230,7 @@ memory()
 
 memory_grown()
 {
-    memory | paste -d' ' /dev/stdin - | awk -v limit="$1" '
+    memory | paste -d' ' "$2" - | awk -v limit="$1" '
         { lines++; if ($4 - $2 > limit) { grown = 1; print $1, "has grown by", $4 - $2, "KiB" } }
         END { exit grown || lines != 2 }'
 }
