@@ -301,6 +301,13 @@ def left_ports_gone(state, configured):
     return {key: value for key, value in state.items() if not (ports and matches(key))}
 
 
+def unset_mgmt_port_gone(state, configured):
+    port = oracle_config.tree_at(configured.tree, ("vpn", "vpn-instance", "512", "interface", "eth0"))
+    matches = re.compile(r"^vpn 512 (link eth0 (flags|address|secondary)|route .* dev eth0$)").match
+    is_unset = port is not None and "shutdown" not in port
+    return {key: value for key, value in state.items() if not (is_unset and matches(key))}
+
+
 def standin_macs_gone(state, configured):
     own = {oracle_config.kernel_name(name) for _, name, leaves in oracle_config.interfaces(configured.tree)
            if "mac-address" in leaves}
@@ -329,6 +336,9 @@ DIFFERENCES = (
                ipv6_of_down_links_gone),
     Difference("state of ports that have left a bridge without a VLAN",
                "they stay as the bridge had them until something is set on them", left_ports_gone),
+    Difference("state of a management port that is neither shut down nor raised",
+               "each start raises it, so that the device can be reached; taking its setting back lowers it",
+               unset_mgmt_port_gone),
     Difference("MAC addresses of tagged interfaces that have none of their own, on stand-ins for them",
                "a VLAN follows its port's address; a stand-in keeps the one that it was made with", standin_macs_gone),
     Difference("link-local addresses and routes of the table local",

@@ -6,6 +6,7 @@ import random
 import unittest
 
 import oracle_config
+import oracle_generate
 import oracle_state
 import restart_oracle
 from oracle_config import Commit, Edit
@@ -29,7 +30,7 @@ PORT = "set vpn vpn-instance 0 interface ge0/1"
 
 class ConfigTest(unittest.TestCase):
     def test_what_is_generated_is_accepted_and_can_be_taken_back(self):
-        generator = oracle_config.Generator(random.Random(7))
+        generator = oracle_generate.Generator(random.Random(7))
         for _ in range(100):
             commits = generator.sequence(6)
             self.assertEqual(generator.tree, oracle_config.sequence_end(commits))
@@ -39,11 +40,11 @@ class ConfigTest(unittest.TestCase):
             self.assertEqual(oracle_config.tree_base(), tree)
 
     def test_the_same_seed_gives_the_same_sequences(self):
-        first, second = (oracle_config.Generator(random.Random("1.5")).sequence(6) for _ in range(2))
+        first, second = (oracle_generate.Generator(random.Random("1.5")).sequence(6) for _ in range(2))
         self.assertEqual(first, second)
 
     def test_edits_between_two_configurations_lead_from_one_to_the_other(self):
-        generator = oracle_config.Generator(random.Random(3))
+        generator = oracle_generate.Generator(random.Random(3))
         for _ in range(50):
             generator.sequence(4)
             old = generator.tree
@@ -132,6 +133,12 @@ class StateTest(unittest.TestCase):
         up, down = {"vpn 0 link ge0_1 flags": "UP"}, {"vpn 0 link ge0_1 flags": ""}
         self.assertEqual(self.taken(up, left=["ge0/1"]), self.taken(down, left=["ge0/1"]))
         self.assertNotEqual(self.taken(up, left=["ge0/2"]), self.taken(down, left=["ge0/2"]))
+
+    def test_the_management_port_without_a_setting_may_be_up(self):
+        key = "vpn 512 link eth0 flags"
+        for leaves, may_differ in (({}, True), ({"shutdown": "true"}, False)):
+            tree = {"vpn": {"vpn-instance": {"512": {"interface": {"eth0": leaves}}}}}
+            self.assertEqual(may_differ, self.taken({key: "UP"}, tree) == self.taken({key: ""}, tree))
 
     def test_ipv6_addresses_need_a_link_that_is_up(self):
         address = {"vpn 5 link a address 2001:db8::1/64": "global", "vpn 5 route main 2001:db8::/64 dev a": ""}

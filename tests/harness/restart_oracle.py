@@ -22,6 +22,7 @@ import tempfile
 import time
 
 import oracle_config
+import oracle_generate
 import oracle_state
 
 PID_FILE = "/run/cfgmgr.0.pid"
@@ -260,7 +261,7 @@ def main():
     device.check_devices(device.settled(device.configured(), lambda state: True))
     passed = failed = 0
     for number in range(arguments.sequences) if arguments.only is None else [arguments.only]:
-        commits = oracle_config.Generator(random.Random(f"{arguments.seed}.{number}")).sequence(arguments.commits)
+        commits = oracle_generate.Generator(random.Random(f"{arguments.seed}.{number}")).sequence(arguments.commits)
         start = time.monotonic()
         problem = problem_of(device, commits)
         size = f"{len(commits)} commits, {sum(len(commit.edits()) for commit in commits)} lines"

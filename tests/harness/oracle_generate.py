@@ -1,0 +1,226 @@
+"""Random edits of a configuration for the restart oracle, which keep to its rules."""
+
+import re
+
+from oracle_config import (
+    Commit, Edit, bridges, commit_apply, interfaces, kind_of, members, ports_of_vpn0, tree_at, tree_base, vpns)
+
+SERVICE_VPNS = ("1", "5", "7", "30", "511", "600", "65525")
+PORTS = ("ge0/0", "ge0/1", "ge0/2", "ge0/3")
+TAGS = ("100", "200", "300")
+SERVICES = ("FW", "IDS", "netsvc1", "TE")
+MTUS = ("576", "1280", "1400", "1496", "1500", "1600", "1996")
+NUMBERED = {"loopback": 3, "natpool": 2, "gre": 3, "irb": 3}
+
+LEAVES_OF_KIND = {
+    "ge": ("description", "mtu", "mac-address", "arp-timeout", "shutdown", "ip address", "ipv6 address", "secondary"),
+    "subif": ("description", "mtu", "mac-address", "arp-timeout", "shutdown", "ip address", "ipv6 address", "secondary"),
+    "irb": ("mtu", "mac-address", "shutdown", "ip address", "ipv6 address", "secondary"),
+    "loopback": ("mtu", "shutdown", "ip address", "ipv6 address", "secondary"),
+    "natpool": ("description", "shutdown", "ip address"),
+    "gre": ("mtu", "shutdown", "ip address", "source", "source", "tunnel-destination", "tunnel-destination"),
+    "eth": ("mtu", "shutdown", "ip address", "ipv6 address", "secondary"),
+}
+KEEP_DOWN_LESS_OFTEN = ("false", "false", "true")
+
+
+def number_of(name):
+    """Another one for each interface that there can be, so that their networks do not overlap."""
+    kind, digits = kind_of(name), [int(text) for text in re.findall(r"\d+", name)]
+    if kind == "subif":
+        return 40 + digits[1] * 3 + TAGS.index(str(digits[2]))
+    return {"ge": 10, "eth": 20, "loopback": 60, "natpool": 70, "gre": 80, "irb": 90}[kind] + digits[-1]
+
+
+class Generator:
+    """Makes sequences; the same random source, the same sequences."""
+
+    def __init__(self, random):
+        self.random = random
+        self.tree = tree_base()
+
+    def sequence(self, most_commits):
+        """One to most_commits changes of a configuration that the first commit has set up."""
+        self.tree = tree_base()
+        count = self.random.randint(1, most_commits)
+        return [self.commit(FIRST)] + [self.commit([GROUPS] * self.random.choice((1, 1, 2, 3, 4, 6))) for _ in range(count)]
+
+    def commit(self, choices):
+        """A group of each choice, where the rules leave room for one."""
+        commit, old = Commit(), self.tree
+        for choice in choices:
+            for _attempt in range(20):
+                group = self.random.choice(choice)(self)
+                new = commit_apply(old, commit.edits() + group) if group else None
+                if new is not None and new != self.tree:
+                    commit.groups.append(group)
+                    self.tree = new
+                    break
+        return commit
+
+    def pick(self, items):
+        items = list(items)
+        return self.random.choice(items) if items else None
+
+    def pick_interface(self):
+        vpn, name, leaves = self.pick(interfaces(self.tree))
+        return ("vpn", "vpn-instance", vpn, "interface", name), name, leaves
+
+    # interfaces
+
+    def name(self):
+        kind = self.random.choice(("ge", "ge", "subif", "subif", "loopback", "natpool", "gre", "irb"))
+        if kind == "ge":
+            return self.pick(PORTS)
+        if kind == "subif":
+            return f"{self.pick(PORTS)}.{self.pick(TAGS)}"
+        return f"{kind}{self.random.randint(1, NUMBERED[kind])}"
+
+    def value(self, leaf, name, vpn):
+        number = number_of(name)
+        networks = {"ip address": (f"10.{number}.0.1/24", f"10.{number}.0.65/26"),
+                    "ipv6 address": (f"2001:db8:{number}::1/64", f"2001:db8:{number}::2/64"),
+                    "secondary": (f"10.{number}.1.1/24", f"10.{number}.2.1/25")}
+        if kind_of(name) == "natpool":
+            networks["ip address"] = (f"10.{number}.0.0/24", f"10.{number}.1.0/26")
+        if kind_of(name) == "loopback":
+            networks["ip address"] = (f"10.{number}.0.1/32", f"10.{number}.0.2/32")
+        if leaf in networks:
+            return self.pick(networks[leaf])
+        return {"description": lambda: f"text-{self.random.randint(1, 9)}", "mtu": lambda: self.pick(MTUS),
+                "mac-address": lambda: f"02:aa:00:00:{number:02x}:{self.random.randint(1, 3):02x}",
+                "arp-timeout": lambda: self.pick(("60", "1200", "3600")),
+                "shutdown": lambda: self.pick(KEEP_DOWN_LESS_OFTEN),
+                "tunnel-destination": lambda: f"192.0.2.{number + self.random.randint(0, 1) * 100}",
+                "tunnel-source": lambda: self.pick(self.addresses(vpn)),
+                "tunnel-source-interface": lambda: self.pick(self.sources(vpn))}[leaf]()
+
+    def addresses(self, vpn):
+        found = [leaves["ip"]["address"] for at, name, leaves in interfaces(self.tree)
+                 if at == vpn and kind_of(name) in ("ge", "subif") and "address" in leaves.get("ip", {})]
+        return [address.split("/")[0] for address in found] or ["10.10.0.1"]
+
+    def sources(self, vpn):
+        return [name for at, name, _ in interfaces(self.tree) if at == vpn and kind_of(name) != "gre"] + ["ge0/3"]
+
+    def leaf_edits(self, leaf, path, name, leaves):
+        """Gives the leaf a value or, when it has one, at times takes it away."""
+        if leaf == "source":
+            kept, leaf = self.random.sample(("tunnel-source", "tunnel-source-interface"), 2)
+            drop = [Edit("delete", path + (kept,))] if kept in leaves else []
+        else:
+            drop = []
+        there = path + tuple(leaf.split())
+        value = self.value(leaf, name, path[2])
+        if leaf == "secondary":
+            there = path + ("ip", "secondary-address", value)
+            has = tree_at(self.tree, there) is not None
+            return [Edit("delete" if has else "set", there)]
+        if tree_at(self.tree, there) is not None and self.random.random() < 0.3:
+            return [Edit("delete", there)]
+        return drop + [Edit("set", there, value)]
+
+    def interface_create(self, vpn=None, name=None):
+        name = name or self.name()
+        vpn = vpn or self.pick([key for key in vpns(self.tree) if key != "512"])
+        path = ("vpn", "vpn-instance", vpn, "interface", name)
+        kind = kind_of(name)
+        choice = sorted(set(LEAVES_OF_KIND[kind]))
+        leaves = self.random.sample(choice, min(len(choice), self.random.randint(0, 4)))
+        group = [Edit("set", path)]
+        if kind == "subif" and name.split(".")[0] not in ports_of_vpn0(self.tree):
+            group.insert(0, Edit("set", ("vpn", "vpn-instance", "0", "interface", name.split(".")[0])))
+        for leaf in leaves:
+            group += self.leaf_edits(leaf, path, name, {})
+        return group
+
+    def interface_change(self):
+        path, name, leaves = self.pick_interface()
+        return self.leaf_edits(self.pick(LEAVES_OF_KIND[kind_of(name)]), path, name, leaves)
+
+    def interface_delete(self):
+        return [Edit("delete", self.pick_interface()[0])]
+
+    def interface_move(self):
+        path, name, _ = self.pick_interface()
+        vpn = self.pick([key for key in vpns(self.tree) if key not in ("512", path[2])])
+        return [Edit("delete", path)] + self.interface_create(vpn, name) if vpn else []
+
+    # VPNs
+
+    def vpn_create(self):
+        path = ("vpn", "vpn-instance", self.pick(SERVICE_VPNS))
+        return [Edit("set", path)] + ([Edit("set", path + ("name",), "blue")] if self.random.random() < 0.3 else [])
+
+    def vpn_delete(self):
+        vpn = self.pick(key for key in vpns(self.tree) if key not in ("0", "512"))
+        return [Edit("delete", ("vpn", "vpn-instance", vpn))] if vpn else []
+
+    def vpn_list(self):
+        path = ("vpn", "vpn-instance", self.pick(vpns(self.tree)))
+        word, key, rest, value = self.pick((
+            ("dns", self.pick(("10.9.0.53", "2001:db8:9::53", "10.9.1.53")), ("role",), self.pick(("primary", "secondary"))),
+            ("host", self.pick(("one.example", "two", "a-3")), ("ip", self.pick(("10.8.0.1", "2001:db8:8::1", "10.8.0.2"))), None),
+            ("service", self.pick(SERVICES), ("interface", self.pick(PORTS)) if self.random.random() < 0.5 else (), None)))
+        there = path + (word, key)
+        if tree_at(self.tree, there) is not None and self.random.random() < 0.5:
+            return [Edit("delete", there)]
+        return [Edit("set", there + rest, value)]
+
+    # bridges
+
+    def bridge_create(self):
+        path = ("bridge", "bridge-instance", str(self.random.randint(1, 3)))
+        return [Edit("set", path + ("vlan",), self.pick(TAGS + ("400",)))] if self.random.random() < 0.7 else [Edit("set", path)]
+
+    def bridge_delete(self):
+        bridge = self.pick(bridges(self.tree))
+        if bridge is None:
+            return []
+        path = ("bridge", "bridge-instance", bridge)
+        has_vlan = tree_at(self.tree, path + ("vlan",)) is not None
+        return [Edit("delete", path + ("vlan",) if has_vlan and self.random.random() < 0.3 else path)]
+
+    def member_create(self):
+        bridge, port = self.pick(bridges(self.tree)), self.pick(ports_of_vpn0(self.tree))
+        if bridge is None or port is None or kind_of(port) != "ge":
+            return []
+        return [Edit("set", ("bridge", "bridge-instance", bridge, "interface", port))] + self.member_edits(bridge, port)
+
+    def member_edits(self, bridge, port):
+        path = ("bridge", "bridge-instance", bridge, "interface", port)
+        leaf, values = self.pick((("shutdown", KEEP_DOWN_LESS_OFTEN), ("native-vlan", ("true", "true", "false")),
+                                  ("mtu", ("1280", "1400", "1500"))))
+        if tree_at(self.tree, path + (leaf,)) is not None and self.random.random() < 0.4:
+            return [Edit("delete", path + (leaf,))]
+        return [Edit("set", path + (leaf,), self.pick(values))]
+
+    def member_change(self):
+        member = self.pick(members(self.tree))
+        return self.member_edits(member[0], member[2]) if member else []
+
+    def member_delete(self):
+        member = self.pick(members(self.tree))
+        return [Edit("delete", ("bridge", "bridge-instance", member[0], "interface", member[2]))] if member else []
+
+    # the device
+
+    def system_leaf(self):
+        leaf, values = self.pick((("host-name", ("alpha", "beta-2")), ("system-ip", ("10.255.0.1", "10.255.0.2")),
+                                  ("site-id", ("7", "100"))))
+        path = ("system", leaf)
+        if tree_at(self.tree, path) is not None and self.random.random() < 0.4:
+            return [Edit("delete", path)]
+        return [Edit("set", path, self.pick(values))]
+
+
+# What an edit is drawn from; one that is named more often comes more often.
+GROUPS = (
+    *(Generator.vpn_create,) * 3, Generator.vpn_delete, *(Generator.vpn_list,) * 2,
+    *(Generator.interface_create,) * 7, *(Generator.interface_change,) * 8, *(Generator.interface_delete,) * 3,
+    *(Generator.interface_move,) * 2,
+    *(Generator.bridge_create,) * 2, Generator.bridge_delete, *(Generator.member_create,) * 6,
+    *(Generator.member_change,) * 4, Generator.member_delete, *(Generator.system_leaf,) * 2,
+)
+FIRST = [(Generator.vpn_create,)] * 2 + [(Generator.interface_create,)] * 4 + \
+    [(Generator.bridge_create,), (Generator.member_create,), GROUPS]
