@@ -151,6 +151,18 @@ cfgmgr_static_host_t *cfgmgr_static_host_find(cfgmgrd_t *cfgmgrd_p, uint64_t vpn
     return static_cast<cfgmgr_static_host_t *>(avl_find(cfgmgrd_p->static_dns, &key, nullptr));
 }
 
+void cfgmgr_static_hosts_remove(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
+{
+    if (cfgmgrd_p->static_dns == nullptr)
+        return;
+    for (cfgmgr_static_host_t &host : avl_range<cfgmgr_static_host_t>(cfgmgrd_p->static_dns)) {
+        if (host.vpn_id != vpn_id)
+            continue;
+        avl_remove(cfgmgrd_p->static_dns, &host);
+        free(&host);
+    }
+}
+
 // ---- files
 
 std::string cfgmgr_hosts_render(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)

@@ -24,6 +24,8 @@ struct cfgmgr_static_host_t {
 [[nodiscard]] int cfgmgr_static_dns_init(cfgmgrd_t *cfgmgrd_p);
 void cfgmgr_static_dns_deinit(cfgmgrd_t *cfgmgrd_p);
 [[nodiscard]] cfgmgr_static_host_t *cfgmgr_static_host_find(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, const char *name);
+// Forgets the static hosts of a VPN that goes away; its file goes with the VPN. Nothing without the table.
+void cfgmgr_static_hosts_remove(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
 
 // The kernel's host name, /etc/hostname, the chassis block, and the hosts files of all VPNs but the internal one, which
 // name the device as the context's host_name has it.
@@ -32,6 +34,9 @@ int cfgmgr_kernel_hostname_set(cfgmgrd_t *cfgmgrd_p, const char *name);
 int cfgmgr_kernel_update_host(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
 // The resolvers of every VPN: the configured ones, then those learnt by DHCP on interfaces that are up.
 int cfgmgr_kernel_update_dns(cfgmgrd_t *cfgmgrd_p);
+
+// Both files of a VPN that has just been made: without them its programs would see those of the transport VPN.
+void cfgmgr_kernel_name_files_create(cfgmgrd_t *cfgmgrd_p, const cfgmgr_vpn_t &vpn);
 
 [[nodiscard]] std::string cfgmgr_hosts_render(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
 [[nodiscard]] std::string cfgmgr_resolv_render(const cfgmgr_vpn_t &vpn);

@@ -5,6 +5,7 @@
 #include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 #include "cfgmgr/network/cfgmgr_kernel.h"
+#include "cfgmgr/network/cfgmgr_kernel_files.h"
 #include "cfgmgr/network/cfgmgr_kernel_vpn.h"
 #include "cfgmgr/routing/cfgmgr_rtm.h"
 #include "chmgr/chmgr_api.h"
@@ -225,6 +226,8 @@ int cfgmgr_vpn_find_or_create(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t la
         return result;
     }
     (void)cfgmgr_vpn_create_fp_tap_interface(vpn_p); // logged; a device without a forwarding plane works without taps
+    if (vpn_id != VPN_ID_TRANSPORT)
+        cfgmgr_kernel_name_files_create(cfgmgrd_p, *vpn_p);
     if (vpn_id != VPN_ID_INTERNAL)
         apply_device_settings(cfgmgrd_p, vpn_p);
     return 0;
@@ -283,6 +286,7 @@ void cfgmgr_vpn_delete(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p, bool remove_fr
         return;
     }
     release_label(cfgmgrd_p, vpn_p);
+    cfgmgr_static_hosts_remove(cfgmgrd_p, vpn_p->vpn_id); // their own handler is not told of what goes with its VPN
     delete_interfaces(cfgmgrd_p, vpn_p, cfgmgr_if_delete);
     cfgmgr_if_idx_remove_vpn(cfgmgrd_p, vpn_p->vpn_id);
     cfgmgr_vpn_delete_taps(vpn_p);

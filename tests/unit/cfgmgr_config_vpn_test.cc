@@ -301,6 +301,19 @@ TEST_F(vpn_hosts, are_each_vpns_own)
     EXPECT_EQ(avl_numnodes(daemon.static_dns), 1u) << "one that is not there is removed without a word";
 }
 
+TEST_F(vpn_hosts, go_with_their_vpn)
+{
+    root.make_dir("etc");
+    set("mail", { "10.5.0.2" });
+    set("web", { "10.5.0.1" });
+    set("web", { "10.0.0.1" }, MOP_CREATED, 0);
+    cfgmgr_vpn_delete_by_id(&daemon, 5);
+    EXPECT_EQ(addresses("mail"), names_t{});
+    EXPECT_EQ(addresses("web"), names_t{});
+    EXPECT_EQ(addresses("web", 0), names_t{ "10.0.0.1" });
+    EXPECT_EQ(avl_numnodes(daemon.static_dns), 1u);
+}
+
 TEST_F(vpn_hosts, with_a_long_name_are_told_apart_in_all_of_it)
 {
     std::string name(126, 'a');
