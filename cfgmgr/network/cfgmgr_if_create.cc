@@ -194,6 +194,18 @@ void release_gre(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *if_p)
     cfgmgr_gre_release_bound(cfgmgrd_p, if_p);
 }
 
+// Of an interface that stays. The end of its configuration is told of as a whole, not leaf by leaf and not list by list.
+void forget_configuration(cfgmgr_if_t *if_p)
+{
+    if_p->flags &= ~uint32_t{ IF_DHCP4 | IF_DHCP6 | IF_NAT };
+    if_p->addr_list_count = 0;
+    if_p->route_prefix = {};
+    if_p->route_prefix.ip.family = AF_INET;
+    if_p->tunnel_interface = 0;
+    if_p->native_vlan = 0;
+    if_p->description[0] = '\0';
+}
+
 bool outlives_deletion(const cfgmgr_if_t &interface)
 {
     return cfgmgr_if_is_physical(interface) || (interface.flags & IF_CELLULAR) != 0;
@@ -265,10 +277,12 @@ void cfgmgr_if_delete(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *if_p)
     reset_link(if_p);
     leave_places(cfgmgrd_p, if_p, goes_away);
     delete_children(cfgmgrd_p, if_p, cfgmgr_if_delete);
-    if (goes_away)
+    if (goes_away) {
         destroy(cfgmgrd_p, if_p);
-    else
-        cfgmgr_vpn_if_add(cfgmgrd_p, VPN_ID_TRANSPORT, if_p);
+        return;
+    }
+    forget_configuration(if_p);
+    cfgmgr_vpn_if_add(cfgmgrd_p, VPN_ID_TRANSPORT, if_p);
 }
 
 void cfgmgr_if_delete_by_name(cfgmgrd_t *cfgmgrd_p, uint64_t id, const char *name)

@@ -191,6 +191,28 @@ TEST_F(if_life, a_port_is_put_back_as_it_was)
     EXPECT_EQ(create("ge0_1"), if_p) << "and can be configured again";
 }
 
+TEST_F(if_life, a_port_forgets_what_only_its_configuration_has_set)
+{
+    cfgmgr_if_t *port = make("ge0_1");
+    port->flags |= IF_DHCP4 | IF_DHCP6 | IF_NAT;
+    port->addr_list_count = 2;
+    EXPECT_EQ(ip_addr_parse("10.1.5.0", &port->route_prefix.ip), 1);
+    port->route_prefix.len = 24;
+    port->tunnel_interface = 1;
+    strcpy(port->description, "uplink");
+    remove(port);
+    EXPECT_EQ(port->flags & (IF_DHCP4 | IF_DHCP6 | IF_NAT), 0u);
+    EXPECT_EQ(port->addr_list_count, 0u);
+    EXPECT_TRUE(ip_addr_is_zero(port->route_prefix.ip));
+    EXPECT_EQ(port->route_prefix.len, 0);
+    EXPECT_EQ(port->tunnel_interface, 0u);
+    EXPECT_STREQ(port->description, "");
+    forget();
+    EXPECT_EQ(cfgmgr_if_enable(port, true), 0);
+    for (const std::string &effect : effects())
+        EXPECT_EQ(effect.find("ip route"), std::string::npos) << effect;
+}
+
 TEST_F(if_life, a_modem_stays_too)
 {
     cfgmgr_if_t *if_p = make("cellular0");
