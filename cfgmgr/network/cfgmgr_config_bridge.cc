@@ -325,6 +325,7 @@ int32_t cfgmgr_config_bridge(tconfd_sub *row, int32_t op, uint8_t, confd_value_t
 int32_t cfgmgr_config_bridge_if(tconfd_sub *row, int32_t op, uint8_t, confd_value_t *keys, uint16_t num_tv,
                                 confd_tag_value_t *tv)
 {
+    cfgmgr_timer_keepalive();
     member_change_t change{};
     change.cfgmgrd_p = static_cast<cfgmgrd_t *>(row->ctx->reg.app_ctx);
     uint32_t bridge_id = bridge_id_of(&keys[0]);
