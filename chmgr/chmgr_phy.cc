@@ -56,7 +56,10 @@ uint32_t modes(uint32_t speed, uint32_t duplex)
 bool link_ioctl(int sock, const char *name, ethtool_cmd *link)
 {
     ifreq request{};
-    (void)strlcpy(request.ifr_name, name, sizeof request.ifr_name);
+    if (strlcpy(request.ifr_name, name, sizeof request.ifr_name) >= sizeof request.ifr_name) {
+        errno = ENODEV; // not another one whose name is the beginning of this one
+        return false;
+    }
     request.ifr_data = reinterpret_cast<char *>(link);
     return ioctl(sock, SIOCETHTOOL, &request) == 0;
 }
