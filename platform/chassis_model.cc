@@ -123,7 +123,10 @@ void chassis_fill(const chassis_model_t &model, uint16_t device, chmgr_block_t *
 
 void chassis_publish(const chassis_model_t &model, const chmgr_block_t &filled, chmgr_block_t *shared)
 {
-    if (model.chassis_type != CHMGR_CHASSIS_UNKNOWN && shared->chassis_type == model.chassis_type)
+    // A new block is all zero, as the type of a plain host is: its management port tells the two apart.
+    bool is_filled = shared->chassis_type == model.chassis_type && shared->num_slots == filled.num_slots &&
+                     shared->has_mgmt_port == filled.has_mgmt_port;
+    if (is_filled)
         return;
     std::atomic_ref<uint32_t> type(shared->chassis_type);
     type.store(CHMGR_CHASSIS_UNKNOWN, std::memory_order_seq_cst);

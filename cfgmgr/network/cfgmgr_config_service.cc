@@ -54,6 +54,12 @@ void delete_service(const service_t &service)
 
 } // namespace
 
+void cfgmgr_config_services_release(tconfd_ctx *ctx, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
+{
+    for (int32_t kind = VPN_SERVICE_FW; kind <= VPN_SERVICE_TE; kind++)
+        delete_service({ ctx, cfgmgrd_p, vpn_id, kind, cfgmgr_vpn_service_name(static_cast<uint32_t>(kind)) });
+}
+
 int32_t cfgmgr_config_service(tconfd_sub *row, int32_t op, uint8_t, confd_value_t *keys, uint16_t num_tv,
                               confd_tag_value_t *)
 {

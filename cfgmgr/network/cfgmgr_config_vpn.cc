@@ -199,7 +199,10 @@ int32_t cfgmgr_config_vpn(tconfd_sub *row, int32_t op, uint8_t, confd_value_t *k
     uint64_t vpn_id = cfgmgr_config_vpn_id(&keys[0]);
     if (op == MOP_CREATED)
         return create_vpn(row->ctx, cfgmgrd_p, vpn_id);
-    if (op == MOP_DELETED && vpn_id != VPN_ID_TRANSPORT) // all else leans on this one while the daemon runs
+    if (op != MOP_DELETED)
+        return 0;
+    cfgmgr_config_services_release(row->ctx, cfgmgrd_p, vpn_id);
+    if (vpn_id != VPN_ID_TRANSPORT) // all else leans on this one while the daemon runs
         cfgmgr_vpn_delete_by_id(cfgmgrd_p, vpn_id);
     return 0;
 }

@@ -35,4 +35,7 @@ int32_t cfgmgr_config_service(tconfd_sub *row, int32_t op, uint8_t num_keys, con
 // The VPN of a key; one that is not there is fatal.
 [[nodiscard]] cfgmgr_vpn_t *cfgmgr_config_vpn_get(const tconfd_sub *row, const confd_value_t *key_p);
 
+// Gives back the labels of a VPN's services: nobody is told of them when they go with their VPN.
+void cfgmgr_config_services_release(tconfd_ctx *ctx, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
+
 #endif

@@ -206,6 +206,18 @@ void forget_configuration(cfgmgr_if_t *if_p)
     if_p->description[0] = '\0';
 }
 
+// Secondary addresses and those of the list go without a word when their interface does. The kernel drops them when a
+// port changes its namespace, so only one that stays in the transport VPN has to be cleared.
+void drop_other_addresses(cfgmgr_if_t *if_p)
+{
+    bool stays = cfgmgr_if_is_physical(*if_p) && if_p->vpn_p != nullptr && if_p->vpn_p->vpn_id == VPN_ID_TRANSPORT;
+    if (!stays || if_p->type == IF_TYPE_BRIDGE_PORT)
+        return;
+    ip_prefix_t all_ipv4{};
+    all_ipv4.ip.family = AF_INET;
+    (void)cfgmgr_kernel_ifaddr_set(if_p, all_ipv4, true); // logged
+}
+
 bool outlives_deletion(const cfgmgr_if_t &interface)
 {
     return cfgmgr_if_is_physical(interface) || (interface.flags & IF_CELLULAR) != 0;
@@ -272,6 +284,7 @@ void cfgmgr_if_delete(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *if_p)
 {
     bool goes_away = !outlives_deletion(*if_p);
     cfgmgr_if_addr_clear(cfgmgrd_p, if_p);
+    drop_other_addresses(if_p);
     release_gre(cfgmgrd_p, if_p);
     cfgmgr_if_routes_flush(if_p);
     reset_link(if_p);

@@ -188,6 +188,15 @@ std::string cfgmgr_resolv_render(const cfgmgr_vpn_t &vpn)
     return RESOLVERS_HEAD + render_configured(vpn.dns_primary) + render_configured(vpn.dns_secondary) + learnt.text;
 }
 
+static bool update_resolvers(const cfgmgr_vpn_t &vpn)
+{
+    tip_path_t path = name_service_path(vpn.vpn_id, RESOLVERS);
+    bool is_written = write_in_place(path.text, cfgmgr_resolv_render(vpn));
+    if (!is_written && cfgmgr_events_level > CFGMGR_DETAILED)
+        tip_log("File open of %s failed: %s\n", path.text, strerror(errno));
+    return is_written;
+}
+
 int cfgmgr_kernel_hostname_set(cfgmgrd_t *cfgmgrd_p, const char *name)
 {
     if (sethostname(name, strlen(name)) != 0) {
@@ -216,12 +225,15 @@ int cfgmgr_kernel_update_host(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 int cfgmgr_kernel_update_dns(cfgmgrd_t *cfgmgrd_p)
 {
     for (const cfgmgr_vpn_t &vpn : avl_range<cfgmgr_vpn_t>(&cfgmgrd_p->vpn_table)) {
-        tip_path_t path = name_service_path(vpn.vpn_id, RESOLVERS);
-        if (write_in_place(path.text, cfgmgr_resolv_render(vpn)))
-            continue;
-        if (cfgmgr_events_level > CFGMGR_DETAILED)
-            tip_log("File open of %s failed: %s\n", path.text, strerror(errno));
-        return CFGMGR_KERNEL_FILE_FAILED;
+        if (!update_resolvers(vpn))
+            return CFGMGR_KERNEL_FILE_FAILED;
     }
     return CFGMGR_KERNEL_OK;
+}
+
+void cfgmgr_kernel_name_files_create(cfgmgrd_t *cfgmgrd_p, const cfgmgr_vpn_t &vpn)
+{
+    if (vpn.vpn_id != VPN_ID_INTERNAL)
+        (void)cfgmgr_kernel_update_host(cfgmgrd_p, vpn.vpn_id); // logged; a later change writes it again, as below
+    (void)update_resolvers(vpn);
 }

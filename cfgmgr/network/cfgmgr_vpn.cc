@@ -6,6 +6,7 @@
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 #include "cfgmgr/network/cfgmgr_kernel.h"
 #include "cfgmgr/network/cfgmgr_kernel_files.h"
+#include "cfgmgr/network/cfgmgr_kernel_leftovers.h"
 #include "cfgmgr/network/cfgmgr_kernel_vpn.h"
 #include "cfgmgr/routing/cfgmgr_rtm.h"
 #include "chmgr/chmgr_api.h"
@@ -168,6 +169,7 @@ int cfgmgr_vpn_init(cfgmgrd_t *cfgmgrd_p)
     vrf_bitmap = static_cast<uint8_t *>(calloc(1, VPN_MAX / 8));
     if (vrf_bitmap == nullptr)
         return CFGMGR_VPN_FAILED;
+    cfgmgr_kernel_remove_leftover_taps();
     int result = cfgmgr_vpn_default_init(cfgmgrd_p);
     if (result != 0)
         cfgmgr_vpn_deinit(cfgmgrd_p);

@@ -387,6 +387,15 @@ TEST_F(vpn_services, give_back_the_label_that_the_datastore_has)
     EXPECT_EQ(agent().open_connections(), 0);
 }
 
+TEST_F(vpn_services, give_their_labels_back_with_their_vpn)
+{
+    set(MOP_CREATED, vpn_service_type_FW);
+    set(MOP_CREATED, vpn_service_type_TE);
+    EXPECT_EQ(configure(cfgmgr_config_vpn, MOP_DELETED, 5, {}), 0); // without a second key
+    EXPECT_FALSE(is_taken(1));
+    EXPECT_FALSE(is_taken(2));
+}
+
 TEST_F(vpn_services, that_validation_should_have_refused_end_the_process)
 {
     auto create = [&](const confd_value_t &service) {

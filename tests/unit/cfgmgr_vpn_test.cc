@@ -7,6 +7,7 @@
 #include "tests/harness/death.h"
 #include "tests/unit/cfgmgr_env.h"
 
+#include <filesystem>
 #include <sys/stat.h>
 
 namespace
@@ -242,9 +243,12 @@ TEST_F(cfgmgr_vpn, that_fails_halfway_leaves_nothing_behind)
 TEST_F(cfgmgr_vpn, a_namespace_of_an_earlier_start_is_no_error)
 {
     device().statuses = { { "ip netns add 5", EXIT_1 } };
+    std::filesystem::create_directories(root.path() + "/etc/netns/5");
     make(5);
     EXPECT_EQ(device().take_effects(), creation(5));
     EXPECT_FALSE(log_has("ailed"));
+    EXPECT_TRUE(std::filesystem::exists(root.path() + "/etc/netns/5/hosts")) << "its programs have files of their own";
+    EXPECT_TRUE(std::filesystem::exists(root.path() + "/etc/netns/5/resolv.conf"));
 }
 
 TEST_F(cfgmgr_vpn, without_a_socket_inside_it_is_not_made)
