@@ -112,6 +112,8 @@ void cfgmgr_if_gre_reprogram(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, cfgmgr_if_t 
             ip_addr_to_str(gre_p->tunnel_dst, destination, sizeof destination));
     (void)cfgmgr_kernel_if_gre_delete(vpn_id, gre_p); // logged, as below
     (void)cfgmgr_kernel_if_gre_add(vpn_id, gre_p);
+    if (has_both_ends(*gre_p) && gre_p->mtu != IF_MTU_DEFAULT && gre_p->vpn_p != nullptr) // the new device has its own
+        (void)cfgmgr_kernel_if_set_mtu(gre_p->vpn_p->kernel_sock, vpn_id, gre_p->name, gre_p->mtu);
     if (!ip_addr_is_zero(gre_p->ipv4_addr.ip) && has_both_ends(*gre_p))
         (void)cfgmgr_if_addr_update(cfgmgrd_p, gre_p->name, gre_p->ipv4_addr, false); // the record is there
 }

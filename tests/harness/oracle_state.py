@@ -270,12 +270,6 @@ def allmulti_of_down_gone(state, _):
             for key, value in state.items()}
 
 
-def unwritten_files_gone(state, _):
-    said = re.compile(r"^(?!options timeout:1$|#Corvane conf$|127\.0\.0\.1\s).", re.MULTILINE)
-    return {key: value for key, value in state.items()
-            if not (key.startswith(f"file {FILES_OF_VPN}/") and not said.search(value))}
-
-
 def sysctls_of_idle_ports_gone(state, configured):
     used = {oracle_config.kernel_name(name) for _, name, _ in oracle_config.interfaces(configured.tree)}
     used |= {oracle_config.kernel_name(port) for _, _, port, _ in oracle_config.members(configured.tree)}
@@ -308,6 +302,14 @@ def unset_mgmt_port_gone(state, configured):
     return {key: value for key, value in state.items() if not (is_unset and matches(key))}
 
 
+def unset_irb_sizes_gone(state, configured):
+    """The size of interfaces of bridges that have none configured."""
+    own = {oracle_config.kernel_name(name) for _, name, leaves in oracle_config.interfaces(configured.tree)
+           if "mtu" in leaves}
+    matches = re.compile(r"^vpn \d+ link (irb\.\d+) mtu$").match
+    return {key: value for key, value in state.items() if not ((found := matches(key)) and found.group(1) not in own)}
+
+
 def standin_macs_gone(state, configured):
     own = {oracle_config.kernel_name(name) for _, name, leaves in oracle_config.interfaces(configured.tree)
            if "mac-address" in leaves}
@@ -326,8 +328,6 @@ DIFFERENCES = (
                empty_messages_gone),
     Difference("who listens to all groups on a link that is down",
                "raising sets it and lowering leaves it; a device made anew has never been up", allmulti_of_down_gone),
-    Difference("files of a VPN that has no resolver and no host of its own",
-               "written with the next change that concerns all VPNs, of which a full read has some", unwritten_files_gone),
     Difference("kernel settings of ports that nothing is configured on",
                "set when a port is configured, and at the start; a port that comes back from a VPN has the kernel's",
                sysctls_of_idle_ports_gone),
@@ -339,6 +339,9 @@ DIFFERENCES = (
     Difference("state of a management port that is neither shut down nor raised",
                "each start raises it, so that the device can be reached; taking its setting back lowers it",
                unset_mgmt_port_gone),
+    Difference("the size of a bridge's interface that has none configured",
+               "it is made with that of its parent's VLANs, 2000, and gets 1500 when its setting is taken back",
+               unset_irb_sizes_gone),
     Difference("MAC addresses of tagged interfaces that have none of their own, on stand-ins for them",
                "a VLAN follows its port's address; a stand-in keeps the one that it was made with", standin_macs_gone),
     Difference("link-local addresses and routes of the table local",

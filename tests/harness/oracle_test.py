@@ -147,12 +147,6 @@ class StateTest(unittest.TestCase):
         self.assertNotEqual(self.taken(up), self.taken(up | address))
         self.assertNotEqual(self.taken(down), self.taken(down | {"vpn 5 link a address 10.0.0.1/24": "global"}))
 
-    def test_files_with_nothing_of_their_own_may_be_absent(self):
-        path = "file /etc/netns/5/resolv.conf"
-        head = "options timeout:1\n#Corvane conf\n"
-        self.assertEqual(self.taken({path: head}), self.taken({}))
-        self.assertNotEqual(self.taken({path: head + "nameserver 10.0.0.1\n"}), self.taken({}))
-
     def test_a_link_of_one_side_is_one_line(self):
         link = {"vpn 5 link a kind": "tun", "vpn 5 link a mtu": "1500"}
         self.assertEqual(["vpn 5 link a only before the restart"], oracle_state.differences(link, {}))
