@@ -262,20 +262,6 @@ int apply_untagged_vlan(member_change_t &change)
     return result;
 }
 
-// The forwarding plane's side of the port has the same address and size.
-void update_twin(member_change_t &change)
-{
-    char twin[IF_KERNEL_NAME_SIZE];
-    bool is_changed = change.mac != 0 || change.mtu_changed;
-    if (!is_changed || cfgmgr_if_sim_name(change.if_p->name, twin, sizeof twin) == nullptr)
-        return;
-    int sock = kernel_sock(change);
-    if (change.mac != 0)
-        (void)cfgmgr_kernel_if_set_mac(sock, VPN_ID_TRANSPORT, twin, change.mac); // logged
-    if (change.mtu_changed)
-        (void)cfgmgr_kernel_if_set_mtu(sock, VPN_ID_TRANSPORT, twin, change.if_p->mtu); // logged
-}
-
 int configure_member(member_change_t &change, bool is_new, uint16_t num_tv, const confd_tag_value_t *tv)
 {
     change.native_vlan = change.if_p->native_vlan;
@@ -287,7 +273,7 @@ int configure_member(member_change_t &change, bool is_new, uint16_t num_tv, cons
     }
     int result = apply_untagged_vlan(change);
     cfgmgr_reset_ns(change.cfgmgrd_p, VPN_ID_TRANSPORT);
-    update_twin(change);
+    cfgmgr_kernel_twin_update(change.cfgmgrd_p, *change.if_p, change.mac, change.mtu_changed ? change.if_p->mtu : 0);
     return result;
 }
 

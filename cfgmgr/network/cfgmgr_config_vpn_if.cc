@@ -68,17 +68,9 @@ void set_link(vpn_if_change_t &change)
 // The forwarding plane has a twin of each port, in VPN 0 whatever the port's VPN.
 void update_twin(const vpn_if_change_t &change)
 {
-    char twin[IF_NAME_SIZE];
-    if (change.if_p->type == IF_TYPE_IRB || (!change.mac_changed && !change.mtu_changed))
-        return;
-    const cfgmgr_vpn_t *vpn0_p = cfgmgr_vpn_find(change.cfgmgrd_p, VPN_ID_TRANSPORT, nullptr);
-    if (vpn0_p == nullptr || cfgmgr_if_sim_name(change.if_p->name, twin, sizeof twin) == nullptr ||
-        !cfgmgr_kernel_if_exists(change.cfgmgrd_p, VPN_ID_TRANSPORT, twin))
-        return;
-    if (change.mac_changed)
-        (void)cfgmgr_kernel_if_set_mac(vpn0_p->kernel_sock, VPN_ID_TRANSPORT, twin, change.mac);
-    if (change.mtu_changed)
-        (void)cfgmgr_kernel_if_set_mtu(vpn0_p->kernel_sock, VPN_ID_TRANSPORT, twin, change.if_p->mtu);
+    if (change.if_p->type != IF_TYPE_IRB)
+        cfgmgr_kernel_twin_update(change.cfgmgrd_p, *change.if_p, change.mac_changed ? change.mac : 0,
+                                  change.mtu_changed ? change.if_p->mtu : 0);
 }
 
 void change_interface(const vpn_if_key_t &key, int32_t op, cfgmgr_if_t *if_p,

@@ -87,6 +87,8 @@ void cfgmgr_kernel_if_set_tso_off(uint64_t vpn_id, const cfgmgr_if_t *if_p);
 // The twin of a tagged interface in the forwarding plane, in VPN 0; nothing where the port has none.
 void cfgmgr_subif_add_sim(cfgmgr_if_t *if_p);
 void cfgmgr_subif_del_sim(cfgmgr_if_t *if_p);
+// Repeats a change on the twin of an interface, the address first; 0 for what has not changed. Nothing without a twin.
+void cfgmgr_kernel_twin_update(cfgmgrd_t *cfgmgrd_p, const cfgmgr_if_t &interface, uint64_t mac, uint32_t mtu);
 
 // What a device needs when it enters or leaves a VPN, by its kind.
 int cfgmgr_kernel_if_vpn_add(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, cfgmgr_if_t *if_p);

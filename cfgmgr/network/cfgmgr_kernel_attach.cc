@@ -176,3 +176,17 @@ void cfgmgr_subif_del_sim(cfgmgr_if_t *if_p)
     if (find_twin(cfgmgrd_p, *if_p, &twin) && cfgmgr_kernel_if_exists(cfgmgrd_p, VPN_ID_TRANSPORT, twin.name))
         (void)cfgmgr_kernel_run(cfgmgr_kernel_format(TWIN_DELETE, twin.name)); // logged
 }
+
+void cfgmgr_kernel_twin_update(cfgmgrd_t *cfgmgrd_p, const cfgmgr_if_t &interface, uint64_t mac, uint32_t mtu)
+{
+    char twin[IF_NAME_SIZE];
+    const cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find(cfgmgrd_p, VPN_ID_TRANSPORT, nullptr);
+    if (vpn_p == nullptr || (mac == 0 && mtu == 0) ||
+        cfgmgr_if_sim_name(interface.name, twin, sizeof twin) == nullptr ||
+        !cfgmgr_kernel_if_exists(cfgmgrd_p, VPN_ID_TRANSPORT, twin))
+        return;
+    if (mac != 0)
+        (void)cfgmgr_kernel_if_set_mac(vpn_p->kernel_sock, VPN_ID_TRANSPORT, twin, mac); // logged, as below
+    if (mtu != 0)
+        (void)cfgmgr_kernel_if_set_mtu(vpn_p->kernel_sock, VPN_ID_TRANSPORT, twin, mtu);
+}

@@ -367,6 +367,7 @@ TEST_F(config_bridges, a_new_member_gets_the_ports_address_and_a_fresh_link)
 {
     bridge(7);
     give_mac("ge0/1", 0x024300000001);
+    device().kernel.add(0, "sim0_1");
     cfgmgr_if_t *port = find("ge0_1");
     port->mtu = 9000;
     port->phy.speed = 100;
@@ -393,6 +394,7 @@ TEST_F(config_bridges, a_new_member_keeps_the_mtu_of_its_leaf)
 TEST_F(config_bridges, leaves_of_a_member_change_alone)
 {
     cfgmgr_if_t *leg = tagged_member();
+    device().kernel.add(0, "sim0_1.100");
     EXPECT_EQ(configure_if(MOP_MODIFIED, 7, "ge0/1", { set(bridge_mtu, number16(1300)) }), 0);
     EXPECT_EQ(effects(), (effects_t{ "mtu ge0_1.100 1300", "mtu sim0_1.100 1300" }));
     EXPECT_EQ(configure_if(MOP_MODIFIED, 7, "ge0/1", { gone(bridge_mtu) }), 0);

@@ -88,6 +88,23 @@ TEST_F(gre_binding, waits_for_an_interface_and_comes_up_with_it)
     EXPECT_NE(gre_p->flags & IF_PRESENT, 0u);
 }
 
+TEST_F(gre_binding, has_its_configured_size_again_when_it_is_made_anew)
+{
+    make("loopback1");
+    give_address("loopback1", "192.0.2.1");
+    cfgmgr_if_t *gre_p = make_tunnel("gre1", "loopback1");
+    bind(gre_p);
+    auto sizes = [&] {
+        if_effects_t seen = effects();
+        return std::count(seen.begin(), seen.end(), "mtu gre1 1400");
+    };
+    cfgmgr_if_gre_reprogram(&daemon, 5, gre_p);
+    EXPECT_EQ(sizes(), 0) << "none is configured";
+    gre_p->mtu = 1400;
+    cfgmgr_if_gre_reprogram(&daemon, 5, gre_p);
+    EXPECT_EQ(sizes(), 1);
+}
+
 TEST_F(gre_binding, follows_the_address_of_its_source_interface)
 {
     make("loopback1");
