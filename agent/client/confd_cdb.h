@@ -44,7 +44,7 @@ int cdb_start_session(int sock, enum cdb_db_type db);
 int cdb_start_session2(int sock, enum cdb_db_type db, int flags);
 int cdb_end_session(int sock);
 
-// Sets the socket's position for relative paths.
+// Sets the socket's position for relative paths. A list step may be a position in key order: "list[2]".
 int cdb_cd(int sock, const char *fmt, ...);
 
 // The caller frees the value with confd_free_value.
@@ -56,6 +56,10 @@ int cdb_get_uint32(int sock, uint32_t *out, const char *fmt, ...);
 int cdb_get_bool(int sock, int *out, const char *fmt, ...);
 // At most n bytes with the NUL; CONFD_ERR_TOOBIG when the text does not fit.
 int cdb_get_str(int sock, char *out, size_t n, const char *fmt, ...);
+// A leaf-list. values is malloc'ed: free each with confd_free_value, then the array.
+int cdb_get_list(int sock, confd_value_t **values, int *nvalues, const char *fmt, ...);
+int cdb_get_ipv4(int sock, struct in_addr *out, const char *fmt, ...);
+int cdb_get_ipv4prefix(int sock, struct confd_ipv4_prefix *out, const char *fmt, ...);
 // 1, 0 or CONFD_ERR.
 int cdb_exists(int sock, const char *fmt, ...);
 // The count of a list's entries, or CONFD_ERR.
@@ -65,6 +69,9 @@ int cdb_num_instances(int sock, const char *fmt, ...);
 // above must exist.
 int cdb_set_elem(int sock, const confd_value_t *v, const char *fmt, ...);
 int cdb_vset_elem(int sock, const confd_value_t *v, const char *fmt, va_list args);
+// Several leaves below a container or list entry in one change: leaves, leaf-lists, containers between C_XMLBEGIN and
+// C_XMLEND; C_NOEXISTS deletes a leaf.
+int cdb_set_values(int sock, const confd_tag_value_t values[], int nvalues, const char *fmt, ...);
 int cdb_create(int sock, const char *fmt, ...);
 int cdb_vcreate(int sock, const char *fmt, va_list args);
 int cdb_delete(int sock, const char *fmt, ...);

@@ -98,6 +98,38 @@ static_assert(sizeof(struct confd_valpoint_cb) == 272 && sizeof(struct confd_act
               "row sizes are part of the library's interface");
 #endif
 
+// An object of confd_data_reply_next_object_tag_value_arrays. tv null with n 0 and next -1 is the end of the list.
+struct confd_tag_next_object {
+    confd_tag_value_t *tv;
+    int n;
+    long next;
+};
+
+enum confd_find_next_type {
+    CONFD_FIND_NEXT = 0,         // the first entry behind the keys
+    CONFD_FIND_SAME_OR_NEXT = 1, // the entry with the keys, or the first behind
+};
+
+enum confd_completion_type {
+    CONFD_COMPLETION = 0,      // value may be typed; extra says more of it, or is null
+    CONFD_COMPLETION_INFO = 1, // value is shown, extra is unused
+    CONFD_COMPLETION_DESC = 2,
+};
+struct confd_completion_value {
+    enum confd_completion_type type;
+    char *value;
+    char *extra;
+};
+
+enum confd_snmp_var_type {
+    CONFD_SNMP_VARIABLE = 1, // by its name
+};
+struct confd_snmp_varbind {
+    enum confd_snmp_var_type type;
+    char name[128];
+    confd_value_t val;
+};
+
 struct confd_notification_ctx; // a registered stream
 
 struct confd_notification_stream_cbs {
@@ -130,6 +162,41 @@ int confd_register_done(struct confd_daemon_ctx *dx);
 
 void confd_trans_set_fd(struct confd_trans_ctx *tctx, int sock);
 void confd_action_set_fd(struct confd_user_info *uinfo, int sock);
+// In data callbacks: the answer, given before the callback returns CONFD_OK; without one the library answers
+// "not found", the end of the list, or that all went well. CONFD_ERR with CONFD_ERR_PROTOUSAGE when the callback asks
+// for an answer of another kind.
+int confd_data_reply_value(struct confd_trans_ctx *tctx, const confd_value_t *v);
+int confd_data_reply_found(struct confd_trans_ctx *tctx);
+int confd_data_reply_not_found(struct confd_trans_ctx *tctx);
+// The key of the next entry, and what get_next is called with for the one behind it; num_vals 0 (v null) is the end.
+int confd_data_reply_next_key(struct confd_trans_ctx *tctx, const confd_value_t *v, int num_vals, long next);
+// An entry's leaves (get_object).
+int confd_data_reply_tag_value_array(struct confd_trans_ctx *tctx, const confd_tag_value_t *tvs, int n);
+// One entry of a list, or the end: tvs null. next -1: the agent goes on with find_next_object and the entry's keys.
+int confd_data_reply_next_object_tag_value_array(struct confd_trans_ctx *tctx, const confd_tag_value_t *tvs, int n,
+                                                 long next);
+// Several entries at once, which the agent may use for timeout_millisecs (0 or less: as its configuration says). tobj
+// null or nobj at most 0: the end of the list. An end record as the last object says that there are no more.
+int confd_data_reply_next_object_tag_value_arrays(struct confd_trans_ctx *tctx,
+                                                  const struct confd_tag_next_object *tobj, int nobj,
+                                                  int timeout_millisecs);
+
+// In action callbacks.
+int confd_action_reply_values(struct confd_user_info *uinfo, const confd_tag_value_t *values, int nvalues);
+int confd_action_reply_completion(struct confd_user_info *uinfo, const struct confd_completion_value *values,
+                                  int nvalues);
+// The reason for the operator, of a callback that fails.
+void confd_action_seterr(struct confd_user_info *uinfo, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+
+// Notifications. Any thread; the agent does not answer, so a result other than CONFD_OK speaks of the connection or of
+// arguments alone. values: from the notification's C_XMLBEGIN to its C_XMLEND; a namespace of 0 is the notification's.
+int confd_notification_send(struct confd_notification_ctx *nctx, const struct confd_datetime *time,
+                            const confd_tag_value_t *values, int nvalues);
+// The SNMP notify name of the following sends, in place of the registered one.
+int confd_notification_set_snmp_notify_name(struct confd_notification_ctx *nctx, const char *notify_name);
+int confd_notification_send_snmp(struct confd_notification_ctx *nctx, const char *notification,
+                                 const struct confd_snmp_varbind *varbinds, int num_vars);
+
 // Refuses with a text for the operator.
 void confd_trans_seterr(struct confd_trans_ctx *tctx, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 

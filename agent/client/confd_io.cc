@@ -137,9 +137,10 @@ static int receive_frame(int sock, push_t *frame)
 
 // ---- requests
 
+// A push or a callback: what the agent sends unasked.
 static bool is_push(const wire_header_t &header)
 {
-    return (header.op & WIRE_REPLY) == 0 && header.id == 0;
+    return (header.op & WIRE_REPLY) == 0;
 }
 
 // Keeps a push for its reader. What the agent says to a user's sessions has none in this library.

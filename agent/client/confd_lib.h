@@ -81,6 +81,11 @@ int confd_pp_value(char *buf, int bufsiz, const confd_value_t *v);
 // Text in the form /vpn:vpn/vpn-instance{5}/name. Result as snprintf.
 int confd_pp_kpath(char *buf, int bufsiz, const confd_hkeypath_t *path);
 
+// Clear text of a value of an encrypted type, once maapi_install_crypto_keys has fetched the keys. output has room for
+// len bytes and the NUL. The length of the clear text, or CONFD_ERR: CONFD_ERR_NOEXISTS without keys,
+// CONFD_ERR_BADTYPE for a text that is not of this form or was encrypted with other keys.
+int confd_decrypt(const char *ciphertext, int len, char *output);
+
 // ---- schema (after confd_load_schemas)
 
 #define CS_NODE_IS_LIST      (1 << 0)

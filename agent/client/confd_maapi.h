@@ -53,12 +53,23 @@ int maapi_apply_trans(int sock, int th, int keepopen);
 // The handle of the agent's init transaction; CONFD_ERR_BADSTATE outside phase 1.
 int maapi_attach_init(int sock, int *th);
 
+#define MAAPI_FLAG_NO_DEFAULTS (1 << 1) // a leaf that has only its default reads as C_DEFAULT and does not exist
+// The flags of the transaction for all later calls of this socket. CONFD_OK or an error.
+int maapi_set_flags(int sock, int th, int flags);
+
+// The candidate's changes become running.
+int maapi_candidate_commit(int sock);
+// Sets the socket's position in the transaction for relative paths.
+int maapi_cd(int sock, int th, const char *fmt, ...);
+
 int maapi_lock(int sock, enum confd_dbname db);
 int maapi_unlock(int sock, enum confd_dbname db);
 
 // The caller frees the value with confd_free_value.
 int maapi_get_elem(int sock, int th, confd_value_t *v, const char *fmt, ...);
 int maapi_vget_elem(int sock, int th, confd_value_t *v, const char *fmt, va_list args);
+// A leaf-list. values is malloc'ed: free each with confd_free_value, then the array.
+int maapi_get_list_elem(int sock, int th, confd_value_t **values, int *nvalues, const char *fmt, ...);
 // 1, 0 or CONFD_ERR.
 int maapi_exists(int sock, int th, const char *fmt, ...);
 int maapi_num_instances(int sock, int th, const char *fmt, ...);
@@ -67,6 +78,21 @@ int maapi_set_elem(int sock, int th, const confd_value_t *v, const char *fmt, ..
 int maapi_set_elem2(int sock, int th, const char *strval, const char *fmt, ...);
 int maapi_create(int sock, int th, const char *fmt, ...);
 int maapi_delete(int sock, int th, const char *fmt, ...);
+
+enum maapi_move_where {
+    MAAPI_MOVE_FIRST = 1,
+    MAAPI_MOVE_BEFORE = 2,
+    MAAPI_MOVE_AFTER = 3,
+    MAAPI_MOVE_LAST = 4
+};
+// Moves an entry of a user-ordered list; tokey (num_keys values) names the other entry for before and after.
+int maapi_move_ordered(int sock, int th, enum maapi_move_where where, const confd_value_t *tokey, int num_keys,
+                       const char *fmt, ...);
+
+#define MAAPI_CONFIG_XML   (1 << 0)  // the only format
+#define MAAPI_CONFIG_MERGE (1 << 10) // into what is there, which is what is done without the flag too
+// Merges a configuration file, a NETCONF config element or its content, into the transaction; all or nothing.
+int maapi_load_config(int sock, int th, int flags, const char *filename);
 
 // Walks a list in key order. After maapi_get_next n is the count of keys of the entry, or 0 at the end.
 struct maapi_cursor {
@@ -81,6 +107,9 @@ struct maapi_cursor {
 int maapi_init_cursor(int sock, int th, struct maapi_cursor *mc, const char *fmt, ...);
 int maapi_get_next(struct maapi_cursor *mc);
 void maapi_destroy_cursor(struct maapi_cursor *mc);
+
+// Prints to the command line of a user's session, from an action or command that runs for it.
+int maapi_cli_printf(int sock, int usid, const char *fmt, ...) __attribute__((format(printf, 3, 4)));
 
 // to: a user name or "all".
 int maapi_prio_message(int sock, const char *to, const char *message);

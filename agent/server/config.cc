@@ -68,6 +68,8 @@ static constexpr config_row_t config_rows[] = {
     { "auto-phase2", take_bool<&agent_config_t::auto_phase2> },
     { "log", take_log },
     { "sync-timeout-ms", take_number<&agent_config_t::sync_timeout_ms, 10, 86400000> },
+    { "callback-timeout-ms", take_number<&agent_config_t::callback_timeout_ms, 10, 86400000> },
+    { "action-timeout-ms", take_number<&agent_config_t::action_timeout_ms, 10, 86400000> },
     { "hello-timeout-ms", take_number<&agent_config_t::hello_timeout_ms, 10, 86400000> },
     { "outbound-limit", take_number<&agent_config_t::outbound_limit, 1 << 16, 1ull << 40> },
     { "max-connections", take_number<&agent_config_t::max_connections, 1, 100000> },

@@ -3,7 +3,8 @@
 //   listen-address = 127.0.0.1      port = 4565 (0: any free one)      port-file = FILE (gets the port in use)
 //   yang-dir = DIR                  state-dir = DIR                    ipc-access-file = FILE (the shared secret)
 //   durable = yes|no                log = stderr|syslog                auto-phase2 = yes|no
-//   sync-timeout-ms, hello-timeout-ms, outbound-limit (bytes queued to one client), max-connections: numbers
+//   replay-dir = DIR (notifications; default netconf_replay in state-dir)
+//   sync-timeout-ms, callback-timeout-ms, action-timeout-ms, hello-timeout-ms, outbound-limit (bytes queued to one client), max-connections: numbers
 #ifndef AGENT_SERVER_CONFIG_H
 #define AGENT_SERVER_CONFIG_H
 
@@ -20,12 +21,15 @@ struct agent_config_t {
     std::string yang_dir;
     std::string state_dir;
     std::string ipc_access_file;
-    bool durable = true; // a commit is on disk before it is acknowledged
+    std::string replay_dir; // empty: netconf_replay in state_dir
+    bool durable = true;    // a commit is on disk before it is acknowledged
     bool auto_phase2 = false;
     log_target_t log = LOG_TARGET_STDERR;
-    uint64_t sync_timeout_ms = 120000;   // a subscriber that takes longer over one level is disconnected
-    uint64_t hello_timeout_ms = 30000;   // a connection that has not said what it is for is closed
-    uint64_t outbound_limit = 16u << 20; // bytes queued to a client; the frame that goes past it is the last
+    uint64_t sync_timeout_ms = 120000;     // a subscriber that takes longer over one level is disconnected
+    uint64_t callback_timeout_ms = 120000; // a daemon that takes longer over one callback is disconnected
+    uint64_t action_timeout_ms = 240000;   // over one action
+    uint64_t hello_timeout_ms = 30000;     // a connection that has not said what it is for is closed
+    uint64_t outbound_limit = 16u << 20;   // bytes queued to a client; the frame that goes past it is the last
     uint64_t max_connections = 1000;
 };
 

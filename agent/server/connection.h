@@ -10,6 +10,7 @@
 #ifndef AGENT_SERVER_CONNECTION_H
 #define AGENT_SERVER_CONNECTION_H
 
+#include "agent/server/callback.h"
 #include "agent/server/handle.h"
 #include "agent/server/session.h"
 #include "agent/server/subscriber.h"
@@ -50,6 +51,7 @@ struct connection_t {
     maapi_session_t maapi;
     subscriber_t subscriber;
     uint32_t notif_mask = 0;
+    callback_queue_t callbacks; // control and worker connections
 };
 
 // Makes the events of a connection whose server, serial and fd are set. False when there is no memory.

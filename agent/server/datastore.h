@@ -44,6 +44,7 @@ struct datastore_options_t {
     std::vector<std::string> search_dirs; // for imports
     std::string state_dir;                // empty: running is not persisted
     bool durable = true;                  // a commit is on disk when trans_commit returns
+    std::string crypto_keys;              // CRYPTO_KEY_SIZE bytes, for encrypted leaves; empty: they are stored clear
     uint64_t journal_limit = 4u << 20;    // bytes of journal after which a new snapshot replaces it
 };
 
@@ -81,6 +82,9 @@ struct view_t {
 void datastore_drop_old(datastore_t &store);
 
 // ---- reads; a path to operational data (config false) is served from the operational store, whatever the view
+
+// The leaf has no value of its own, only a default (CONFD_ERR_NOEXISTS territory aside: false when it has neither).
+[[nodiscard]] bool read_is_default(datastore_t &store, view_t view, const path_t &path);
 
 // The value of a leaf or, as C_LIST, of a leaf-list; of a presence container or list entry C_XMLTAG. Defaults are values.
 // CONFD_ERR_NOEXISTS when there is none, or when an entry above does not exist.
@@ -154,6 +158,15 @@ void datastore_release(datastore_t &store, uint64_t holder);
 // Merges a document into the transaction; all or nothing. XML may be a NETCONF config element or its content.
 [[nodiscard]] bool trans_load(trans_t &trans, doc_format_t format, const std::string &document, ds_error_t &error);
 
+// Puts an entry of a user-ordered list in another place among its siblings; `to` are the keys of the other entry for
+// before and after. CONFD_ERR_NOEXISTS when one of them is not there, CONFD_ERR_BADPATH when the list is ordered by keys.
+[[nodiscard]] bool trans_move(trans_t &trans, const path_t &entry, wire_move_t where, std::span<const confd_value_t> to,
+                              ds_error_t &error);
+
+// A place in the transaction's edits, and the way back there: later edits are as if they had never been made.
+[[nodiscard]] size_t trans_mark(const trans_t &trans);
+void trans_rewind(trans_t &trans, size_t mark);
+
 // Can the transaction's edits still be applied to what running is now? CONFD_ERR_CONFLICT names the path. A view of a
 // transaction that cannot shows running.
 [[nodiscard]] bool trans_check(trans_t &trans, ds_error_t &error);
@@ -178,6 +191,19 @@ void trans_unprepare(trans_t &trans);
 // transaction is open and empty. Operational data of deleted entries stays until oper_prune.
 [[nodiscard]] bool trans_commit(trans_t &trans, ds_error_t &error);
 
+// ---- candidate: edits on running that all sessions share until they are committed or discarded; need not be valid
+
+// A transaction on the candidate: its view is running with the candidate's edits and its own. It is not prepared or
+// committed but given to candidate_merge, which leaves it open and empty.
+[[nodiscard]] trans_ptr candidate_begin(datastore_t &store, bool is_writable, uint64_t holder);
+[[nodiscard]] bool candidate_merge(trans_t &trans, ds_error_t &error);
+[[nodiscard]] bool candidate_is_dirty(const datastore_t &store);
+// Takes the candidate's edits as a transaction to be committed; the candidate is running then. What is not committed is
+// put back by candidate_give_back, below edits made meanwhile.
+[[nodiscard]] trans_ptr candidate_take(datastore_t &store, uint64_t holder);
+void candidate_give_back(datastore_t &store, trans_ptr trans);
+void candidate_discard(datastore_t &store);
+
 // ---- operational data, written by clients; each write is a change of its own and gives its diff
 
 // Sets a leaf or (C_LIST) leaf-list; entries of operational lists above are created. Below a configured list the entry
@@ -187,6 +213,9 @@ void trans_unprepare(trans_t &trans);
                             ds_error_t &error);
 [[nodiscard]] bool oper_set_text(datastore_t &store, const path_t &path, std::string_view text, diff_ptr &diff,
                                  ds_error_t &error);
+// Several leaves below an instance in one change: see WIRE_CDB_SET_VALUES. All or nothing.
+[[nodiscard]] bool oper_set_values(datastore_t &store, const path_t &path, std::span<const confd_tag_value_t> values,
+                                   diff_ptr &diff, ds_error_t &error);
 [[nodiscard]] bool oper_create(datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error);
 [[nodiscard]] bool oper_delete(datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error);
 

@@ -7,27 +7,26 @@
 
 static constexpr size_t MAX_CLIENT_NAME = 128;
 
+using op_table_t = std::span<const op_row_t> (*)();
+static constexpr size_t MAX_OP_TABLES = 5; // of one kind
+
 struct kind_row_t {
     wire_kind_t kind;
     const char *name;
-    std::span<const op_row_t> (*ops)();
+    op_table_t tables[MAX_OP_TABLES]; // ended by null when they are fewer
 };
 
-// A worker connection takes no requests of its client: the agent asks there.
-static std::span<const op_row_t> worker_ops()
-{
-    return {};
-}
-
 static constexpr kind_row_t kind_rows[] = {
-    { WIRE_KIND_CONTROL, "control", control_ops },
-    { WIRE_KIND_WORKER, "worker", worker_ops },
-    { WIRE_KIND_CDB_SUB, "subscription", subscription_ops },
-    { WIRE_KIND_CDB_DATA, "data", cdb_ops },
-    { WIRE_KIND_MAAPI, "maapi", maapi_ops },
-    { WIRE_KIND_NOTIF, "notification", notif_ops },
-    { WIRE_KIND_SCHEMA, "schema", schema_ops },
-    { WIRE_KIND_ADMIN, "admin", admin_ops },
+    { WIRE_KIND_CONTROL, "control", { control_ops } },
+    { WIRE_KIND_WORKER, "worker", { worker_ops } },
+    { WIRE_KIND_CDB_SUB, "subscription", { subscription_ops } },
+    { WIRE_KIND_CDB_DATA, "data", { cdb_ops } },
+    { WIRE_KIND_MAAPI,
+      "maapi",
+      { maapi_edit_ops, maapi_read_ops, maapi_trans_ops, maapi_session_ops, maapi_action_ops } },
+    { WIRE_KIND_NOTIF, "notification", { notif_ops, stream_ops } },
+    { WIRE_KIND_SCHEMA, "schema", { schema_ops } },
+    { WIRE_KIND_ADMIN, "admin", { admin_ops } },
 };
 static_assert(std::size(kind_rows) == WIRE_KIND_COUNT);
 
@@ -86,6 +85,14 @@ static answer_t check_hello(const server_t &server, const hello_t &hello)
     return {};
 }
 
+// What the hello is answered with: a number that the client, or the agent, needs of the connection.
+static uint32_t hello_answer(const connection_t &conn)
+{
+    if (conn.kind == WIRE_KIND_CONTROL)
+        return conn.daemon_id;
+    return conn.kind == WIRE_KIND_WORKER ? static_cast<uint32_t>(conn.serial) : 0;
+}
+
 static answer_t greet(call_t &call)
 {
     hello_t hello{};
@@ -103,7 +110,7 @@ static answer_t greet(call_t &call)
     conn.pid = hello.pid;
     conn.daemon_id = conn.kind == WIRE_KIND_CONTROL ? call.server.registry.next_daemon_id++ : hello.daemon_id;
     event_del(conn.deadline_event.get());
-    call.out.u32(conn.kind == WIRE_KIND_CONTROL ? conn.daemon_id : 0);
+    call.out.u32(hello_answer(conn));
     agent_log(LOG_DEBUG, "%s connects: %s", connection_title(conn).c_str(), connection_kind_name(conn.kind));
     return {};
 }
@@ -117,9 +124,10 @@ static auto find_handler(const connection_t &conn, uint16_t op, std::string *why
         *why = "operation " + std::to_string(op) + " before the hello";
         return nullptr;
     }
-    for (const op_row_t &row : kind_rows[conn.kind].ops())
-        if (row.op == op)
-            return row.serve;
+    for (op_table_t table : kind_rows[conn.kind].tables)
+        for (const op_row_t &row : table ? table() : std::span<const op_row_t>())
+            if (row.op == op)
+                return row.serve;
     *why = "no operation " + std::to_string(op) + " on a " + kind_rows[conn.kind].name + " connection";
     return nullptr;
 }
@@ -145,6 +153,11 @@ void server_refuse_frame(connection_t &conn, const wire_header_t &header, int co
 
 void server_serve(connection_t &conn, const wire_header_t &header, std::string_view payload)
 {
+    if (header.op & WIRE_REPLY) {
+        if (!callback_take_answer(conn, header, payload))
+            server_refuse_frame(conn, header, CONFD_ERR_PROTOUSAGE, "an answer to what was not asked");
+        return;
+    }
     std::string why;
     auto serve = find_handler(conn, header.op, &why);
     if (!serve)
@@ -153,6 +166,8 @@ void server_serve(connection_t &conn, const wire_header_t &header, std::string_v
     answer_t answer = serve(call);
     if (answer.code == CONFD_ERR_PROTOUSAGE)
         agent_log(LOG_WARNING, "%s: refused: %s", connection_title(conn).c_str(), answer.text.c_str());
+    if (answer.is_silent)
+        return;
     if (answer.is_deferred)
         conn.is_waiting = true;
     else

@@ -20,6 +20,7 @@ struct answer_t {
     int code = CONFD_ERR_OK;
     std::string text;
     bool is_deferred = false;
+    bool is_silent = false; // of an operation without a reply
 };
 
 // A request to be answered later; its connection may be gone by then.
@@ -44,12 +45,17 @@ struct op_row_t {
 
 [[nodiscard]] inline answer_t refused(int code, std::string text)
 {
-    return { code, std::move(text), false };
+    return { code, std::move(text), false, false };
 }
 
 [[nodiscard]] inline answer_t deferred()
 {
-    return { CONFD_ERR_OK, {}, true };
+    return { CONFD_ERR_OK, {}, true, false };
+}
+
+[[nodiscard]] inline answer_t unanswered()
+{
+    return { CONFD_ERR_OK, {}, false, true };
 }
 
 // For a payload that does not hold what the operation takes. Ends the connection too.
@@ -62,7 +68,13 @@ struct op_row_t {
 std::span<const op_row_t> control_ops();
 std::span<const op_row_t> subscription_ops();
 std::span<const op_row_t> cdb_ops();
-std::span<const op_row_t> maapi_ops();
+std::span<const op_row_t> worker_ops();
+std::span<const op_row_t> maapi_session_ops();
+std::span<const op_row_t> maapi_trans_ops();
+std::span<const op_row_t> maapi_edit_ops();
+std::span<const op_row_t> maapi_read_ops();
+std::span<const op_row_t> maapi_action_ops();
+std::span<const op_row_t> stream_ops();
 std::span<const op_row_t> notif_ops();
 std::span<const op_row_t> schema_ops();
 std::span<const op_row_t> admin_ops();

@@ -23,6 +23,12 @@ void registry_forget_connection(registry_t &registry, uint64_t connection)
         std::erase_if(rows, [&](const auto &row) { return row.second.connection == connection; });
 }
 
+const registration_t *registry_find(const registry_t &registry, registration_kind_t kind, const std::string &name)
+{
+    auto found = registry.rows[kind].find(name);
+    return found != registry.rows[kind].end() && found->second.is_done ? &found->second : nullptr;
+}
+
 // The newer owner wins; the one before, if another and still there, is told of in the log.
 static void tell_of_loss(call_t &call, registration_kind_t kind, const std::string &name, const registration_t &before)
 {

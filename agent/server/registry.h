@@ -38,6 +38,10 @@ struct registry_t {
 // As status output names a kind: "data", "valpoint" and so on.
 [[nodiscard]] const char *registration_kind_name(registration_kind_t kind);
 
+// The registration that is in force for a point; null when there is none.
+[[nodiscard]] const registration_t *registry_find(const registry_t &registry, registration_kind_t kind,
+                                                  const std::string &name);
+
 void registry_forget_connection(registry_t &registry, uint64_t connection);
 
 #endif

@@ -34,6 +34,7 @@ void server_drop(server_t &server, uint64_t serial, const std::string &reason)
         lock_release(server, lock, serial);
     registry_forget_connection(server.registry, serial);
     std::erase_if(server.waiting_for_start, [&](const request_ref_t &ref) { return ref.connection == serial; });
+    callback_forget(server, conn);
     commit_queue_forget(server, serial);
     delivery_forget(server, conn);
     maapi_session_end(server, conn.maapi);

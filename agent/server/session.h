@@ -2,6 +2,7 @@
 #ifndef AGENT_SERVER_SESSION_H
 #define AGENT_SERVER_SESSION_H
 
+#include "agent/server/callback_trans.h"
 #include "agent/server/datastore.h"
 #include "agent/server/dispatch.h"
 #include "agent/server/notif.h"
@@ -9,6 +10,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 
 struct server_t;
 
@@ -20,11 +22,15 @@ struct cdb_session_t {
 struct session_trans_t {
     trans_ptr trans;         // null while it is being committed
     bool is_applied = false; // and not kept open: all that is left is to finish it
+    wire_db_t db = WIRE_DB_RUNNING;
+    callback_trans_ref daemons; // who has been told of it; never null
 };
 
 struct maapi_session_t {
     session_identity_t who;                           // id 0: no user session
     std::map<uint32_t, session_trans_t> transactions; // by handle
+    std::set<uint32_t> attached;                      // handles of callbacks' transactions
+    std::map<uint32_t, uint32_t> flags;               // wire_trans_flag_t, by handle; also of attached ones
 };
 
 // A value read from a request; goes with it.

@@ -1,0 +1,114 @@
+#include "agent/server/callback.h"
+
+#include "agent/server/connection.h"
+#include "agent/server/server.h"
+
+#include <cmath>
+
+static constexpr size_t MAX_QUESTIONS = 100000; // waiting for one client
+
+// ---- ending a question
+
+// The question goes first: what is done with its answer may ask the next one.
+static void end_first(server_t &server, callback_queue_t &queue, const callback_reply_t &reply)
+{
+    callback_question_t question = std::move(queue.questions.front());
+    queue.questions.pop_front();
+    if (question.done)
+        question.done(server, reply);
+}
+
+static callback_reply_t unavailable(std::string text)
+{
+    return { CONFD_ERR_UNAVAILABLE, std::move(text), {} };
+}
+
+// ---- asking
+
+static void send_first(connection_t &conn)
+{
+    callback_queue_t &queue = conn.callbacks;
+    const callback_question_t &question = queue.questions.front();
+    queue.last_id = queue.last_id == UINT32_MAX ? 1 : queue.last_id + 1;
+    queue.asked++;
+    queue.sent_ms = monotonic_ms();
+    connection_send(conn, question.op, 0, queue.last_id, question.payload);
+    auto ms = static_cast<long>(question.timeout_ms);
+    timeval limit = { ms / 1000, ms % 1000 * 1000 };
+    evtimer_add(queue.timeout.get(), &limit);
+}
+
+static void on_timeout(evutil_socket_t, short, void *arg) noexcept
+{
+    auto &conn = *static_cast<connection_t *>(arg);
+    if (conn.callbacks.questions.empty())
+        return;
+    const callback_question_t &question = conn.callbacks.questions.front();
+    connection_fail(conn, "has not answered " + question.what + " within " +
+                              std::to_string(question.timeout_ms / 1000) + "." +
+                              std::to_string(question.timeout_ms % 1000 / 100) + " s");
+}
+
+static bool make_timeout(connection_t &conn)
+{
+    if (!conn.callbacks.timeout)
+        conn.callbacks.timeout.reset(evtimer_new(conn.server->base.get(), on_timeout, &conn));
+    return conn.callbacks.timeout != nullptr;
+}
+
+void callback_ask(server_t &server, uint64_t connection, callback_question_t question)
+{
+    connection_t *conn = server_find(server, connection);
+    if (!conn || !make_timeout(*conn) || conn->callbacks.questions.size() >= MAX_QUESTIONS) {
+        if (question.done)
+            question.done(server, unavailable("nobody is there to answer " + question.what));
+        return;
+    }
+    conn->callbacks.questions.push_back(std::move(question));
+    if (conn->callbacks.questions.size() == 1)
+        send_first(*conn);
+}
+
+// ---- answers
+
+static callback_reply_t reply_of(const wire_header_t &header, std::string_view payload)
+{
+    if (header.status == CONFD_ERR_OK)
+        return { CONFD_ERR_OK, {}, payload };
+    wire_reader_t in(payload);
+    return { CONFD_ERR_EXTERNAL, std::string(in.text()), {} };
+}
+
+bool callback_take_answer(connection_t &conn, const wire_header_t &header, std::string_view payload)
+{
+    callback_queue_t &queue = conn.callbacks;
+    if (queue.questions.empty() || header.op != (queue.questions.front().op | WIRE_REPLY) || header.id != queue.last_id)
+        return false;
+    evtimer_del(queue.timeout.get());
+    server_t &server = *conn.server;
+    uint64_t serial = conn.serial;
+    bool is_more = queue.questions.size() > 1;
+    end_first(server, queue, reply_of(header, payload));
+    // A question that the asker has added to an empty queue has been sent by callback_ask.
+    connection_t *still = server_find(server, serial);
+    if (still && is_more)
+        send_first(*still);
+    return true;
+}
+
+void callback_forget(server_t &server, connection_t &conn)
+{
+    callback_queue_t queue = std::move(conn.callbacks);
+    conn.callbacks = {};
+    std::string why = conn.failure.empty() ? "has disconnected" : conn.failure;
+    while (!queue.questions.empty()) {
+        std::string text = connection_title(conn) + " " + why + "; it was asked for " + queue.questions.front().what;
+        end_first(server, queue, unavailable(std::move(text)));
+    }
+}
+
+void callback_refuse_answer(server_t &server, uint64_t connection, const std::string &why)
+{
+    if (connection_t *conn = server_find(server, connection))
+        connection_fail(*conn, why);
+}

@@ -1,0 +1,162 @@
+#include "agent/server/callback_trans.h"
+
+#include "agent/server/server.h"
+
+#include <algorithm>
+
+static constexpr size_t NO_PARTY = SIZE_MAX;
+
+void callback_put_session(wire_writer_t &out, const session_identity_t &who)
+{
+    out.u32(who.id);
+    out.text(who.user);
+    out.text(who.context);
+    out.text(who.source);
+}
+
+static size_t find_party(const callback_trans_t &trans, uint64_t control, bool is_validation)
+{
+    for (size_t i = 0; i < trans.parties.size(); i++)
+        if (trans.parties[i].control == control && trans.parties[i].is_validation == is_validation)
+            return i;
+    return NO_PARTY;
+}
+
+static void end_all(server_t &server, std::vector<callback_question_t> &questions, const callback_reply_t &reply)
+{
+    for (callback_question_t &question : questions)
+        if (question.done)
+            question.done(server, reply);
+}
+
+// ---- the choice of a worker
+
+// Everything that waits for the party's worker ends with the reply; the party is asked anew next time.
+static void give_up_party(server_t &server, callback_trans_t &trans, size_t party, const callback_reply_t &reply)
+{
+    std::vector<callback_question_t> waiting = std::move(trans.parties[party].waiting);
+    trans.parties.erase(trans.parties.begin() + static_cast<ptrdiff_t>(party));
+    end_all(server, waiting, reply);
+}
+
+// The worker connection of this number that belongs to the daemon of the control connection; 0 when there is none.
+static uint64_t find_worker(server_t &server, uint64_t control, uint32_t worker_id)
+{
+    const connection_t *daemon = server_find(server, control);
+    const connection_t *worker = server_find(server, worker_id);
+    bool is_its_own = daemon && worker && worker->kind == WIRE_KIND_WORKER && worker->daemon_id == daemon->daemon_id;
+    return is_its_own ? worker->serial : 0;
+}
+
+static void take_worker(server_t &server, callback_trans_t &trans, uint64_t control, bool is_validation,
+                        const callback_reply_t &reply)
+{
+    size_t at = find_party(trans, control, is_validation);
+    if (at == NO_PARTY)
+        return;
+    if (reply.code != CONFD_ERR_OK)
+        return give_up_party(server, trans, at, reply);
+    wire_reader_t in(reply.payload);
+    uint64_t worker = find_worker(server, control, in.u32());
+    if (worker == 0) {
+        callback_reply_t refusal = { CONFD_ERR_UNAVAILABLE, "the daemon's init callback has chosen no worker", {} };
+        return give_up_party(server, trans, at, refusal);
+    }
+    trans.parties[at].worker = worker;
+    std::vector<callback_question_t> waiting = std::move(trans.parties[at].waiting);
+    for (callback_question_t &question : waiting)
+        callback_ask(server, worker, std::move(question));
+}
+
+static void ask_for_worker(server_t &server, const callback_trans_ref &trans, uint64_t control, bool is_validation)
+{
+    wire_writer_t payload;
+    payload.u32(trans->th);
+    payload.u8(trans->db);
+    payload.u8(trans->is_writable);
+    callback_put_session(payload, trans->who);
+    callback_question_t question;
+    question.op = is_validation ? WIRE_CB_VALIDATE_INIT : WIRE_CB_TRANS_INIT;
+    question.payload = std::move(payload.bytes);
+    question.what = is_validation ? "the start of a validation" : "the start of a transaction";
+    question.timeout_ms = server.config.callback_timeout_ms;
+    question.done = [trans, control, is_validation](server_t &of, const callback_reply_t &reply) {
+        take_worker(of, *trans, control, is_validation, reply);
+    };
+    callback_ask(server, control, std::move(question));
+}
+
+// ---- asking
+
+void callback_trans_ask(server_t &server, const callback_trans_ref &trans, registration_kind_t kind,
+                        const std::string &point, uint16_t op, std::string payload, std::string what,
+                        callback_done_t done)
+{
+    const registration_t *row = registry_find(server.registry, kind, point);
+    if (!row) {
+        std::string text = std::string("no daemon has registered ") + registration_kind_name(kind) + " \"" + point +
+                           "\"; it was wanted for " + what;
+        return done(server, { CONFD_ERR_UNAVAILABLE, std::move(text), {} });
+    }
+    uint64_t control = row->connection;
+    bool is_validation = kind == REGISTRATION_VALPOINT;
+    size_t at = find_party(*trans, control, is_validation);
+    bool is_new = at == NO_PARTY;
+    if (is_new) {
+        trans->parties.push_back({ control, 0, is_validation, {} });
+        at = trans->parties.size() - 1;
+    }
+    callback_question_t question;
+    question.op = op;
+    question.payload = std::move(payload);
+    question.what = std::move(what);
+    question.timeout_ms = server.config.callback_timeout_ms;
+    question.done = std::move(done);
+    if (trans->parties[at].worker != 0)
+        return callback_ask(server, trans->parties[at].worker, std::move(question));
+    trans->parties[at].waiting.push_back(std::move(question));
+    if (is_new)
+        ask_for_worker(server, trans, control, is_validation);
+}
+
+// ---- the end
+
+static void tell_end(server_t &server, uint32_t th, const callback_party_t &party)
+{
+    if (party.worker == 0)
+        return;
+    wire_writer_t payload;
+    payload.u32(th);
+    callback_question_t question;
+    question.op = party.is_validation ? WIRE_CB_VALIDATE_STOP : WIRE_CB_TRANS_FINISH;
+    question.payload = std::move(payload.bytes);
+    question.what = party.is_validation ? "the end of a validation" : "the end of a transaction";
+    question.timeout_ms = server.config.callback_timeout_ms;
+    callback_ask(server, party.worker, std::move(question));
+}
+
+static void end_parties(server_t &server, callback_trans_t &trans, bool only_validation)
+{
+    std::vector<callback_party_t> ended;
+    for (callback_party_t &party : trans.parties)
+        if (party.is_validation || !only_validation)
+            ended.push_back(std::move(party));
+    std::erase_if(trans.parties,
+                  [&](const callback_party_t &party) { return party.is_validation || !only_validation; });
+    for (callback_party_t &party : ended) {
+        tell_end(server, trans.th, party);
+        end_all(server, party.waiting, { CONFD_ERR_UNAVAILABLE, "the transaction has ended", {} });
+    }
+}
+
+void callback_trans_finish(server_t &server, const callback_trans_ref &trans)
+{
+    if (trans)
+        end_parties(server, *trans, false);
+}
+
+void callback_trans_stop_validation(server_t &server, const callback_trans_ref &trans)
+{
+    if (trans)
+        end_parties(server, *trans, true);
+}
