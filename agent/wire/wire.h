@@ -259,6 +259,7 @@ enum wire_walk_item_t : uint8_t { // item: u8 this, then
     WIRE_WALK_LEAF = 3,           // text name, text canonical value ; keys are told with their entry only
     WIRE_WALK_LEAF_LIST = 4,      // text name, u32 n, n * text
     WIRE_WALK_END = 5,            // -
+    WIRE_WALK_NOTE = 6,           // text: what below here could not be read, and why
 };                                // names are as in JSON (RFC 7951): "module:name" where the module is not the parent's
 
 inline constexpr uint32_t WIRE_LOCK_SESSION = 1;
