@@ -72,6 +72,7 @@ static constexpr config_row_t config_rows[] = {
     { "action-timeout-ms", take_number<&agent_config_t::action_timeout_ms, 10, 86400000> },
     { "hello-timeout-ms", take_number<&agent_config_t::hello_timeout_ms, 10, 86400000> },
     { "outbound-limit", take_number<&agent_config_t::outbound_limit, 1 << 16, 1ull << 40> },
+    { "journal-limit", take_number<&agent_config_t::journal_limit, 1 << 10, 1ull << 30> },
     { "max-connections", take_number<&agent_config_t::max_connections, 1, 100000> },
 };
 

@@ -4,7 +4,8 @@
 //   yang-dir = DIR                  state-dir = DIR                    ipc-access-file = FILE (the shared secret)
 //   durable = yes|no                log = stderr|syslog                auto-phase2 = yes|no
 //   replay-dir = DIR (notifications; default netconf_replay in state-dir)
-//   sync-timeout-ms, callback-timeout-ms, action-timeout-ms, hello-timeout-ms, outbound-limit (bytes queued to one client), max-connections: numbers
+//   sync-timeout-ms, callback-timeout-ms, action-timeout-ms, hello-timeout-ms, outbound-limit (bytes queued to one client),
+//   journal-limit (bytes of journal after which a snapshot takes its place), max-connections: numbers
 #ifndef AGENT_SERVER_CONFIG_H
 #define AGENT_SERVER_CONFIG_H
 
@@ -30,6 +31,7 @@ struct agent_config_t {
     uint64_t action_timeout_ms = 240000;   // over one action
     uint64_t hello_timeout_ms = 30000;     // a connection that has not said what it is for is closed
     uint64_t outbound_limit = 16u << 20;   // bytes queued to a client; the frame that goes past it is the last
+    uint64_t journal_limit = 4u << 20;     // bytes of journal after which a snapshot takes its place
     uint64_t max_connections = 1000;
 };
 

@@ -37,10 +37,21 @@ public:
 
     void start()
     {
+        launch();
+        wait_until_served();
+    }
+
+    // The process alone: it may not have come far.
+    void launch()
+    {
         dir_.write("agentd.conf", "port = 0\nport-file = " + dir_.path("port") + "\nyang-dir = " + dir_.path("yang") +
                                       "\nstate-dir = " + dir_.path("state") + "\nlog = stderr\n" + more_config_);
         std::filesystem::remove(dir_.path("port"));
         pid_ = spawn({ AGENTD_PROGRAM, "-f", dir_.path("agentd.conf") });
+    }
+
+    void wait_until_served()
+    {
         for (int i = 0; i < 2000 && !dir_.has("port") && is_running(); i++)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         port_ = dir_.has("port") ? static_cast<uint16_t>(std::stoi(dir_.read("port"))) : 0;
