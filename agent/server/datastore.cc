@@ -46,23 +46,50 @@ static bool is_done_already(const wish_t &wish, const ds_error_t &error)
            (wish.kind == WISH_DELETE && error.code == CONFD_ERR_NOEXISTS);
 }
 
-// Makes the wishes again, on a running that has moved.
+// Makes a wish again, on a running that has moved.
+static bool make_again(trans_t &trans, wish_t &wish)
+{
+    edit_ground_t before = wish.ground;
+    ds_error_t error;
+    wish.first_edit = trans.log.edits.size();
+    if (wish_apply(trans.log, wish, error) ? wish.ground.made <= before.made : is_done_already(wish, error))
+        return true;
+    log_rollback(trans.log, 0);
+    wish.ground = before;
+    std::string why = error.code ? error.text : "what it stands in has been deleted";
+    return ds_fail(trans.conflict, CONFD_ERR_CONFLICT,
+                   "running has changed under the transaction at " + path_text(wish.path) + ": " + why);
+}
+
+// The candidate's wishes stay as they were when they became the candidate's, whoever looks at them.
+static bool make_candidate(datastore_t &store, trans_t &trans)
+{
+    for (const wish_t &wish : store.candidate.wishes) {
+        wish_t copy = wish;
+        if (!make_again(trans, copy))
+            return false;
+    }
+    return true;
+}
+
 static void rebase(datastore_t &store, trans_t &trans)
 {
     log_forget(trans.log);
     trans.generation = store.generation;
-    for (wish_t &wish : trans.wishes) {
-        edit_ground_t before = wish.ground;
-        ds_error_t error;
-        if (wish_apply(trans.log, wish, error) ? wish.ground.made <= before.made : is_done_already(wish, error))
-            continue;
-        log_rollback(trans.log, 0);
-        wish.ground = before;
-        std::string why = error.code ? error.text : "what it stands in has been deleted";
-        ds_fail(trans.conflict, CONFD_ERR_CONFLICT,
-                "running has changed under the transaction at " + path_text(wish.path) + ": " + why);
+    trans.candidate_generation = store.candidate.generation;
+    trans.conflict = {};
+    if (trans.is_on_candidate && !make_candidate(store, trans))
         return;
-    }
+    for (wish_t &wish : trans.wishes)
+        if (!make_again(trans, wish))
+            return;
+}
+
+// A conflict with running is for good, but the candidate may have lost what was in the way.
+static bool is_up_to_date(const datastore_t &store, const trans_t &trans)
+{
+    bool has_candidate = !trans.is_on_candidate || trans.candidate_generation == store.candidate.generation;
+    return has_candidate && (trans.conflict.code || trans.generation == store.generation);
 }
 
 static void show_trans(datastore_t &store, trans_t &trans)
@@ -70,15 +97,11 @@ static void show_trans(datastore_t &store, trans_t &trans)
     if (store.mounted == &trans)
         return;
     show_running(store);
-    if (trans.conflict.code)
-        return;
-    store.mounted = &trans;
-    if (trans.generation == store.generation)
-        log_redo(trans.log);
-    else
+    if (!is_up_to_date(store, trans))
         rebase(store, trans);
-    if (trans.conflict.code)
-        store.mounted = nullptr;
+    else
+        log_redo(trans.log);
+    store.mounted = trans.conflict.code ? nullptr : &trans;
 }
 
 void store_show_view(datastore_t &store, view_t view)

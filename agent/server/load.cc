@@ -123,11 +123,9 @@ bool trans_load(trans_t &trans, doc_format_t format, const std::string &document
         return fail_parse(ctx, error);
     if (!trans_check(trans, error))
         return false;
-    size_t edits = trans.log.edits.size();
-    size_t wishes = trans.wishes.size();
+    size_t mark = trans_mark(trans);
     if (load_siblings(trans, parsed.first, error))
         return true;
-    log_rollback(trans.log, edits);
-    trans.wishes.resize(wishes);
+    trans_rewind(trans, mark);
     return false;
 }

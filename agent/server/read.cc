@@ -42,6 +42,13 @@ static bool put_leaf_list(tree_t &tree, const path_t &path, wire_writer_t &out, 
     return true;
 }
 
+// The list's parent; false when there is none, and so no entry.
+static bool find_list(tree_t &tree, const path_t &list, lyd_node *&parent)
+{
+    parent = tree_find(tree, steps_above(list));
+    return parent || list.steps.size() == 1;
+}
+
 bool read_value(datastore_t &store, view_t view, const path_t &path, wire_writer_t &out, ds_error_t &error)
 {
     tree_t &tree = store_tree(store, view, path);
@@ -71,6 +78,20 @@ bool read_text(datastore_t &store, view_t view, const path_t &path, std::string 
     return true;
 }
 
+bool read_is_default(datastore_t &store, view_t view, const path_t &path)
+{
+    if (!path.node() || !path.node()->is(WIRE_NODE_LEAF | WIRE_NODE_LEAF_LIST))
+        return false;
+    tree_t &tree = store_tree(store, view, path);
+    if (!is_whole_leaf_list(path)) {
+        const lyd_node *node = tree_find(tree, path.steps);
+        return node && is_default(node);
+    }
+    lyd_node *parent = nullptr;
+    const lyd_node *first = find_list(tree, path, parent) ? tree_find_child(tree, parent, path.node()->node) : nullptr;
+    return first && is_default(first);
+}
+
 // ---- existence and rows
 
 bool read_exists(datastore_t &store, view_t view, const path_t &path)
@@ -84,13 +105,6 @@ bool read_exists(datastore_t &store, view_t view, const path_t &path)
     path_t above = path;
     above.steps.pop_back();
     return read_exists(store, view, above);
-}
-
-// The list's parent; false when there is none, and so no entry.
-static bool find_list(tree_t &tree, const path_t &list, lyd_node *&parent)
-{
-    parent = tree_find(tree, steps_above(list));
-    return parent || list.steps.size() == 1;
 }
 
 uint32_t read_count(datastore_t &store, view_t view, const path_t &list)

@@ -1,4 +1,4 @@
-// The inside of the datastores: what datastore.cc, trans.cc, read.cc, show.cc and oper.cc share.
+// The inside of the datastores: what datastore.cc, trans.cc, candidate.cc, read.cc, show.cc and oper.cc share.
 #ifndef AGENT_SERVER_STORE_H
 #define AGENT_SERVER_STORE_H
 
@@ -20,7 +20,14 @@ struct wish_t {
     wish_kind_t kind;
     path_t path;
     std::vector<value_t> values;
-    edit_ground_t ground; // what it had to make above, when it was asked for
+    edit_ground_t ground;  // what it had to make above, when it was asked for
+    size_t first_edit = 0; // of the transaction's log, that the wish made
+};
+
+// What the candidate adds to running. Transactions on it make its wishes below their own.
+struct candidate_t {
+    std::vector<wish_t> wishes;
+    uint64_t generation = 1; // grows with each change
 };
 
 struct trans_t {
@@ -30,6 +37,9 @@ struct trans_t {
     std::vector<wish_t> wishes;
     edit_log_t log;
     uint64_t generation = 0; // of running, that the log is against
+    bool is_on_candidate = false;
+    uint64_t candidate_generation = 0; // of the candidate whose wishes the log begins with
+    size_t wishes_taken = 0;           // of the candidate, at the beginning: see candidate_take
     bool is_prepared = false;
     size_t edits_asked_for = 0; // prepared: edits of the log that are not consequences
     size_t wishes_prepared = 0; // wishes judged by trans_prepare
@@ -47,6 +57,7 @@ struct datastore_t {
     uint64_t changes = 0;       // commits that changed running, of all time
     trans_t *mounted = nullptr; // whose edits stand in running now
     trans_t *prepared = nullptr;
+    candidate_t candidate;
     edit_log_t last_commit{ &running }; // undone while the old view is looked at
     uint64_t lock_holder = 0;           // 0: free
     std::string lock_name;

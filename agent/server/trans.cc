@@ -130,13 +130,42 @@ static bool make_wish(trans_t &trans, wish_t wish, ds_error_t &error)
 {
     if (!check_editable(trans, wish.path, error) || !trans_check(trans, error))
         return false;
-    size_t before = trans.log.edits.size();
+    wish.first_edit = trans.log.edits.size();
     if (wish_apply(trans.log, wish, error)) {
         trans.wishes.push_back(std::move(wish));
         return true;
     }
-    log_rollback(trans.log, before);
+    log_rollback(trans.log, wish.first_edit);
     return false;
+}
+
+static void forget_preparation(trans_t &trans)
+{
+    trans.is_prepared = false;
+    trans.wishes_prepared = 0;
+    if (trans.store->prepared == &trans)
+        trans.store->prepared = nullptr;
+}
+
+size_t trans_mark(const trans_t &trans)
+{
+    return trans.wishes.size();
+}
+
+void trans_rewind(trans_t &trans, size_t mark)
+{
+    if (mark >= trans.wishes.size())
+        return;
+    store_show_view(*trans.store, { VIEW_TRANS, &trans });
+    if (trans.conflict.code) { // the edits that stay may be free of it
+        trans.conflict = {};
+        trans.generation = 0;
+    } else {
+        log_rollback(trans.log, trans.wishes[mark].first_edit);
+    }
+    trans.wishes.erase(trans.wishes.begin() + static_cast<ptrdiff_t>(mark), trans.wishes.end());
+    if (mark < trans.wishes_prepared)
+        forget_preparation(trans);
 }
 
 static bool list_values(const trans_t &trans, const path_t &path, const confd_value_t &value,
@@ -210,9 +239,7 @@ static void drop_consequences(trans_t &trans)
         store_show_view(*trans.store, { VIEW_TRANS, &trans });
         log_rollback(trans.log, trans.edits_asked_for);
     }
-    trans.is_prepared = false;
-    if (trans.store->prepared == &trans)
-        trans.store->prepared = nullptr;
+    forget_preparation(trans);
 }
 
 static bool judge(trans_t &trans, diff_ptr &diff, ds_error_t &error)
@@ -236,6 +263,8 @@ bool trans_prepare(trans_t &trans, diff_ptr &diff, ds_error_t &error)
     datastore_t &store = *trans.store;
     if (!trans.is_writable)
         return ds_fail(error, CONFD_ERR_NOT_WRITABLE, "the transaction is for reading only");
+    if (trans.is_on_candidate)
+        return ds_fail(error, CONFD_ERR_BADSTATE, "a transaction on the candidate is merged into it, not committed");
     if (store.lock_holder && store.lock_holder != trans.holder)
         return ds_fail(error, CONFD_ERR_LOCKED, "running is locked by " + store.lock_name);
     if (store.prepared && store.prepared != &trans)
@@ -270,12 +299,12 @@ bool trans_commit(trans_t &trans, ds_error_t &error)
         !journal_append(store.journal, wishes_record(wishes_of(*diff)), error))
         return false;
     store.mounted = nullptr;
-    store.prepared = nullptr;
     store.generation++;
     store.changes += diff->is_empty() ? 0 : 1;
     store.last_commit = std::move(trans.log);
     trans.wishes.clear();
+    trans.wishes_taken = 0;
     trans.generation = store.generation;
-    trans.is_prepared = false;
+    forget_preparation(trans);
     return true;
 }
