@@ -3,6 +3,7 @@
 #include "agent/server/connection.h"
 #include "agent/server/server.h"
 
+#include <algorithm>
 #include <cmath>
 
 static constexpr size_t MAX_QUESTIONS = 100000; // waiting for one client
@@ -67,6 +68,27 @@ void callback_ask(server_t &server, uint64_t connection, callback_question_t que
     conn->callbacks.questions.push_back(std::move(question));
     if (conn->callbacks.questions.size() == 1)
         send_first(*conn);
+}
+
+bool callback_withdraw(server_t &server, uint64_t connection, uint32_t ticket)
+{
+    connection_t *conn = server_find(server, connection);
+    if (!conn || conn->callbacks.questions.size() < 2)
+        return false;
+    auto &questions = conn->callbacks.questions;
+    auto gone = std::remove_if(questions.begin() + 1, questions.end(),
+                               [&](const callback_question_t &question) { return question.ticket == ticket; });
+    bool is_any = gone != questions.end();
+    questions.erase(gone, questions.end());
+    return is_any;
+}
+
+uint64_t callback_find_worker(server_t &server, uint64_t control, uint32_t worker_id)
+{
+    const connection_t *daemon = server_find(server, control);
+    const connection_t *worker = server_find(server, worker_id);
+    bool is_its_own = daemon && worker && worker->kind == WIRE_KIND_WORKER && worker->daemon_id == daemon->daemon_id;
+    return is_its_own ? worker->serial : 0;
 }
 
 // ---- answers

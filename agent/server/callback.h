@@ -36,6 +36,7 @@ struct callback_question_t {
     std::string what; // "get_next_object of callpoint \"arp-table\"", for texts
     uint64_t timeout_ms = 0;
     callback_done_t done; // null: nobody wants to know
+    uint32_t ticket = 0;  // of the asker's, by which it may be withdrawn; 0: never
 };
 
 // Of a connection.
@@ -49,6 +50,12 @@ struct callback_queue_t {
 
 // Asks the client of a connection; a connection that is gone ends the question like a client that dies.
 void callback_ask(server_t &server, uint64_t connection, callback_question_t question);
+
+// Takes back the questions with the ticket that have not been sent; they end without a word. False when there were none.
+bool callback_withdraw(server_t &server, uint64_t connection, uint32_t ticket);
+
+// The worker connection of this number that belongs to the daemon of the control connection; 0 when there is none.
+[[nodiscard]] uint64_t callback_find_worker(server_t &server, uint64_t control, uint32_t worker_id);
 
 // A frame with WIRE_REPLY of the connection's client. False when nothing was asked that it could answer.
 [[nodiscard]] bool callback_take_answer(connection_t &conn, const wire_header_t &header, std::string_view payload);

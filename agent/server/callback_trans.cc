@@ -39,15 +39,6 @@ static void give_up_party(server_t &server, callback_trans_t &trans, size_t part
     end_all(server, waiting, reply);
 }
 
-// The worker connection of this number that belongs to the daemon of the control connection; 0 when there is none.
-static uint64_t find_worker(server_t &server, uint64_t control, uint32_t worker_id)
-{
-    const connection_t *daemon = server_find(server, control);
-    const connection_t *worker = server_find(server, worker_id);
-    bool is_its_own = daemon && worker && worker->kind == WIRE_KIND_WORKER && worker->daemon_id == daemon->daemon_id;
-    return is_its_own ? worker->serial : 0;
-}
-
 static void take_worker(server_t &server, callback_trans_t &trans, uint64_t control, bool is_validation,
                         const callback_reply_t &reply)
 {
@@ -57,7 +48,7 @@ static void take_worker(server_t &server, callback_trans_t &trans, uint64_t cont
     if (reply.code != CONFD_ERR_OK)
         return give_up_party(server, trans, at, reply);
     wire_reader_t in(reply.payload);
-    uint64_t worker = find_worker(server, control, in.u32());
+    uint64_t worker = callback_find_worker(server, control, in.u32());
     if (worker == 0) {
         callback_reply_t refusal = { CONFD_ERR_UNAVAILABLE, "the daemon's init callback has chosen no worker", {} };
         return give_up_party(server, trans, at, refusal);

@@ -51,6 +51,19 @@ void commit_queue_forget(server_t &server, uint64_t connection)
     std::erase_if(server.triggers_for_phase_2, is_its_own);
 }
 
+void commit_queue_interrupt(server_t &server, uint64_t connection)
+{
+    auto &jobs = server.queue.jobs;
+    auto found = std::ranges::find_if(jobs, [&](const std::unique_ptr<job_t> &job) {
+        return job->stage == STAGE_QUEUED && job->kind == JOB_COMMIT && job->reply_to.connection == connection;
+    });
+    if (found == jobs.end())
+        return;
+    request_ref_t reply_to = (*found)->reply_to;
+    jobs.erase(found);
+    server_answer(server, reply_to, refused(CONFD_ERR_ABORTED, "interrupted"), {});
+}
+
 const diff_t *commit_queue_changes(server_t &server)
 {
     return is_running(server) ? server.queue.jobs.front()->changes.get() : nullptr;

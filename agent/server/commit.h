@@ -67,6 +67,9 @@ void commit_queue_add(server_t &server, std::unique_ptr<job_t> job);
 void commit_queue_schedule(server_t &server);
 // What the connection has asked for and has not begun is not done.
 void commit_queue_forget(server_t &server, uint64_t connection);
+// The request that the connection waits for is answered with CONFD_ERR_ABORTED if its job has not begun; else nothing
+// happens.
+void commit_queue_interrupt(server_t &server, uint64_t connection);
 // The changes being delivered; null when nothing is.
 [[nodiscard]] const diff_t *commit_queue_changes(server_t &server);
 // Tells the committer who is being served.

@@ -123,6 +123,23 @@ static bool has_frame(connection_t &conn, size_t offset, wire_header_t *header)
     return left - WIRE_HEADER_SIZE >= header->length;
 }
 
+// Serves the urgent frames that stand in the input behind a request that waits, within what the connection may buffer.
+static void serve_urgent_frames(connection_t &conn)
+{
+    size_t offset = 0;
+    wire_header_t header{};
+    while (conn.is_waiting && !conn.is_closing && conn.failure.empty() && has_frame(conn, offset, &header)) {
+        size_t size = WIRE_HEADER_SIZE + header.length;
+        if (!server_is_urgent(conn, header.op)) {
+            offset += size;
+            continue;
+        }
+        std::string frame = conn.in.substr(offset, size);
+        conn.in.erase(offset, size);
+        server_serve(conn, header, std::string_view(frame).substr(WIRE_HEADER_SIZE));
+    }
+}
+
 // Serves buffered frames; true when one that could be served now is left for the next turn.
 static bool serve_frames(connection_t &conn)
 {
@@ -139,6 +156,7 @@ static bool serve_frames(connection_t &conn)
         offset += WIRE_HEADER_SIZE + header.length;
     }
     conn.in.erase(0, offset);
+    serve_urgent_frames(conn);
     if (conn.in.empty() && conn.in.capacity() > IN_HIGH_WATER)
         conn.in.shrink_to_fit();
     return is_more;

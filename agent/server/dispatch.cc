@@ -163,15 +163,21 @@ void server_serve(connection_t &conn, const wire_header_t &header, std::string_v
     if (!serve)
         return server_refuse_frame(conn, header, CONFD_ERR_PROTOUSAGE, why);
     call_t call{ *conn.server, conn, wire_reader_t(payload), {}, { conn.serial, header.op, header.id } };
+    bool was_waiting = conn.is_waiting; // an urgent operation
+    conn.is_waiting = true;             // until server_answer, which a handler that defers may have come to already
     answer_t answer = serve(call);
     if (answer.code == CONFD_ERR_PROTOUSAGE)
         agent_log(LOG_WARNING, "%s: refused: %s", connection_title(conn).c_str(), answer.text.c_str());
-    if (answer.is_silent)
+    if (answer.is_deferred || (answer.is_silent && was_waiting))
         return;
-    if (answer.is_deferred)
-        conn.is_waiting = true;
-    else
+    conn.is_waiting = was_waiting;
+    if (!answer.is_silent)
         send_answer(conn, call.ref, answer, call.out.bytes);
+}
+
+bool server_is_urgent(const connection_t &conn, uint16_t op)
+{
+    return conn.kind == WIRE_KIND_MAAPI && op == WIRE_MAAPI_INTERRUPT;
 }
 
 void server_answer(server_t &server, const request_ref_t &ref, const answer_t &answer, std::string_view payload)

@@ -35,6 +35,7 @@ void server_drop(server_t &server, uint64_t serial, const std::string &reason)
     registry_forget_connection(server.registry, serial);
     std::erase_if(server.waiting_for_start, [&](const request_ref_t &ref) { return ref.connection == serial; });
     callback_forget(server, conn);
+    action_forget(server, serial);
     commit_queue_forget(server, serial);
     delivery_forget(server, conn);
     maapi_session_end(server, conn.maapi);

@@ -6,6 +6,7 @@
 #ifndef AGENT_SERVER_SERVER_H
 #define AGENT_SERVER_SERVER_H
 
+#include "agent/server/action.h"
 #include "agent/server/commit.h"
 #include "agent/server/config.h"
 #include "agent/server/connection.h"
@@ -47,6 +48,7 @@ struct server_t {
     uint32_t init_th = 0;
     lock_t cdb_locks[DB_COUNT]; // of CDB sessions
     registry_t registry;
+    actions_t actions;
     subscriptions_t subscriptions;
     commit_queue_t queue;
     delivery_t delivery;
@@ -60,6 +62,9 @@ struct server_t {
 
 // Serves one frame of a connection.
 void server_serve(connection_t &conn, const wire_header_t &header, std::string_view payload);
+
+// An operation that is served even while the answer to another request of the connection is still to come.
+[[nodiscard]] bool server_is_urgent(const connection_t &conn, uint16_t op);
 
 // Answers a frame that cannot be served, and ends its connection.
 void server_refuse_frame(connection_t &conn, const wire_header_t &header, int code, const std::string &text);
