@@ -47,9 +47,8 @@ struct editor_t {
     int first_vpn() const { return 1 + number * 10; }
 
     // Until the agent goes.
-    void work(const agentd_process &agent)
+    void work(user_client &user)
     {
-        user_client user(agent);
         while (user.begin() > 0) {
             crash_part_t next = known;
             if (int result = crash_edit(user, next, first_vpn(), random).make(); result != CONFD_OK)
@@ -133,9 +132,10 @@ protected:
     void work_and_kill()
     {
         folder_watch state(agent_.dir().path("state"));
+        user_client users[EDITORS]{ user_client(agent_), user_client(agent_), user_client(agent_) };
         std::thread threads[EDITORS];
         for (int i = 0; i < EDITORS; i++)
-            threads[i] = std::thread([this, i] { editors_[i].work(agent_); });
+            threads[i] = std::thread([this, i, &users] { editors_[i].work(users[i]); });
         std::this_thread::sleep_for(std::chrono::microseconds(below(60000)));
         int moment = below(3);
         if (moment == 0 && state.wait(1 + below(6), 300)) // a snapshot's files come, move and go one after the other

@@ -41,6 +41,8 @@ public:
         wait_until_served();
     }
 
+    void configure(std::string more_config) { more_config_ = std::move(more_config); }
+
     // The process alone: it may not have come far.
     void launch()
     {
