@@ -180,41 +180,12 @@ static bool load_snapshot(datastore_t &store, const std::string &json, ds_error_
                        "; start with the model that wrote it, or restore the directory from a backup");
 }
 
-// One record: u32 n, n * (u8 wish_kind_t, text path, u32 n, n * text value).
-static bool read_wish(const schema_t &schema, wire_reader_t &in, wish_t &wish, ds_error_t &error)
-{
-    uint8_t kind = in.u8();
-    std::string_view path = in.text();
-    uint32_t count = in.count(sizeof(uint32_t));
-    if (!in.ok || kind > WISH_DELETE || !path_parse(schema, path, PATH_SUBTREE, wish.path, error) || !wish.path.node())
-        return false;
-    wish.kind = static_cast<wish_kind_t>(kind);
-    wish.values.resize(count);
-    for (value_t &value : wish.values)
-        if (!value_from_text(*wish.path.node(), in.text(), path, value, error))
-            return false;
-    bool has_value = wish.kind != WISH_SET || count == 1;
-    return in.ok && has_value;
-}
-
-static bool replay_record(datastore_t &store, const std::string &payload, ds_error_t &error)
-{
-    wire_reader_t in(payload);
-    edit_log_t log(&store.running);
-    uint32_t count = in.count(2 * sizeof(uint32_t));
-    for (uint32_t i = 0; i < count; i++) {
-        wish_t wish{};
-        if (!read_wish(*store.schema, in, wish, error) || !wish_apply(log, wish, error))
-            return false;
-    }
-    return in.finished();
-}
-
 static bool replay(datastore_t &store, const journal_content_t &content, ds_error_t &error)
 {
     for (size_t i = 0; i < content.records.size(); i++) {
         ds_error_t why;
-        if (!replay_record(store, content.records[i], why))
+        edit_log_t log(&store.running);
+        if (!wishes_replay(log, *store.schema, content.records[i], why))
             return journal_refuse(store.journal, content.offsets[i],
                                   why.text.empty() ? "it is not well formed" : why.text, error);
     }

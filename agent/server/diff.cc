@@ -76,6 +76,13 @@ static std::string values_text(const std::vector<value_t> &values)
     return text;
 }
 
+static std::string new_text(const diff_node_t &node)
+{
+    if (node.op != WIRE_MOP_MOVED_AFTER)
+        return values_text(node.new_values);
+    return node.place.empty() ? "first" : "after " + values_text(node.place);
+}
+
 static void add_lines(const diff_node_t &node, const std::string &above, std::vector<diff_line_t> &lines)
 {
     for (const auto &child : node.children) {
@@ -83,7 +90,7 @@ static void add_lines(const diff_node_t &node, const std::string &above, std::ve
             continue;
         std::string path = above + path_text({ { { child->schema, child->keys } } });
         if (child->op != WIRE_MOP_MODIFIED)
-            lines.push_back({ child->op, path, values_text(child->old_values), values_text(child->new_values) });
+            lines.push_back({ child->op, path, values_text(child->old_values), new_text(*child) });
         add_lines(*child, path, lines);
     }
 }

@@ -3,7 +3,9 @@
 // Values that are only defaults do not count: a leaf that goes back to its default is deleted. A leaf or leaf-list that has
 // a value of its own is WIRE_MOP_VALUE_SET; list entries, presence containers and leaves of type empty are created and
 // deleted; whatever has a change below it, and every container without presence, is modified. Below a deleted entry or
-// presence container nothing is told. Below a created one stands all that it holds, keys included.
+// presence container nothing is told. Below a created one stands all that it holds, keys included. An entry of a user-ordered
+// list that is in another place among those that were there is WIRE_MOP_MOVED_AFTER, with its other changes below; as few
+// entries as possible are told as moved, and none that no edit has touched.
 #ifndef AGENT_SERVER_DIFF_H
 #define AGENT_SERVER_DIFF_H
 
@@ -21,10 +23,12 @@ struct diff_node_t {
     const schema_info_t *schema = nullptr; // null in the root
     const diff_node_t *parent = nullptr;
     wire_iter_op_t op = WIRE_MOP_MODIFIED;
-    std::vector<value_t> keys;       // of a list entry
+    std::vector<value_t> keys;  // of a list entry
+    std::vector<value_t> place; // keys of the entry before a created or moved one of a user-ordered list; first: none
+    bool is_placed = false;     // it has to be put there: it does not simply stand behind all that were there
     std::vector<value_t> old_values; // of a leaf: none or one; of a leaf-list: all
     std::vector<value_t> new_values;
-    // In the order of the model, entries of one list in key order (user-ordered ones as they came).
+    // In the order of the model, entries of one list in key order (user-ordered ones in theirs, deleted ones first).
     std::vector<std::unique_ptr<diff_node_t>> children;
 };
 
@@ -47,7 +51,8 @@ using diff_ptr = std::unique_ptr<diff_t>;
 
 [[nodiscard]] path_t diff_path(const diff_node_t &node);
 void diff_put_keypath(wire_writer_t &out, const diff_node_t &node);
-// Old and new value, as WIRE_SUB_DIFF gives them: C_NOEXISTS where there is none, a leaf-list's as C_LIST.
+// Old and new value, as WIRE_SUB_DIFF gives them: C_NOEXISTS where there is none, a leaf-list's as C_LIST. Created and moved
+// entries of a user-ordered list have as new value the keys of the entry before as C_LIST, the first C_NOEXISTS.
 void diff_put_values(wire_writer_t &out, const diff_node_t &node);
 
 // Writes what changed in the instance, its own begin and end left out, as items (u32 tag, u32 ns, value) and gives their
@@ -60,12 +65,13 @@ void diff_put_values(wire_writer_t &out, const diff_node_t &node);
 [[nodiscard]] uint32_t diff_put_point_modifications(wire_writer_t &out, const diff_t &diff, const path_t &point,
                                                     uint32_t flags);
 
-// A change as a person reads it, for WIRE_MAAPI_COMPARE: leaves, created and deleted entries and presence containers.
+// A change as a person reads it, for WIRE_MAAPI_COMPARE: leaves, created, moved and deleted entries and
+// presence containers.
 struct diff_line_t {
     wire_iter_op_t op;
     std::string path;
     std::string old_text; // a leaf-list's values separated by blanks
-    std::string new_text;
+    std::string new_text; // moved: "first", or "after" and the keys of the entry before
 };
 [[nodiscard]] std::vector<diff_line_t> diff_lines(const diff_t &diff);
 

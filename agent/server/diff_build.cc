@@ -1,7 +1,10 @@
 #include "agent/server/diff_build.h"
 
+#include "agent/server/diff_order.h"
+
 #include <algorithm>
 #include <map>
+#include <unordered_map>
 
 // ---- a copy of what is set
 
@@ -97,12 +100,18 @@ struct touched_order_t {
 };
 using touched_map_t = std::map<const lyd_node *, touched_t, touched_order_t>;
 
+using places_t = std::unordered_map<const lyd_node *, size_t>;
+
 // An instance on the way to a change, or (whole) one that came or went as such.
 struct touched_t {
     touched_map_t below; // by any node that has the identity
     bool is_whole = false;
-    size_t serial = 0;                // of touching
-    std::unique_ptr<diff_node_t> old; // whole: as it was
+    bool is_moved = false;
+    std::unique_ptr<diff_node_t> old;                 // whole: as it was
+    const lyd_node *old_node = nullptr;               // null: it was not there
+    std::map<const lysc_node *, places_t> old_places; // of the entries of user-ordered lists below it
+
+    [[nodiscard]] bool has_other_place() const { return is_whole || is_moved; }
 };
 
 static bool is_known(const lyd_node *node)
@@ -110,26 +119,22 @@ static bool is_known(const lyd_node *node)
     return schema_info(node->schema) != nullptr;
 }
 
-static touched_t &touch(touched_t &root, const lyd_node *node, size_t &serial)
+static touched_t &touch(touched_t &root, const lyd_node *node)
 {
-    touched_t &above = tree_parent(node) ? touch(root, tree_parent(node), serial) : root;
-    auto [row, is_new] = above.below.try_emplace(node);
-    if (is_new)
-        row->second.serial = serial++;
-    return row->second;
+    touched_t &above = tree_parent(node) ? touch(root, tree_parent(node)) : root;
+    return above.below[node];
 }
 
 // Changes inside what is detached are covered by the change that detached it.
-static void note_edit(touched_t &root, const edit_t &edit, const std::unordered_set<const lyd_node *> &detached,
-                      size_t &serial)
+static void note_edit(touched_t &root, const edit_t &edit, const std::unordered_set<const lyd_node *> &detached)
 {
     if (!is_known(edit.node) || (edit.parent && !is_attached(detached, edit.parent)))
         return;
-    touched_t &above = edit.parent ? touch(root, edit.parent, serial) : root;
-    auto [row, is_new] = above.below.try_emplace(edit.node);
-    if (is_new)
-        row->second.serial = serial++;
-    row->second.is_whole = true;
+    touched_t &above = edit.parent ? touch(root, edit.parent) : root;
+    touched_t &touched = above.below[edit.node];
+    bool is_move = edit.kind == EDIT_MOVE && is_list_entry(*schema_info(edit.node->schema));
+    touched.is_whole = touched.is_whole || !is_move;
+    touched.is_moved = touched.is_moved || is_move;
 }
 
 // ---- old against new
@@ -143,10 +148,31 @@ static lyd_node *find_same(tree_t &tree, lyd_node *parent, const lyd_node *like)
     return at != entries.end() && tree_compare(*at, like) == 0 ? *at : nullptr;
 }
 
+// The order of operational entries is nobody's wish.
+static bool has_order(const schema_info_t &info)
+{
+    return is_list_entry(info) && info.is_user_ordered && info.is(WIRE_NODE_CONFIG);
+}
+
+static void note_places(tree_t &tree, lyd_node *parent, const lysc_node *schema, touched_t &touched)
+{
+    auto [row, is_new] = touched.old_places.try_emplace(schema);
+    if (!is_new)
+        return;
+    places_t &places = row->second;
+    for (lyd_node *at = tree_find_child(tree, parent, schema); at && at->schema == schema; at = at->next)
+        places.emplace(at, places.size());
+}
+
 static void copy_old(tree_t &tree, lyd_node *at, touched_t &touched)
 {
-    for (auto &[like, below] : touched.below) {
+    for (auto row = touched.below.begin(); row != touched.below.end(); ++row) {
+        auto &[like, below] = *row;
         lyd_node *node = find_same(tree, at, like);
+        below.old_node = node;
+        bool is_one_of_many = std::next(row) != touched.below.end() && std::next(row)->first->schema == like->schema;
+        if ((is_one_of_many || below.has_other_place()) && has_order(*schema_info(like->schema)))
+            note_places(tree, at, like->schema, touched);
         if (node && below.is_whole)
             below.old = copy_node(tree, node, *schema_info(node->schema), nullptr);
         else if (node)
@@ -204,9 +230,7 @@ static std::unique_ptr<diff_node_t> deleted(std::unique_ptr<diff_node_t> old)
     return old;
 }
 
-static constexpr size_t NO_MATCH = static_cast<size_t>(-1);
-
-// For each new instance the position of the old one with its identity.
+// For each new instance the position of the old one with its identity, or NO_PLACE.
 static std::vector<size_t> match_children(const diff_nodes_t &old, const diff_nodes_t &now)
 {
     std::vector<size_t> sorted(old.size());
@@ -217,18 +241,59 @@ static std::vector<size_t> match_children(const diff_nodes_t &old, const diff_no
     for (const auto &node : now) {
         auto at = std::ranges::partition_point(sorted, [&](size_t i) { return precedes(*old[i], *node); });
         bool is_match = at != sorted.end() && same_instance(*old[*at], *node);
-        matches.push_back(is_match ? *at : NO_MATCH);
+        matches.push_back(is_match ? *at : NO_PLACE);
     }
     return matches;
 }
 
-// What is gone comes before what is there; the caller's order by the model puts both right.
+using keys_t = std::vector<value_t>;
+
+// Notes the place of an entry that is new or moved; one that is not changed otherwise gets a node for it.
+static void place_entry(std::unique_ptr<diff_node_t> &change, const order_item_t &item, keys_t keys, keys_t place,
+                        const schema_info_t &info)
+{
+    bool is_new = item.old_place == NO_PLACE;
+    if (!is_new && !item.is_placed)
+        return;
+    if (!change) {
+        change = new_node(info, nullptr, WIRE_MOP_MODIFIED);
+        change->keys = std::move(keys);
+    }
+    change->op = is_new ? change->op : WIRE_MOP_MOVED_AFTER;
+    change->is_placed = item.is_placed;
+    change->place = std::move(place);
+}
+
+// The entries of one user-ordered list are those at first to end - 1.
+static void place_siblings(const std::vector<keys_t> &keys, const std::vector<size_t> &matches, size_t first,
+                           size_t end, const schema_info_t &info, diff_nodes_t &changes)
+{
+    std::vector<order_item_t> items;
+    for (size_t i = first; i < end; i++)
+        items.push_back({ matches[i], true });
+    diff_find_moves(items);
+    for (size_t i = first; i < end; i++)
+        place_entry(changes[i], items[i - first], keys[i], i == first ? keys_t() : keys[i - 1], info);
+}
+
+// What is gone comes before what is there; the sort by the model puts both right.
 static void merge_children(diff_node_t &to, diff_nodes_t old, diff_nodes_t now)
 {
     std::vector<size_t> matches = match_children(old, now);
+    std::vector<keys_t> keys;
+    std::vector<const schema_info_t *> schemas;
     diff_nodes_t changes;
-    for (size_t i = 0; i < now.size(); i++)
-        changes.push_back(net_change(matches[i] == NO_MATCH ? nullptr : std::move(old[matches[i]]), std::move(now[i])));
+    for (size_t i = 0; i < now.size(); i++) {
+        keys.push_back(now[i]->keys);
+        schemas.push_back(now[i]->schema);
+        changes.push_back(net_change(matches[i] == NO_PLACE ? nullptr : std::move(old[matches[i]]), std::move(now[i])));
+    }
+    for (size_t i = 0, end = 0; i < schemas.size(); i = end) {
+        for (end = i + 1; end < schemas.size() && schemas[end] == schemas[i]; end++)
+            ;
+        if (has_order(*schemas[i]))
+            place_siblings(keys, matches, i, end, *schemas[i], changes);
+    }
     for (auto &gone : old)
         if (gone)
             add_change(to, deleted(std::move(gone)));
@@ -257,45 +322,85 @@ static std::unique_ptr<diff_node_t> net_change(std::unique_ptr<diff_node_t> old,
     return now->children.empty() ? nullptr : std::move(now);
 }
 
-static void sort_children(diff_node_t &node, const std::vector<size_t> &serials)
+// An instance that was touched, and what has become of it.
+struct change_t {
+    lyd_node *node; // null: it is gone
+    const touched_t *touched;
+    std::unique_ptr<diff_node_t> change;
+};
+
+// The entries of a list in its order, each with its place before.
+struct order_t {
+    std::vector<lyd_node *> entries;
+    std::vector<order_item_t> items;
+    places_t places;
+};
+
+static order_t order_of(lyd_node *first, const places_t &old_places, const std::vector<change_t> &changes)
 {
-    std::vector<size_t> at(node.children.size());
-    for (size_t i = 0; i < at.size(); i++)
-        at[i] = i;
-    std::ranges::stable_sort(at, [&](size_t a, size_t b) {
-        const schema_info_t *left = node.children[a]->schema;
-        const schema_info_t *right = node.children[b]->schema;
-        return left == right && left->is_user_ordered && is_list_entry(*left) ? serials[a] < serials[b]
-                                                                              : left->order < right->order;
+    std::unordered_map<const lyd_node *, const touched_t *> touched;
+    for (const change_t &change : changes)
+        touched.emplace(change.node, change.touched);
+    order_t order;
+    for (lyd_node *at = first; at && at->schema == first->schema; at = at->next) {
+        auto found = touched.find(at);
+        const touched_t *by = found == touched.end() ? nullptr : found->second;
+        auto old = old_places.find(by ? by->old_node : at);
+        order.items.push_back({ old == old_places.end() ? NO_PLACE : old->second, by && by->has_other_place() });
+        order.places.emplace(at, order.entries.size());
+        order.entries.push_back(at);
+    }
+    return order;
+}
+
+// The changed entries of one user-ordered list, into its order behind those that are gone.
+static void place_changes(lyd_node *first, const places_t &old_places, const schema_info_t &info,
+                          std::vector<change_t> &changes)
+{
+    order_t order = order_of(first, old_places, changes);
+    diff_find_moves(order.items);
+    for (change_t &change : changes) {
+        if (!change.node)
+            continue;
+        size_t at = order.places[change.node];
+        place_entry(change.change, order.items[at], tree_keys(change.node),
+                    at ? tree_keys(order.entries[at - 1]) : keys_t(), info);
+    }
+    std::ranges::stable_sort(changes, [&](const change_t &a, const change_t &b) {
+        return b.node && (!a.node || order.places[a.node] < order.places[b.node]);
     });
-    diff_nodes_t sorted;
-    for (size_t i : at)
-        sorted.push_back(std::move(node.children[i]));
-    node.children = std::move(sorted);
+}
+
+static void add_net_changes(tree_t &tree, lyd_node *at, touched_t &touched, diff_node_t &to);
+
+static std::unique_ptr<diff_node_t> net_change_of(tree_t &tree, lyd_node *node, const schema_info_t &info,
+                                                  touched_t &touched)
+{
+    if (touched.is_whole)
+        return net_change(std::move(touched.old), node ? copy_node(tree, node, info, nullptr) : nullptr);
+    if (!node)
+        return nullptr;
+    auto change = new_node(info, nullptr, WIRE_MOP_MODIFIED);
+    if (is_list_entry(info))
+        change->keys = tree_keys(node);
+    add_net_changes(tree, node, touched, *change);
+    return change->children.empty() ? nullptr : std::move(change);
 }
 
 static void add_net_changes(tree_t &tree, lyd_node *at, touched_t &touched, diff_node_t &to)
 {
-    std::vector<size_t> serials;
-    for (auto &[like, below] : touched.below) {
-        const schema_info_t &info = *schema_info(like->schema);
-        lyd_node *node = find_same(tree, at, like);
-        std::unique_ptr<diff_node_t> change;
-        if (below.is_whole) {
-            change = net_change(std::move(below.old), node ? copy_node(tree, node, info, nullptr) : nullptr);
-        } else if (node) {
-            change = new_node(info, nullptr, WIRE_MOP_MODIFIED);
-            if (is_list_entry(info))
-                change->keys = tree_keys(node);
-            add_net_changes(tree, node, below, *change);
-            if (change->children.empty())
-                change = nullptr;
+    for (auto row = touched.below.begin(); row != touched.below.end();) {
+        const schema_info_t &info = *schema_info(row->first->schema);
+        std::vector<change_t> changes; // of the instances of one schema node
+        for (; row != touched.below.end() && row->first->schema == info.node; ++row) {
+            lyd_node *node = find_same(tree, at, row->first);
+            changes.push_back({ node, &row->second, net_change_of(tree, node, info, row->second) });
         }
-        if (change)
-            serials.push_back(below.serial);
-        add_change(to, std::move(change));
+        if (auto noted = touched.old_places.find(info.node); noted != touched.old_places.end())
+            place_changes(tree_find_child(tree, at, info.node), noted->second, info, changes);
+        for (change_t &change : changes)
+            add_change(to, std::move(change.change));
     }
-    sort_children(to, serials);
 }
 
 // Configured nodes of an operational tree only carry operational ones.
@@ -329,10 +434,9 @@ diff_ptr diff_build(edit_log_t &log, bool is_oper)
     if (log.edits.empty())
         return diff;
     touched_t root;
-    size_t serial = 0;
     auto detached = log_detached(log);
     for (const edit_t &edit : log.edits)
-        note_edit(root, edit, detached, serial);
+        note_edit(root, edit, detached);
     log_undo(log);
     copy_old(*log.tree, nullptr, root);
     log_redo(log);

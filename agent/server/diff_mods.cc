@@ -33,7 +33,7 @@ template <typename Use> static void with_form(const schema_info_t &info, const s
 {
     if (values.empty()) {
         use(marker(C_NOEXISTS, info));
-    } else if (!info.is(WIRE_NODE_LEAF_LIST)) {
+    } else if (!info.is(WIRE_NODE_LEAF_LIST | WIRE_NODE_LIST)) {
         confd_value_t value = value_to_confd(values[0]);
         if (value.type == C_XMLTAG)
             value.val.xmltag = { info.tag, info.ns };
@@ -49,10 +49,15 @@ template <typename Use> static void with_form(const schema_info_t &info, const s
     }
 }
 
+static void put_values(wire_writer_t &out, const schema_info_t &info, const std::vector<value_t> &values)
+{
+    with_form(info, values, [&](const confd_value_t &value) { wire_put_value(out, value); });
+}
+
 void diff_put_values(wire_writer_t &out, const diff_node_t &node)
 {
-    with_form(*node.schema, node.old_values, [&](const confd_value_t &value) { wire_put_value(out, value); });
-    with_form(*node.schema, node.new_values, [&](const confd_value_t &value) { wire_put_value(out, value); });
+    put_values(out, *node.schema, node.old_values);
+    put_values(out, *node.schema, node.schema->is(WIRE_NODE_LIST) ? node.place : node.new_values);
 }
 
 static void put_node(mods_writer_t &mods, const diff_node_t &node);

@@ -24,6 +24,9 @@ struct edit_ground_t {
                                  edit_ground_t &ground, ds_error_t &error);
 [[nodiscard]] bool edit_create(edit_log_t &log, const path_t &path, edit_ground_t &ground, ds_error_t &error);
 [[nodiscard]] bool edit_delete(edit_log_t &log, const path_t &path, ds_error_t &error);
+// An entry of a user-ordered list or leaf-list, to another place among its siblings; `to` are the keys of the other one.
+[[nodiscard]] bool edit_move(edit_log_t &log, const path_t &path, wire_move_t where, std::span<const value_t> to,
+                             ds_error_t &error);
 
 // The instance, made with all above it when it is not there; null, with the error, when libyang refuses.
 [[nodiscard]] lyd_node *edit_ensure(edit_log_t &log, std::span<const path_step_t> steps, edit_ground_t &ground,

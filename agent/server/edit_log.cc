@@ -21,7 +21,7 @@ edit_log_t::~edit_log_t()
     log_forget(*this);
 }
 
-static lyd_node *entry_before(const lyd_node *node)
+lyd_node *entry_before(const lyd_node *node)
 {
     if (!lysc_is_userordered(node->schema))
         return nullptr;
@@ -57,10 +57,26 @@ void log_change(edit_log_t &log, lyd_node *leaf, value_t value)
     swap_value(log.edits.back());
 }
 
+static void swap_place(edit_log_t &log, edit_t &edit)
+{
+    lyd_node *other = entry_before(edit.node);
+    tree_unlink(*log.tree, edit.node);
+    tree_link(*log.tree, edit.parent, edit.node, edit.prev);
+    edit.prev = other;
+}
+
+void log_move(edit_log_t &log, lyd_node *node, lyd_node *prev)
+{
+    log.edits.push_back({ EDIT_MOVE, 0, node, tree_parent(node), prev, {} });
+    swap_place(log, log.edits.back());
+}
+
 static void take_back(edit_log_t &log, edit_t &edit)
 {
     if (edit.kind == EDIT_VALUE)
         swap_value(edit);
+    else if (edit.kind == EDIT_MOVE)
+        swap_place(log, edit);
     else if (edit.kind == EDIT_LINK)
         tree_unlink(*log.tree, edit.node);
     else
@@ -71,6 +87,8 @@ static void make_again(edit_log_t &log, edit_t &edit)
 {
     if (edit.kind == EDIT_VALUE)
         swap_value(edit);
+    else if (edit.kind == EDIT_MOVE)
+        swap_place(log, edit);
     else if (edit.kind == EDIT_LINK)
         tree_link(*log.tree, edit.parent, edit.node, edit.prev);
     else
@@ -106,7 +124,7 @@ static void note_detached(std::unordered_set<const lyd_node *> &detached, const 
 {
     if (edit.kind == taken_out)
         detached.insert(edit.node);
-    else if (edit.kind != EDIT_VALUE)
+    else if (edit.kind == EDIT_LINK || edit.kind == EDIT_UNLINK)
         detached.erase(edit.node);
 }
 

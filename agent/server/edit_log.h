@@ -19,6 +19,7 @@ enum edit_kind_t : uint8_t {
     EDIT_LINK,
     EDIT_UNLINK,
     EDIT_VALUE, // of a leaf, with its default flag
+    EDIT_MOVE,  // among the entries of a user-ordered list
 };
 
 struct edit_t {
@@ -26,7 +27,7 @@ struct edit_t {
     uint32_t other_flags = 0; // EDIT_VALUE: those of EDIT_FLAGS that go with other
     lyd_node *node;
     lyd_node *parent = nullptr; // null: top level
-    lyd_node *prev = nullptr;   // user-ordered: the entry before it
+    lyd_node *prev = nullptr;   // user-ordered: the entry before it; EDIT_MOVE: in the place where it is not now
     value_t other;              // EDIT_VALUE: the value that is not in the tree
 };
 
@@ -46,6 +47,12 @@ void log_linked(edit_log_t &log, lyd_node *node);
 void log_unlink(edit_log_t &log, lyd_node *node);
 // Gives the leaf another value, which is not a default.
 void log_change(edit_log_t &log, lyd_node *leaf, value_t value);
+
+// Puts an entry of a user-ordered list behind another one; prev null: makes it the first.
+void log_move(edit_log_t &log, lyd_node *node, lyd_node *prev);
+
+// The entry before this one of a user-ordered list, null for the first.
+[[nodiscard]] lyd_node *entry_before(const lyd_node *node);
 
 // Takes back everything behind the first count changes, for good.
 void log_rollback(edit_log_t &log, size_t count);

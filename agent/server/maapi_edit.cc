@@ -44,6 +44,22 @@ template <trans_edit_t Edit, path_form_t Form> static answer_t edit(call_t &call
     return answer;
 }
 
+static answer_t move(call_t &call)
+{
+    uint32_t th = call.in.u32();
+    std::string_view text = call.in.text();
+    auto where = static_cast<wire_move_t>(call.in.u8()); // judged by trans_move
+    maapi_keys_t to(call.in);
+    if (!call.in.finished())
+        return malformed(call);
+    maapi_target_t target;
+    answer_t answer = maapi_find_target(call, th, text, PATH_INSTANCE, &target);
+    ds_error_t error;
+    if (answer.code == CONFD_ERR_OK && !trans_move(*target.trans, target.path, where, to.keys, error))
+        return refused(error.code, error.text);
+    return answer;
+}
+
 static answer_t load(call_t &call)
 {
     uint32_t th = call.in.u32();
@@ -66,6 +82,7 @@ static constexpr op_row_t rows_of_ops[] = {
     { WIRE_MAAPI_SET_TEXT, set_text },
     { WIRE_MAAPI_CREATE, edit<trans_create, PATH_INSTANCE> },
     { WIRE_MAAPI_DELETE, edit<trans_delete, PATH_SUBTREE> },
+    { WIRE_MAAPI_MOVE, move },
     { WIRE_MAAPI_LOAD, load },
 };
 

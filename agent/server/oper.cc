@@ -59,7 +59,7 @@ bool oper_set(datastore_t &store, const path_t &path, const confd_value_t &value
         if (!value_from_confd(*store.schema, *path.node(), from, text, values[i], error))
             return false;
     }
-    return make_change(store, { is_list ? WISH_SET_LIST : WISH_SET, path, std::move(values), {} }, diff, error);
+    return make_change(store, { is_list ? WISH_SET_LIST : WISH_SET, path, std::move(values) }, diff, error);
 }
 
 bool oper_set_text(datastore_t &store, const path_t &path, std::string_view text, diff_ptr &diff, ds_error_t &error)
@@ -68,7 +68,7 @@ bool oper_set_text(datastore_t &store, const path_t &path, std::string_view text
         return false;
     std::vector<value_t> values(1);
     return value_from_text(*path.node(), text, path_text(path), values[0], error) &&
-           make_change(store, { WISH_SET, path, std::move(values), {} }, diff, error);
+           make_change(store, { WISH_SET, path, std::move(values) }, diff, error);
 }
 
 bool oper_create(datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error)
@@ -80,12 +80,12 @@ bool oper_create(datastore_t &store, const path_t &path, diff_ptr &diff, ds_erro
     bool is_creatable = is_entry || info.is(WIRE_NODE_PRESENCE) || (info.is(WIRE_NODE_LEAF) && info.type == C_XMLTAG);
     if (!is_creatable || (is_entry && path.steps.back().keys.empty()))
         return ds_fail(error, CONFD_ERR_NOTCREATABLE, path_text(path) + " cannot be created, only set or filled");
-    return make_change(store, { WISH_CREATE, path, {}, {} }, diff, error);
+    return make_change(store, { WISH_CREATE, path }, diff, error);
 }
 
 bool oper_delete(datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error)
 {
-    return check_operational(path, error) && make_change(store, { WISH_DELETE, path, {}, {} }, diff, error);
+    return check_operational(path, error) && make_change(store, { WISH_DELETE, path }, diff, error);
 }
 
 // ---- data that goes with its configuration

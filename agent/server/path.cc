@@ -234,6 +234,24 @@ bool path_from_keypath(const schema_t &schema, const confd_hkeypath_t &keypath, 
     return true;
 }
 
+bool path_keys(const schema_t &schema, const path_t &list, std::span<const confd_value_t> from,
+               std::vector<value_t> &keys, ds_error_t &error)
+{
+    const schema_info_t &info = *list.node();
+    bool is_list = info.is(WIRE_NODE_LIST);
+    size_t count = is_list ? info.keys.size() : 1;
+    if (from.size() != count)
+        return ds_fail(error, CONFD_ERR_BADTYPE,
+                       path_text(list) + " takes " + std::to_string(count) + " keys, not " +
+                           std::to_string(from.size()));
+    std::vector<value_t> made(count);
+    for (size_t i = 0; i < count; i++)
+        if (!value_from_confd(schema, is_list ? *info.keys[i] : info, from[i], path_text(list), made[i], error))
+            return false;
+    keys = std::move(made);
+    return true;
+}
+
 void path_put(wire_writer_t &out, const path_t &path)
 {
     uint32_t count = 0;

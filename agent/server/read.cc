@@ -116,23 +116,6 @@ uint32_t read_count(datastore_t &store, view_t view, const path_t &list)
     return static_cast<uint32_t>(tree_entries(tree, parent, list.node()->node).size());
 }
 
-static bool parse_after(datastore_t &store, const path_t &list, std::span<const confd_value_t> after,
-                        std::vector<value_t> &keys, ds_error_t &error)
-{
-    const schema_info_t &info = *list.node();
-    size_t count = info.is(WIRE_NODE_LIST) ? info.keys.size() : 1;
-    if (after.size() != count)
-        return ds_fail(error, CONFD_ERR_BADTYPE,
-                       path_text(list) + " takes " + std::to_string(count) + " keys, not " +
-                           std::to_string(after.size()));
-    keys.resize(count);
-    for (size_t i = 0; i < count; i++)
-        if (!value_from_confd(*store.schema, info.is(WIRE_NODE_LIST) ? *info.keys[i] : info, after[i], path_text(list),
-                              keys[i], error))
-            return false;
-    return true;
-}
-
 static void take_ordered(tree_t &tree, lyd_node *parent, const path_t &list, std::span<const value_t> after,
                          uint32_t most, std::vector<entry_keys_t> &entries)
 {
@@ -163,7 +146,7 @@ bool read_next(datastore_t &store, view_t view, const path_t &list, std::span<co
                std::vector<entry_keys_t> &entries, ds_error_t &error)
 {
     std::vector<value_t> keys;
-    if (!after.empty() && !parse_after(store, list, after, keys, error))
+    if (!after.empty() && !path_keys(*store.schema, list, after, keys, error))
         return false;
     tree_t &tree = store_tree(store, view, list);
     lyd_node *parent = nullptr;

@@ -1,4 +1,4 @@
-// The inside of the datastores: what datastore.cc, trans.cc, candidate.cc, read.cc, show.cc and oper.cc share.
+// The inside of the datastores: what datastore.cc, trans.cc, wish.cc, candidate.cc, read.cc, show.cc and oper.cc share.
 #ifndef AGENT_SERVER_STORE_H
 #define AGENT_SERVER_STORE_H
 
@@ -14,14 +14,16 @@ enum wish_kind_t : uint8_t {
     WISH_SET_LIST,
     WISH_CREATE,
     WISH_DELETE,
+    WISH_MOVE, // values: the keys of the other entry
 };
 
 struct wish_t {
     wish_kind_t kind;
     path_t path;
-    std::vector<value_t> values;
-    edit_ground_t ground;  // what it had to make above, when it was asked for
-    size_t first_edit = 0; // of the transaction's log, that the wish made
+    std::vector<value_t> values = {};
+    wire_move_t where = WIRE_MOVE_LAST; // WISH_MOVE
+    edit_ground_t ground = {};          // what it had to make above, when it was asked for
+    size_t first_edit = 0;              // of the transaction's log, that the wish made
 };
 
 // What the candidate adds to running. Transactions on it make its wishes below their own.
@@ -75,7 +77,13 @@ void store_show_view(datastore_t &store, view_t view);
 // Makes the wish in the log, and notes in it what it had to make above.
 [[nodiscard]] bool wish_apply(edit_log_t &log, wish_t &wish, ds_error_t &error);
 
-// Puts the changes of a diff into wishes that make it again.
+// Wishes that make the changes of a diff again.
 [[nodiscard]] std::vector<wish_t> wishes_of(const diff_t &diff);
+
+// The journal's form: u32 n, n * (u8 wish_kind_t, text path, u32 n, n * text value); of WISH_MOVE the keys of the entry
+// before, none for the first.
+[[nodiscard]] std::string wishes_record(const std::vector<wish_t> &wishes);
+// Makes the wishes of a record; when it fails the log holds those before.
+[[nodiscard]] bool wishes_replay(edit_log_t &log, const schema_t &schema, std::string_view record, ds_error_t &error);
 
 #endif

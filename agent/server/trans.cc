@@ -5,78 +5,6 @@
 
 #include <algorithm>
 
-// ---- wishes
-
-bool wish_apply(edit_log_t &log, wish_t &wish, ds_error_t &error)
-{
-    edit_ground_t ground;
-    bool is_good = false;
-    switch (wish.kind) {
-    case WISH_SET:
-        is_good = edit_set(log, wish.path, wish.values[0], ground, error);
-        break;
-    case WISH_SET_LIST:
-        is_good = edit_set_list(log, wish.path, wish.values, ground, error);
-        break;
-    case WISH_CREATE:
-        is_good = edit_create(log, wish.path, ground, error);
-        break;
-    case WISH_DELETE:
-        is_good = edit_delete(log, wish.path, error);
-        break;
-    }
-    wish.ground = ground;
-    return is_good;
-}
-
-static void add_deletions(const diff_node_t &node, std::vector<wish_t> &wishes)
-{
-    for (const auto &child : node.children) {
-        if (child->op == WIRE_MOP_DELETED)
-            wishes.push_back({ WISH_DELETE, diff_path(*child), {}, {} });
-        else if (child->op == WIRE_MOP_MODIFIED)
-            add_deletions(*child, wishes);
-    }
-}
-
-static void add_additions(const diff_node_t &node, std::vector<wish_t> &wishes)
-{
-    for (const auto &child : node.children) {
-        const schema_info_t &info = *child->schema;
-        if (info.is(WIRE_NODE_KEY) || child->op == WIRE_MOP_DELETED)
-            continue;
-        if (info.is(WIRE_NODE_LEAF | WIRE_NODE_LEAF_LIST))
-            wishes.push_back(
-                { info.is(WIRE_NODE_LEAF) ? WISH_SET : WISH_SET_LIST, diff_path(*child), child->new_values, {} });
-        else if (child->op == WIRE_MOP_CREATED)
-            wishes.push_back({ WISH_CREATE, diff_path(*child), {}, {} });
-        add_additions(*child, wishes);
-    }
-}
-
-// Deletions first: what is set in one case of a choice drives out the others by itself.
-std::vector<wish_t> wishes_of(const diff_t &diff)
-{
-    std::vector<wish_t> wishes;
-    add_deletions(diff.root, wishes);
-    add_additions(diff.root, wishes);
-    return wishes;
-}
-
-static std::string wishes_record(const std::vector<wish_t> &wishes)
-{
-    wire_writer_t out;
-    out.u32(static_cast<uint32_t>(wishes.size()));
-    for (const wish_t &wish : wishes) {
-        out.u8(wish.kind);
-        out.text(path_text(wish.path));
-        out.u32(static_cast<uint32_t>(wish.values.size()));
-        for (const value_t &value : wish.values)
-            out.text(value_text(value));
-    }
-    return out.bytes;
-}
-
 // ---- life of a transaction
 
 trans_t::trans_t(datastore_t &of) : store(&of), log(&of.running), generation(of.generation)
@@ -186,10 +114,10 @@ bool trans_set(trans_t &trans, const path_t &path, const confd_value_t &value, d
     std::vector<value_t> values;
     if (path.node()->is(WIRE_NODE_LEAF_LIST) && value.type == C_LIST)
         return list_values(trans, path, value, values, error) &&
-               make_wish(trans, { WISH_SET_LIST, path, std::move(values), {} }, error);
+               make_wish(trans, { WISH_SET_LIST, path, std::move(values) }, error);
     values.resize(1);
     return value_from_confd(*trans.store->schema, *path.node(), value, path_text(path), values[0], error) &&
-           make_wish(trans, { WISH_SET, path, std::move(values), {} }, error);
+           make_wish(trans, { WISH_SET, path, std::move(values) }, error);
 }
 
 bool trans_set_text(trans_t &trans, const path_t &path, std::string_view text, ds_error_t &error)
@@ -198,7 +126,7 @@ bool trans_set_text(trans_t &trans, const path_t &path, std::string_view text, d
         return false;
     std::vector<value_t> values(1);
     return value_from_text(*path.node(), text, path_text(path), values[0], error) &&
-           make_wish(trans, { WISH_SET, path, std::move(values), {} }, error);
+           make_wish(trans, { WISH_SET, path, std::move(values) }, error);
 }
 
 static bool is_creatable(const schema_info_t &info)
@@ -214,12 +142,28 @@ bool trans_create(trans_t &trans, const path_t &path, ds_error_t &error)
     bool needs_keys = path.node()->is(WIRE_NODE_LIST | WIRE_NODE_LEAF_LIST);
     if (!is_creatable(*path.node()) || (needs_keys && path.steps.back().keys.empty()))
         return ds_fail(error, CONFD_ERR_NOTCREATABLE, path_text(path) + " cannot be created, only set or filled");
-    return make_wish(trans, { WISH_CREATE, path, {}, {} }, error);
+    return make_wish(trans, { WISH_CREATE, path }, error);
 }
 
 bool trans_delete(trans_t &trans, const path_t &path, ds_error_t &error)
 {
-    return make_wish(trans, { WISH_DELETE, path, {}, {} }, error);
+    return make_wish(trans, { WISH_DELETE, path }, error);
+}
+
+bool trans_move(trans_t &trans, const path_t &entry, wire_move_t where, std::span<const confd_value_t> to,
+                ds_error_t &error)
+{
+    if (!check_editable(trans, entry, error))
+        return false;
+    if (!entry.node()->is_user_ordered || entry.steps.back().keys.empty())
+        return ds_fail(error, CONFD_ERR_BADPATH, path_text(entry) + " is no entry of a list that users put in order");
+    if (where < WIRE_MOVE_FIRST || where > WIRE_MOVE_LAST)
+        return ds_fail(error, CONFD_ERR_BADTYPE, path_text(entry) + ": there is no such place to move to");
+    bool has_other = where == WIRE_MOVE_BEFORE || where == WIRE_MOVE_AFTER;
+    wish_t wish = { WISH_MOVE, entry };
+    wish.where = where;
+    return (!has_other || path_keys(*trans.store->schema, entry, to, wish.values, error)) &&
+           make_wish(trans, std::move(wish), error);
 }
 
 // ---- judging and committing

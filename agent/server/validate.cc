@@ -271,7 +271,7 @@ static void gather_checks(const edit_log_t &log, check_set_t &checks)
             if (!edit.parent || is_attached(detached, edit.parent))
                 add_unlink(checks, edit.node, edit.parent);
         } else if (is_attached(detached, edit.node)) {
-            edit.kind == EDIT_LINK ? add_link(checks, edit.node) : add_change(checks, edit.node);
+            edit.kind == EDIT_VALUE ? add_change(checks, edit.node) : add_link(checks, edit.node);
         }
     }
 }

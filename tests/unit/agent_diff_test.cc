@@ -60,7 +60,7 @@ std::string mods_text(const datastore_ptr &store, const std::string &bytes, uint
 // One line an instance: the operation, the path, the modifications.
 std::string seen(const datastore_ptr &store, const diff_t &diff, const std::string &point, uint32_t flags = 0)
 {
-    static const char *ops[] = { "?", "created", "deleted", "modified", "set" };
+    static const char *ops[] = { "?", "created", "deleted", "modified", "set", "moved" };
     path_t path = parse(store, point, PATH_POINT);
     std::string text;
     for (const diff_node_t *node : diff_instances(diff, path)) {

@@ -47,14 +47,27 @@ inline confd_value_t buf(const std::string &text)
     return value;
 }
 
-// One edit as text: "set PATH VALUE", "create PATH", "delete PATH". Gives the error's code.
+inline bool move(trans_t &trans, const path_t &path, const std::string &to, ds_error_t &error)
+{
+    static const std::map<std::string, wire_move_t> places = { { "first", WIRE_MOVE_FIRST },
+                                                               { "before", WIRE_MOVE_BEFORE },
+                                                               { "after", WIRE_MOVE_AFTER },
+                                                               { "last", WIRE_MOVE_LAST } };
+    size_t blank = to.find(' ');
+    std::string key = blank == std::string::npos ? "" : to.substr(blank + 1);
+    confd_value_t value = buf(key);
+    return trans_move(trans, path, places.at(to.substr(0, blank)), { &value, key.empty() ? 0u : 1u }, error);
+}
+
+// One edit as text: "set PATH VALUE", "create PATH", "delete PATH", "move PATH first|last|before KEY|after KEY". Gives the
+// error's code.
 inline int edit(trans_t &trans, const std::string &line, std::string *why = nullptr)
 {
     size_t first = line.find(' ');
     std::string op = line.substr(0, first);
     std::string rest = line.substr(first + 1);
     std::string value;
-    if (op == "set") {
+    if (op == "set" || op == "move") {
         size_t close = rest.find(' ', rest.rfind('}') == std::string::npos ? 0 : rest.rfind('}'));
         value = close == std::string::npos ? "" : rest.substr(close + 1);
         rest = rest.substr(0, close);
@@ -65,6 +78,7 @@ inline int edit(trans_t &trans, const std::string &line, std::string *why = null
         return error.code;
     bool is_good = op == "set"      ? trans_set_text(trans, path, value, error)
                    : op == "create" ? trans_create(trans, path, error)
+                   : op == "move"   ? move(trans, path, value, error)
                                     : trans_delete(trans, path, error);
     if (why)
         *why = error.text;
@@ -103,10 +117,12 @@ inline std::string text_at(const datastore_ptr &store, view_t view, const std::s
 
 inline std::string line_text(const diff_line_t &line)
 {
-    static const char *ops[] = { "?", "+", "-", "~", "=" };
+    static const char *ops[] = { "?", "+", "-", "~", "=", "^" };
     std::string text = ops[line.op] + line.path;
     if (line.op == WIRE_MOP_VALUE_SET)
         text += " " + (line.old_text.empty() ? "" : line.old_text + " -> ") + line.new_text;
+    if (line.op == WIRE_MOP_MOVED_AFTER)
+        text += " " + line.new_text;
     return text;
 }
 
