@@ -23,12 +23,15 @@ struct callback_party_t {
     std::vector<callback_question_t> waiting; // for the worker to be chosen
 };
 
+struct provider_cache_t;
+
 struct callback_trans_t {
     uint32_t th = 0;
     uint8_t db = WIRE_DB_RUNNING; // wire_db_t
     bool is_writable = false;
     session_identity_t who;
     std::vector<callback_party_t> parties;
+    std::shared_ptr<provider_cache_t> objects; // of providers; null until the first is kept
 };
 using callback_trans_ref = std::shared_ptr<callback_trans_t>;
 

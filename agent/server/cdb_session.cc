@@ -89,6 +89,16 @@ static answer_t take_path(call_t &call, path_form_t form, path_t *path)
     return {};
 }
 
+// As above, for reads of what is stored. Data that a daemon serves by callbacks is in no datastore.
+static answer_t take_stored(call_t &call, path_form_t form, path_t *path)
+{
+    answer_t answer = take_path(call, form, path);
+    if (answer.code != CONFD_ERR_OK || !path->node()->callpoint)
+        return answer;
+    return refused(CONFD_ERR_NOEXISTS, path_text(*path) + " is not stored: callpoint \"" + *path->node()->callpoint +
+                                           "\" serves it; read it in a user session");
+}
+
 static view_t view_of(const call_t &call)
 {
     return { db_rows[call.conn.cdb.db].view, nullptr };
@@ -97,7 +107,7 @@ static view_t view_of(const call_t &call)
 static answer_t get(call_t &call)
 {
     path_t path;
-    answer_t answer = take_path(call, PATH_INSTANCE, &path);
+    answer_t answer = take_stored(call, PATH_INSTANCE, &path);
     ds_error_t error;
     if (answer.code == CONFD_ERR_OK && !read_value(*call.server.store, view_of(call), path, call.out, error))
         return refused(error.code, error.text);
@@ -116,7 +126,7 @@ static answer_t exists(call_t &call)
 static answer_t num_instances(call_t &call)
 {
     path_t path;
-    answer_t answer = take_path(call, PATH_LIST, &path);
+    answer_t answer = take_stored(call, PATH_LIST, &path);
     if (answer.code == CONFD_ERR_OK)
         call.out.u32(read_count(*call.server.store, view_of(call), path));
     return answer;

@@ -70,6 +70,7 @@ static constexpr config_row_t config_rows[] = {
     { "sync-timeout-ms", take_number<&agent_config_t::sync_timeout_ms, 10, 86400000> },
     { "callback-timeout-ms", take_number<&agent_config_t::callback_timeout_ms, 10, 86400000> },
     { "action-timeout-ms", take_number<&agent_config_t::action_timeout_ms, 10, 86400000> },
+    { "object-cache-ms", take_number<&agent_config_t::object_cache_ms, 1, 86400000> },
     { "hello-timeout-ms", take_number<&agent_config_t::hello_timeout_ms, 10, 86400000> },
     { "outbound-limit", take_number<&agent_config_t::outbound_limit, 1 << 16, 1ull << 40> },
     { "journal-limit", take_number<&agent_config_t::journal_limit, 1 << 10, 1ull << 30> },

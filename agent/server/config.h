@@ -29,6 +29,7 @@ struct agent_config_t {
     uint64_t sync_timeout_ms = 120000;     // a subscriber that takes longer over one level is disconnected
     uint64_t callback_timeout_ms = 120000; // a daemon that takes longer over one callback is disconnected
     uint64_t action_timeout_ms = 240000;   // over one action
+    uint64_t object_cache_ms = 5000;       // how long a provider's objects are used when it does not say
     uint64_t hello_timeout_ms = 30000;     // a connection that has not said what it is for is closed
     uint64_t outbound_limit = 16u << 20;   // bytes queued to a client; the frame that goes past it is the last
     uint64_t journal_limit = 4u << 20;     // bytes of journal after which a snapshot takes its place

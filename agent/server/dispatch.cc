@@ -8,7 +8,7 @@
 static constexpr size_t MAX_CLIENT_NAME = 128;
 
 using op_table_t = std::span<const op_row_t> (*)();
-static constexpr size_t MAX_OP_TABLES = 5; // of one kind
+static constexpr size_t MAX_OP_TABLES = 6; // of one kind
 
 struct kind_row_t {
     wire_kind_t kind;
@@ -23,7 +23,7 @@ static constexpr kind_row_t kind_rows[] = {
     { WIRE_KIND_CDB_DATA, "data", { cdb_ops } },
     { WIRE_KIND_MAAPI,
       "maapi",
-      { maapi_edit_ops, maapi_read_ops, maapi_trans_ops, maapi_session_ops, maapi_action_ops } },
+      { maapi_edit_ops, maapi_read_ops, maapi_trans_ops, maapi_session_ops, maapi_action_ops, maapi_walk_ops } },
     { WIRE_KIND_NOTIF, "notification", { notif_ops, stream_ops } },
     { WIRE_KIND_SCHEMA, "schema", { schema_ops } },
     { WIRE_KIND_ADMIN, "admin", { admin_ops } },

@@ -74,6 +74,7 @@ std::span<const op_row_t> maapi_trans_ops();
 std::span<const op_row_t> maapi_edit_ops();
 std::span<const op_row_t> maapi_read_ops();
 std::span<const op_row_t> maapi_action_ops();
+std::span<const op_row_t> maapi_walk_ops();
 std::span<const op_row_t> stream_ops();
 std::span<const op_row_t> notif_ops();
 std::span<const op_row_t> schema_ops();

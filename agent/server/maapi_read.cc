@@ -1,38 +1,123 @@
 // MAAPI connections: reads of transactions and of operational data, documents.
 #include "agent/server/maapi.h"
+#include "agent/server/provider_read.h"
 #include "agent/server/server.h"
 
 #include <algorithm>
 
 static constexpr uint32_t MAX_NEXT_ENTRIES = 10000;
 
+// ---- where a read goes
+
+struct read_target_t {
+    uint32_t th = 0; // 0: operational data, outside of any transaction
+    view_t view;
+    path_t path;
+    bool has_defaults = true; // a leaf that has only its default is read as that
+};
+
+static bool is_operational(const path_t &path)
+{
+    return path.node() && !path.node()->is(WIRE_NODE_CONFIG);
+}
+
+// Handle 0 reads operational data; a transaction of no session's needs no looking at then.
+static answer_t find_outside(const call_t &call, std::string_view text, path_form_t form, read_target_t *target)
+{
+    ds_error_t error;
+    if (!path_parse(datastore_schema(*call.server.store), text, form, target->path, error))
+        return refused(error.code, error.text);
+    if (!is_operational(target->path))
+        return refused(CONFD_ERR_NOEXISTS, "configuration is read in a transaction; there is no transaction 0");
+    return {};
+}
+
+static answer_t find_read(const call_t &call, uint32_t th, std::string_view text, path_form_t form,
+                          read_target_t *target)
+{
+    target->th = th;
+    if (th == 0)
+        return find_outside(call, text, form, target);
+    maapi_target_t found;
+    answer_t answer = maapi_find_target(call, th, text, form, &found);
+    if (answer.code != CONFD_ERR_OK)
+        return answer;
+    target->view = maapi_view(found);
+    target->path = std::move(found.path);
+    auto flags = call.conn.maapi.flags.find(th);
+    target->has_defaults = flags == call.conn.maapi.flags.end() || !(flags->second & WIRE_TRANS_NO_DEFAULTS);
+    return answer;
+}
+
+static answer_t take_read(call_t &call, path_form_t form, read_target_t *target)
+{
+    uint32_t th = call.in.u32();
+    std::string_view text = call.in.text();
+    return call.in.finished() ? find_read(call, th, text, form, target) : malformed(call);
+}
+
+static bool is_provided(const read_target_t &target)
+{
+    return target.path.node() && target.path.node()->callpoint;
+}
+
+static provider_target_t provided(const call_t &call, read_target_t &target)
+{
+    return { maapi_daemons(call, target.th), target.view, std::move(target.path) };
+}
+
+// Is the leaf to be told as one that has only its default?
+static bool is_hidden_default(const call_t &call, const read_target_t &target)
+{
+    return !target.has_defaults && target.path.node() && target.path.node()->is(WIRE_NODE_LEAF | WIRE_NODE_LEAF_LIST) &&
+           read_is_default(*call.server.store, target.view, target.path);
+}
+
+// ---- reads
+
 static answer_t get(call_t &call)
 {
-    maapi_target_t target;
-    answer_t answer = maapi_take_target(call, PATH_INSTANCE, &target);
+    read_target_t target;
+    answer_t answer = take_read(call, PATH_INSTANCE, &target);
     ds_error_t error;
-    if (answer.code == CONFD_ERR_OK &&
-        !read_value(*call.server.store, maapi_view(target), target.path, call.out, error))
+    if (answer.code != CONFD_ERR_OK)
+        return answer;
+    if (is_provided(target))
+        return provider_read_value(call, provided(call, target));
+    if (is_hidden_default(call, target)) {
+        confd_value_t value{};
+        value.type = C_DEFAULT;
+        wire_put_value(call.out, value);
+        return {};
+    }
+    if (!read_value(*call.server.store, target.view, target.path, call.out, error))
         return refused(error.code, error.text);
-    return answer;
+    return {};
 }
 
 static answer_t exists(call_t &call)
 {
-    maapi_target_t target;
-    answer_t answer = maapi_take_target(call, PATH_INSTANCE, &target);
-    if (answer.code == CONFD_ERR_OK)
-        call.out.u8(read_exists(*call.server.store, maapi_view(target), target.path));
-    return answer;
+    read_target_t target;
+    answer_t answer = take_read(call, PATH_INSTANCE, &target);
+    if (answer.code != CONFD_ERR_OK)
+        return answer;
+    if (is_provided(target))
+        return provider_read_exists(call, provided(call, target));
+    bool is_hidden = is_hidden_default(call, target);
+    call.out.u8(!is_hidden && read_exists(*call.server.store, target.view, target.path));
+    return {};
 }
 
 static answer_t num_instances(call_t &call)
 {
-    maapi_target_t target;
-    answer_t answer = maapi_take_target(call, PATH_LIST, &target);
-    if (answer.code == CONFD_ERR_OK)
-        call.out.u32(read_count(*call.server.store, maapi_view(target), target.path));
-    return answer;
+    read_target_t target;
+    answer_t answer = take_read(call, PATH_LIST, &target);
+    if (answer.code != CONFD_ERR_OK)
+        return answer;
+    if (is_provided(target))
+        return provider_read_count(call, provided(call, target));
+    call.out.u32(read_count(*call.server.store, target.view, target.path));
+    return {};
 }
 
 static answer_t next(call_t &call)
@@ -43,13 +128,15 @@ static answer_t next(call_t &call)
     uint32_t most = std::min(call.in.u32(), MAX_NEXT_ENTRIES);
     if (!call.in.finished() || !after.is_ok)
         return malformed(call);
-    maapi_target_t target;
-    answer_t answer = maapi_find_target(call, th, text, PATH_LIST, &target);
+    read_target_t target;
+    answer_t answer = find_read(call, th, text, PATH_LIST, &target);
     if (answer.code != CONFD_ERR_OK)
         return answer;
+    if (is_provided(target))
+        return provider_read_next(call, provided(call, target), after.keys, most);
     std::vector<entry_keys_t> entries;
     ds_error_t error;
-    if (!read_next(*call.server.store, maapi_view(target), target.path, after.keys, most, entries, error))
+    if (!read_next(*call.server.store, target.view, target.path, after.keys, most, entries, error))
         return refused(error.code, error.text);
     call.out.u32(static_cast<uint32_t>(entries.size()));
     for (const entry_keys_t &keys : entries)

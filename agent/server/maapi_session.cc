@@ -2,6 +2,7 @@
 #include "agent/server/log.h"
 #include "agent/server/maapi.h"
 #include "agent/server/server.h"
+#include "agent/server/walk.h"
 
 #include <algorithm>
 
@@ -12,6 +13,7 @@ static constexpr size_t MAX_MESSAGE = 64 << 10;
 
 void maapi_session_end(server_t &server, maapi_session_t &session)
 {
+    walk_end_all(server, session);
     session.transactions.clear();
     if (session.who.id != 0)
         datastore_release(*server.store, session.who.id);

@@ -196,6 +196,38 @@ static bool index_modules(schema_t &schema, ds_error_t &error)
     return true;
 }
 
+// ---- providers
+
+static bool is_operational(const schema_info_t &info)
+{
+    return !info.is(WIRE_NODE_CONFIG | WIRE_NODE_ACTION | WIRE_NODE_PARAM | WIRE_NODE_NOTIF);
+}
+
+// The callpoint that is in force at a node: its own, or that of the next one above.
+static const std::string *callpoint_above(const schema_info_t &info)
+{
+    const std::string *found = nullptr;
+    for (const schema_info_t *at = &info; at && !found; at = at->parent)
+        found = schema_statement(*at, "callpoint");
+    return found;
+}
+
+static void find_callpoints(schema_t &schema)
+{
+    for (schema_info_t &info : schema.nodes)
+        info.callpoint = is_operational(info) ? callpoint_above(info) : nullptr;
+    for (size_t i = schema.nodes.size(); i-- > 0;) { // children before their parents
+        schema_info_t &info = schema.nodes[i];
+        info.has_operational |= is_operational(info);
+        info.has_provided |= info.callpoint != nullptr;
+        if (!info.parent)
+            continue;
+        schema_info_t &parent = schema.nodes[info.parent->index - 1];
+        parent.has_operational |= info.has_operational;
+        parent.has_provided |= info.has_provided;
+    }
+}
+
 std::unique_ptr<schema_t> schema_load(const std::string &dir, const std::vector<std::string> &search_dirs,
                                       ds_error_t &error)
 {
@@ -216,6 +248,7 @@ std::unique_ptr<schema_t> schema_load(const std::string &dir, const std::vector<
     if (!compile_modules(ctx, names, error) || !index_modules(*schema, error))
         return nullptr;
     schema_find_rules(*schema);
+    find_callpoints(*schema);
     return schema;
 }
 

@@ -51,6 +51,9 @@ struct schema_info_t {
     std::vector<schema_statement_t> statements;
     std::vector<schema_dependent_t> dependents;
     bool is_user_ordered = false;
+    const std::string *callpoint = nullptr; // whose callbacks serve this operational node; null: it is no provider's
+    bool has_operational = false;           // it, or something below it, is operational data
+    bool has_provided = false;              // likewise, of a provider
 
     [[nodiscard]] const char *name() const { return node->name; }
     [[nodiscard]] bool is(uint16_t any_of) const { return (flags & any_of) != 0; }

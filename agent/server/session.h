@@ -10,9 +10,11 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <set>
 
 struct server_t;
+struct walk_t;
 
 struct cdb_session_t {
     bool is_open = false;
@@ -31,6 +33,8 @@ struct maapi_session_t {
     std::map<uint32_t, session_trans_t> transactions; // by handle
     std::set<uint32_t> attached;                      // handles of callbacks' transactions
     std::map<uint32_t, uint32_t> flags;               // wire_trans_flag_t, by handle; also of attached ones
+    std::map<uint32_t, std::shared_ptr<walk_t>> walks; // by number
+    uint32_t last_walk = 0;                           // the number given last
 };
 
 // A value read from a request; goes with it.
