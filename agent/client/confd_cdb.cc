@@ -74,20 +74,54 @@ int cdb_end_session(int sock)
 
 // ---- paths
 
-static bool format_here(int sock, const char *fmt, va_list args, std::string *path)
+struct session_indexer_t final : list_indexer_t {
+    int sock;
+
+    explicit session_indexer_t(int of_sock) : sock(of_sock) {}
+    int find(const std::string &list, uint32_t position, std::vector<confd_value_t> *keys) override;
+};
+
+static bool read_keys(wire_reader_t &in, std::vector<confd_value_t> *keys)
 {
-    client_socket_t *state = confd_io_find(sock, DATA);
-    return state != nullptr && confd_format_path(state->position, fmt, args, path);
+    uint8_t n = in.u8();
+    for (uint8_t i = 0; i < n && in.ok; i++)
+        keys->push_back(wire_get_value(in));
+    return in.finished() && n > 0 && n <= MAXKEYLEN;
 }
 
-// A request that begins with a path.
-static bool start_request(int sock, const char *fmt, va_list args, wire_writer_t *request)
+int session_indexer_t::find(const std::string &list, uint32_t position, std::vector<confd_value_t> *keys)
+{
+    wire_writer_t request;
+    request.text(list);
+    request.u32(position);
+    std::string reply;
+    if (int result = confd_io_request(sock, DATA, WIRE_CDB_INDEX, request, &reply); result != CONFD_OK)
+        return result;
+    wire_reader_t in(reply);
+    if (read_keys(in, keys))
+        return CONFD_OK;
+    for (confd_value_t &key : *keys)
+        wire_free_value(key);
+    return confd_fail_malformed(WIRE_CDB_INDEX);
+}
+
+static int format_here(int sock, const char *fmt, va_list args, std::string *path)
+{
+    client_socket_t *state = confd_io_find(sock, DATA);
+    if (state == nullptr || !confd_format_path(state->position, fmt, args, path))
+        return CONFD_ERR;
+    session_indexer_t indexer(sock);
+    return confd_resolve_positions(path, indexer);
+}
+
+// A request that begins with a path. CONFD_OK, CONFD_ERR or CONFD_EOF.
+static int start_request(int sock, const char *fmt, va_list args, wire_writer_t *request)
 {
     std::string path;
-    if (!format_here(sock, fmt, args, &path))
-        return false;
-    request->text(path);
-    return true;
+    int result = format_here(sock, fmt, args, &path);
+    if (result == CONFD_OK)
+        request->text(path);
+    return result;
 }
 
 int cdb_cd(int sock, const char *fmt, ...)
@@ -95,9 +129,9 @@ int cdb_cd(int sock, const char *fmt, ...)
     va_list args;
     va_start(args, fmt);
     std::string path;
-    bool ok = format_here(sock, fmt, args, &path);
+    int result = format_here(sock, fmt, args, &path);
     va_end(args);
-    return ok ? set_position(sock, path == "/" ? std::string() : path) : CONFD_ERR;
+    return result == CONFD_OK ? set_position(sock, path == "/" ? std::string() : path) : result;
 }
 
 // ---- reads
@@ -105,7 +139,8 @@ int cdb_cd(int sock, const char *fmt, ...)
 int cdb_vget(int sock, confd_value_t *v, const char *fmt, va_list args)
 {
     wire_writer_t request;
-    return start_request(sock, fmt, args, &request) ? confd_ask_value(sock, DATA, WIRE_CDB_GET, request, v) : CONFD_ERR;
+    int result = start_request(sock, fmt, args, &request);
+    return result == CONFD_OK ? confd_ask_value(sock, DATA, WIRE_CDB_GET, request, v) : result;
 }
 
 int cdb_get(int sock, confd_value_t *v, const char *fmt, ...)
@@ -192,14 +227,48 @@ int cdb_get_str(int sock, char *out, size_t n, const char *fmt, ...)
     return size < n ? CONFD_OK : confd_fail(CONFD_ERR_TOOBIG, "%u bytes do not fit into %zu", size, n);
 }
 
+int cdb_get_ipv4(int sock, struct in_addr *out, const char *fmt, ...)
+{
+    confd_value_t value;
+    va_list args;
+    va_start(args, fmt);
+    int result = get_typed(sock, C_IPV4, &value, fmt, args);
+    va_end(args);
+    if (result == CONFD_OK)
+        *out = value.val.ip;
+    return result;
+}
+
+int cdb_get_ipv4prefix(int sock, struct confd_ipv4_prefix *out, const char *fmt, ...)
+{
+    confd_value_t value;
+    va_list args;
+    va_start(args, fmt);
+    int result = get_typed(sock, C_IPV4PREFIX, &value, fmt, args);
+    va_end(args);
+    if (result == CONFD_OK)
+        *out = value.val.ipv4prefix;
+    return result;
+}
+
+int cdb_get_list(int sock, confd_value_t **values, int *nvalues, const char *fmt, ...)
+{
+    confd_value_t value;
+    va_list args;
+    va_start(args, fmt);
+    int result = cdb_vget(sock, &value, fmt, args);
+    va_end(args);
+    return result == CONFD_OK ? confd_take_list(&value, fmt, values, nvalues) : result;
+}
+
 int cdb_exists(int sock, const char *fmt, ...)
 {
     wire_writer_t request;
     va_list args;
     va_start(args, fmt);
-    bool ok = start_request(sock, fmt, args, &request);
+    int result = start_request(sock, fmt, args, &request);
     va_end(args);
-    return ok ? confd_ask_bool(sock, DATA, WIRE_CDB_EXISTS, request) : CONFD_ERR;
+    return result == CONFD_OK ? confd_ask_bool(sock, DATA, WIRE_CDB_EXISTS, request) : result;
 }
 
 int cdb_num_instances(int sock, const char *fmt, ...)
@@ -207,9 +276,9 @@ int cdb_num_instances(int sock, const char *fmt, ...)
     wire_writer_t request;
     va_list args;
     va_start(args, fmt);
-    bool ok = start_request(sock, fmt, args, &request);
+    int result = start_request(sock, fmt, args, &request);
     va_end(args);
-    return ok ? confd_ask_count(sock, DATA, WIRE_CDB_NUM_INSTANCES, request) : CONFD_ERR;
+    return result == CONFD_OK ? confd_ask_count(sock, DATA, WIRE_CDB_NUM_INSTANCES, request) : result;
 }
 
 // ---- operational writes
@@ -217,8 +286,8 @@ int cdb_num_instances(int sock, const char *fmt, ...)
 int cdb_vset_elem(int sock, const confd_value_t *v, const char *fmt, va_list args)
 {
     wire_writer_t request;
-    if (!start_request(sock, fmt, args, &request))
-        return CONFD_ERR;
+    if (int result = start_request(sock, fmt, args, &request); result != CONFD_OK)
+        return result;
     wire_put_value(request, *v);
     return confd_ask_nothing(sock, DATA, WIRE_CDB_SET_ELEM, request);
 }
@@ -232,11 +301,35 @@ int cdb_set_elem(int sock, const confd_value_t *v, const char *fmt, ...)
     return result;
 }
 
+// The schema's node of a path; null when it is not known.
+static const confd_cs_node *node_of(const std::string &path)
+{
+    parsed_path_t parsed;
+    return confd_parse_path(path, &parsed) ? confd_schema_find(nullptr, parsed) : nullptr;
+}
+
+int cdb_set_values(int sock, const confd_tag_value_t values[], int nvalues, const char *fmt, ...)
+{
+    if (nvalues < 0 || (nvalues > 0 && values == nullptr))
+        return confd_fail(CONFD_ERR_PROTOUSAGE, "%d values", nvalues);
+    std::string path;
+    va_list args;
+    va_start(args, fmt);
+    int result = format_here(sock, fmt, args, &path);
+    va_end(args);
+    if (result != CONFD_OK)
+        return result;
+    wire_writer_t request;
+    request.text(path);
+    confd_put_tag_values(request, node_of(path), values, nvalues);
+    return confd_ask_nothing(sock, DATA, WIRE_CDB_SET_VALUES, request);
+}
+
 int cdb_vcreate(int sock, const char *fmt, va_list args)
 {
     wire_writer_t request;
-    return start_request(sock, fmt, args, &request) ? confd_ask_nothing(sock, DATA, WIRE_CDB_CREATE, request)
-                                                    : CONFD_ERR;
+    int result = start_request(sock, fmt, args, &request);
+    return result == CONFD_OK ? confd_ask_nothing(sock, DATA, WIRE_CDB_CREATE, request) : result;
 }
 
 int cdb_create(int sock, const char *fmt, ...)
@@ -251,8 +344,8 @@ int cdb_create(int sock, const char *fmt, ...)
 int cdb_vdelete(int sock, const char *fmt, va_list args)
 {
     wire_writer_t request;
-    return start_request(sock, fmt, args, &request) ? confd_ask_nothing(sock, DATA, WIRE_CDB_DELETE, request)
-                                                    : CONFD_ERR;
+    int result = start_request(sock, fmt, args, &request);
+    return result == CONFD_OK ? confd_ask_nothing(sock, DATA, WIRE_CDB_DELETE, request) : result;
 }
 
 int cdb_delete(int sock, const char *fmt, ...)

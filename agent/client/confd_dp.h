@@ -25,10 +25,12 @@ struct confd_user_info {
     int usid;
     char username[64];
     char context[32];
+    char src_addr[64];
     struct confd_daemon_ctx *dx;
-    void *u_opaque; // the user's
-    int actx_thandle;
+    void *u_opaque;   // the user's
+    int actx_thandle; // of the transaction that an action runs in, 0 for none
     int worker_fd;
+    void *cb_opaque; // of the row whose callback runs
     void *internal;
 };
 
@@ -39,9 +41,13 @@ struct confd_trans_ctx {
     struct confd_daemon_ctx *dx;
     void *t_opaque; // the user's
     int worker_fd;
+    void *cb_opaque; // of the row whose callback runs; null in init, finish and stop
     void *internal;
 };
 
+// init is called before the first data callback (validation: before the first validator) in a transaction and chooses
+// the worker socket by confd_trans_set_fd; without it, and when it sets none, the daemon's only worker is taken. Both
+// kinds get the same context in one transaction, which lives until both have ended.
 struct confd_trans_cbs {
     int (*init)(struct confd_trans_ctx *tctx);
     int (*finish)(struct confd_trans_ctx *tctx);
@@ -52,7 +58,8 @@ struct confd_trans_validate_cbs {
     int (*stop)(struct confd_trans_ctx *tctx);
 };
 
-// One row of a table of validation points, ended by an empty name.
+// One row of a table of validation points, ended by an empty name. newval has type C_NOEXISTS for what is deleted. Any
+// result but CONFD_OK refuses.
 struct confd_valpoint_cb {
     char valpoint[MAX_CALLPOINT_LEN + 1];
     int (*validate)(struct confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *newval);
@@ -64,7 +71,8 @@ struct confd_qname {
     struct confd_buf name;
 };
 
-// One row of a table of actions, ended by an empty name.
+// One row of a table of actions, ended by an empty name. A negative result is a failure. Pointers are never null; what
+// there is not is an empty text. abort is called while another thread serves the worker of the running callback.
 struct confd_action_cbs {
     char actionpoint[MAX_CALLPOINT_LEN + 1];
     int (*init)(struct confd_user_info *uinfo);
@@ -145,7 +153,8 @@ struct confd_daemon_ctx *confd_init_daemon(const char *name);
 void confd_release_daemon(struct confd_daemon_ctx *dx);
 int confd_connect(struct confd_daemon_ctx *dx, int sock, enum confd_sock_type type, const struct sockaddr *srv,
                   int addrsz);
-// Reads and serves one request on a readable control or worker socket. CONFD_EOF when the agent has gone.
+// Reads and serves one request on a readable control or worker socket. CONFD_EOF when the agent has gone; CONFD_ERR with
+// CONFD_ERR_EXTERNAL when a callback has failed, which the agent has been told.
 int confd_fd_ready(struct confd_daemon_ctx *dx, int fd);
 
 int confd_register_trans_cb(struct confd_daemon_ctx *dx, const struct confd_trans_cbs *cbs);
@@ -188,7 +197,7 @@ int confd_action_reply_completion(struct confd_user_info *uinfo, const struct co
 // The reason for the operator, of a callback that fails.
 void confd_action_seterr(struct confd_user_info *uinfo, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 
-// Notifications. Any thread; the agent does not answer, so a result other than CONFD_OK speaks of the connection or of
+// Notifications. Any thread, also while another one serves the worker socket; the agent does not answer, so a result other than CONFD_OK speaks of the connection or of
 // arguments alone. values: from the notification's C_XMLBEGIN to its C_XMLEND; a namespace of 0 is the notification's.
 int confd_notification_send(struct confd_notification_ctx *nctx, const struct confd_datetime *time,
                             const confd_tag_value_t *values, int nvalues);

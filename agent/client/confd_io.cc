@@ -21,9 +21,15 @@ static constexpr const char *SECRET_VARIABLE = "CONFD_IPC_ACCESS_FILE";
 
 // ---- the table
 
+struct socket_entry_t {
+    client_socket_t state;
+    std::mutex sending; // a frame goes out whole
+};
+
 struct socket_table_t {
     std::mutex mutex;
-    std::map<int, client_socket_t> sockets; // whose entries do not move
+    std::map<int, socket_entry_t> sockets; // whose entries do not move
+    uint64_t last_serial = 0;
 };
 
 // Never destroyed, as threads may outlive static objects.
@@ -33,12 +39,19 @@ static socket_table_t &table()
     return only;
 }
 
-client_socket_t *confd_io_find(int sock, wire_kind_t kind)
+static socket_entry_t *find_entry(int sock, wire_kind_t kind, uint64_t serial)
 {
     std::lock_guard guard(table().mutex);
     auto found = table().sockets.find(sock);
-    if (found != table().sockets.end() && found->second.kind == kind)
-        return &found->second;
+    bool is_it = found != table().sockets.end() && found->second.state.kind == kind &&
+                 (serial == 0 || found->second.state.serial == serial);
+    return is_it ? &found->second : nullptr;
+}
+
+client_socket_t *confd_io_find(int sock, wire_kind_t kind)
+{
+    if (socket_entry_t *entry = find_entry(sock, kind, 0))
+        return &entry->state;
     (void)confd_fail(CONFD_ERR_PROTOUSAGE, "socket %d is not connected for this call", sock);
     return nullptr;
 }
@@ -46,15 +59,24 @@ client_socket_t *confd_io_find(int sock, wire_kind_t kind)
 void confd_io_forget(int sock)
 {
     std::lock_guard guard(table().mutex);
-    table().sockets[sock] = {};
+    table().sockets[sock].state = {};
+}
+
+void confd_io_forget_connection(int sock, uint64_t serial)
+{
+    std::lock_guard guard(table().mutex);
+    auto found = table().sockets.find(sock);
+    if (found != table().sockets.end() && found->second.state.serial == serial)
+        found->second.state = {};
 }
 
 void confd_io_adopt(int sock, wire_kind_t kind)
 {
     std::lock_guard guard(table().mutex);
-    client_socket_t &state = table().sockets[sock];
+    client_socket_t &state = table().sockets[sock].state;
     state = {};
     state.kind = kind;
+    state.serial = ++table().last_serial;
 }
 
 // ---- bytes
@@ -64,7 +86,7 @@ static int fail_os(const char *what)
     return confd_fail(CONFD_ERR_OS, "%s: %s", what, strerror(errno));
 }
 
-static int fail_protocol(int sock, const char *what)
+int confd_io_fail_protocol(int sock, const char *what)
 {
     (void)shutdown(sock, SHUT_RDWR); // it may be at its end already
     return confd_fail(CONFD_ERR_PROTOUSAGE, "%s", what);
@@ -98,6 +120,26 @@ static int send_all(int sock, std::string_view bytes)
     return CONFD_OK;
 }
 
+// What has gone out in part cannot be taken back, so that nothing may follow it.
+static int send_frame(int sock, socket_entry_t &entry, std::string_view frame)
+{
+    std::lock_guard guard(entry.sending);
+    int result = send_all(sock, frame);
+    if (result == CONFD_ERR)
+        (void)shutdown(sock, SHUT_RDWR); // it may be at its end already
+    return result;
+}
+
+int confd_io_send(int sock, wire_kind_t kind, uint64_t serial, std::string_view frame)
+{
+    socket_entry_t *entry = find_entry(sock, kind, serial);
+    if (entry == nullptr && serial != 0)
+        return CONFD_EOF;
+    if (entry == nullptr)
+        return confd_fail(CONFD_ERR_PROTOUSAGE, "socket %d is not connected for this call", sock);
+    return send_frame(sock, *entry, frame);
+}
+
 static int receive_all(int sock, char *to, size_t size)
 {
     while (size > 0) {
@@ -121,7 +163,7 @@ static int receive_frame(int sock, push_t *frame)
         return result;
     frame->header = wire_parse_header(bytes);
     if (frame->header.length > WIRE_MAX_FRAME)
-        return fail_protocol(sock, "a frame from the agent is too long");
+        return confd_io_fail_protocol(sock, "a frame from the agent is too long");
 
     frame->payload.clear();
     for (size_t have = 0; have < frame->header.length; have = frame->payload.size()) {
@@ -137,10 +179,11 @@ static int receive_frame(int sock, push_t *frame)
 
 // ---- requests
 
-// A push or a callback: what the agent sends unasked.
-static bool is_push(const wire_header_t &header)
+// What the agent sends unasked: pushes, and callbacks where they belong.
+static bool is_push(const client_socket_t &state, const wire_header_t &header)
 {
-    return (header.op & WIRE_REPLY) == 0;
+    bool has_callbacks = state.kind == WIRE_KIND_CONTROL || state.kind == WIRE_KIND_WORKER;
+    return (header.op & WIRE_REPLY) == 0 && (header.id == 0 || has_callbacks);
 }
 
 // Keeps a push for its reader. What the agent says to a user's sessions has none in this library.
@@ -149,7 +192,7 @@ static int keep_push(int sock, client_socket_t &state, push_t &&push)
     if (state.kind == WIRE_KIND_MAAPI)
         return CONFD_OK;
     if (state.pushes.size() >= MAX_QUEUED_PUSHES)
-        return fail_protocol(sock, "the agent pushes without end instead of answering");
+        return confd_io_fail_protocol(sock, "the agent pushes without end instead of answering");
     state.pushes.push_back(std::move(push));
     return CONFD_OK;
 }
@@ -167,13 +210,13 @@ static int await_reply(int sock, client_socket_t &state, wire_op_t op, uint32_t 
         push_t frame;
         if (int result = receive_frame(sock, &frame); result != CONFD_OK)
             return result;
-        if (is_push(frame.header)) {
+        if (is_push(state, frame.header)) {
             if (int result = keep_push(sock, state, std::move(frame)); result != CONFD_OK)
                 return result;
             continue;
         }
         if (frame.header.op != (op | WIRE_REPLY) || frame.header.id != id)
-            return fail_protocol(sock, "the agent answers what was not asked");
+            return confd_io_fail_protocol(sock, "the agent answers what was not asked");
         if (frame.header.status != 0)
             return fail_refused(frame);
         if (reply != nullptr)
@@ -182,15 +225,16 @@ static int await_reply(int sock, client_socket_t &state, wire_op_t op, uint32_t 
     }
 }
 
-static int request_on(int sock, client_socket_t &state, wire_op_t op, const wire_writer_t &request, std::string *reply)
+static int request_on(int sock, socket_entry_t &entry, wire_op_t op, const wire_writer_t &request, std::string *reply)
 {
+    client_socket_t &state = entry.state;
     if (request.bytes.size() > WIRE_MAX_FRAME)
         return confd_fail(CONFD_ERR_TOOBIG, "a request of %zu bytes", request.bytes.size());
     uint32_t id = state.next_id++;
     if (state.next_id == 0)
         state.next_id = 1;
     confd_debug(CONFD_PROTO_TRACE, "socket %d: operation %d, %zu bytes", sock, op, request.bytes.size());
-    int sent = send_all(sock, wire_frame(op, 0, id, request.bytes));
+    int sent = send_frame(sock, entry, wire_frame(op, 0, id, request.bytes));
     if (sent == CONFD_ERR)
         return sent;
     // A refusal may lie in the socket although the agent has closed its end.
@@ -200,8 +244,9 @@ static int request_on(int sock, client_socket_t &state, wire_op_t op, const wire
 
 int confd_io_request(int sock, wire_kind_t kind, wire_op_t op, const wire_writer_t &request, std::string *reply)
 {
-    client_socket_t *state = confd_io_find(sock, kind);
-    return state != nullptr ? request_on(sock, *state, op, request, reply) : CONFD_ERR;
+    if (socket_entry_t *entry = find_entry(sock, kind, 0))
+        return request_on(sock, *entry, op, request, reply);
+    return confd_fail(CONFD_ERR_PROTOUSAGE, "socket %d is not connected for this call", sock);
 }
 
 int confd_io_next_push(int sock, wire_kind_t kind, push_t *push)
@@ -215,8 +260,8 @@ int confd_io_next_push(int sock, wire_kind_t kind, push_t *push)
         return CONFD_OK;
     }
     int result = receive_frame(sock, push);
-    if (result == CONFD_OK && !is_push(push->header))
-        return fail_protocol(sock, "the agent answers what was not asked");
+    if (result == CONFD_OK && !is_push(*state, push->header))
+        return confd_io_fail_protocol(sock, "the agent answers what was not asked");
     return result;
 }
 
@@ -281,7 +326,9 @@ int confd_io_connect(int sock, wire_kind_t kind, uint32_t hello_daemon_id, const
         result = confd_fail_malformed(WIRE_HELLO);
     if (result != CONFD_OK)
         confd_io_forget(sock);
-    else if (daemon_id != nullptr)
+    else
+        confd_io_find(sock, kind)->hello_id = id;
+    if (result == CONFD_OK && daemon_id != nullptr)
         *daemon_id = id;
     return result;
 }

@@ -2,7 +2,8 @@
 //
 // All calls block until the agent has answered. Functions return CONFD_OK, CONFD_ERR with confd_errno and
 // confd_lasterr() set (both belong to the calling thread), or CONFD_EOF when the agent has closed the connection.
-// A socket belongs to one thread at a time; different sockets may be used by different threads at once.
+// A socket belongs to one thread at a time; different sockets may be used by different threads at once. The exception:
+// any thread may send notifications on a worker socket, whoever serves it.
 //
 // Paths are printf-like: %d %u %ld %lu %x %s and their like, where %x takes a confd_value_t pointer and prints it as a
 // path holds it, and %s is put in as it stands.

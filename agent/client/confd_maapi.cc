@@ -1,10 +1,9 @@
-// MAAPI sockets: user sessions, transactions, locks, messages, and the transactions of callbacks.
+// MAAPI sockets: user sessions, transactions, locks, and the transactions of callbacks.
 #include "agent/client/confd_maapi.h"
 
 #include "agent/client/confd_internal.h"
 
 #include <arpa/inet.h>
-#include <mutex>
 #include <unistd.h>
 
 static constexpr wire_kind_t MAAPI = WIRE_KIND_MAAPI;
@@ -72,29 +71,6 @@ int maapi_end_user_session(int sock)
 
 // ---- transactions
 
-struct db_row_t {
-    confd_dbname name;
-    wire_db_t wire;
-};
-
-static constexpr db_row_t db_rows[] = {
-    { CONFD_RUNNING, WIRE_DB_RUNNING },
-    { CONFD_STARTUP, WIRE_DB_STARTUP },
-    { CONFD_OPERATIONAL, WIRE_DB_OPERATIONAL },
-    { CONFD_PRE_COMMIT_RUNNING, WIRE_DB_PRE_COMMIT_RUNNING },
-};
-
-static bool put_db(wire_writer_t *request, enum confd_dbname db)
-{
-    for (const db_row_t &row : db_rows)
-        if (row.name == db) {
-            request->u8(row.wire);
-            return true;
-        }
-    (void)confd_fail(CONFD_ERR_NOEXISTS, "the agent keeps no datastore %d", db);
-    return false;
-}
-
 static wire_writer_t request_of(int th)
 {
     wire_writer_t request;
@@ -117,15 +93,23 @@ int maapi_start_trans_flags2(int sock, enum confd_dbname db, enum confd_trans_mo
     if (usid != 0 && usid != state->user_session)
         return confd_fail(CONFD_ERR_NOSESSION, "session %d is not the socket's own", usid);
     wire_writer_t request;
-    if (!put_db(&request, db))
+    if (!confd_put_db(&request, db))
         return CONFD_ERR;
     request.u8(mode == CONFD_READ_WRITE);
     request.u32(static_cast<uint32_t>(flags));
     return confd_ask_count(sock, MAAPI, WIRE_MAAPI_START_TRANS, request);
 }
 
+// A handle that may come again is at the root then.
+static void forget_position(int sock, int th)
+{
+    if (client_socket_t *state = confd_io_find(sock, MAAPI))
+        state->trans_positions.erase(th);
+}
+
 int maapi_finish_trans(int sock, int th)
 {
+    forget_position(sock, th);
     return confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_FINISH_TRANS, request_of(th));
 }
 
@@ -151,6 +135,18 @@ int maapi_attach_init(int sock, int *th)
     return CONFD_OK;
 }
 
+int maapi_set_flags(int sock, int th, int flags)
+{
+    wire_writer_t request = request_of(th);
+    request.u32(static_cast<uint32_t>(flags));
+    return confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_SET_FLAGS, request);
+}
+
+int maapi_candidate_commit(int sock)
+{
+    return confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_CANDIDATE_COMMIT, {});
+}
+
 // The namespace only ever chose the top of relative paths, which the library has at the root.
 int maapi_attach(int sock, int, struct confd_trans_ctx *tctx)
 {
@@ -159,52 +155,18 @@ int maapi_attach(int sock, int, struct confd_trans_ctx *tctx)
 
 int maapi_detach(int sock, struct confd_trans_ctx *tctx)
 {
+    forget_position(sock, tctx->thandle);
     return confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_DETACH, request_of(tctx->thandle));
 }
 
 int maapi_lock(int sock, enum confd_dbname db)
 {
     wire_writer_t request;
-    return put_db(&request, db) ? confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_LOCK, request) : CONFD_ERR;
+    return confd_put_db(&request, db) ? confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_LOCK, request) : CONFD_ERR;
 }
 
 int maapi_unlock(int sock, enum confd_dbname db)
 {
     wire_writer_t request;
-    return put_db(&request, db) ? confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_UNLOCK, request) : CONFD_ERR;
-}
-
-// ---- messages and keys
-
-int maapi_prio_message(int sock, const char *to, const char *message)
-{
-    wire_writer_t request;
-    request.text(to);
-    request.text(message);
-    return confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_PRIO_MESSAGE, request);
-}
-
-struct crypto_keys_t {
-    std::mutex mutex;
-    std::string keys;
-};
-
-static crypto_keys_t &crypto_keys()
-{
-    static crypto_keys_t &only = *new crypto_keys_t;
-    return only;
-}
-
-int maapi_install_crypto_keys(int sock)
-{
-    std::string reply;
-    if (int result = confd_io_request(sock, MAAPI, WIRE_MAAPI_INSTALL_CRYPTO_KEYS, {}, &reply); result != CONFD_OK)
-        return result;
-    wire_reader_t in(reply);
-    std::string_view keys = in.text();
-    if (!in.finished())
-        return confd_fail_malformed(WIRE_MAAPI_INSTALL_CRYPTO_KEYS);
-    std::lock_guard guard(crypto_keys().mutex);
-    crypto_keys().keys = keys;
-    return CONFD_OK;
+    return confd_put_db(&request, db) ? confd_ask_nothing(sock, MAAPI, WIRE_MAAPI_UNLOCK, request) : CONFD_ERR;
 }

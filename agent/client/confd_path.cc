@@ -5,6 +5,7 @@
 // where it has to be. Anything else is refused rather than passed on.
 #include "agent/client/confd_internal.h"
 
+#include <charconv>
 #include <cstdint>
 #include <cstring>
 
@@ -69,6 +70,25 @@ static bool read_keys(std::string_view &rest, std::vector<std::string> *keys, bo
     }
 }
 
+// Takes "[number]" off the end of a step's name, where there is one. False when what is there is no number.
+static bool read_position(path_step_t *step)
+{
+    size_t open = step->name.find('[');
+    if (open == std::string_view::npos)
+        return true;
+    std::string_view digits = step->name.substr(open + 1);
+    if (!digits.ends_with(']'))
+        return false;
+    digits.remove_suffix(1);
+    uint32_t number = 0;
+    auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (error != std::errc() || end != digits.data() + digits.size())
+        return false;
+    step->position = number;
+    step->name = step->name.substr(0, open);
+    return true;
+}
+
 static bool read_step(std::string_view &rest, path_step_t *step, bool *is_open)
 {
     std::string_view start = rest;
@@ -79,9 +99,9 @@ static bool read_step(std::string_view &rest, path_step_t *step, bool *is_open)
         step->prefix = step->name.substr(0, colon);
         step->name.remove_prefix(colon + 1);
     }
-    if (step->name.empty())
+    if (!read_position(step) || step->name.empty())
         return false;
-    if (!rest.empty() && rest.front() == '{') {
+    if (step->position < 0 && !rest.empty() && rest.front() == '{') {
         rest.remove_prefix(1);
         if (!read_keys(rest, &step->keys, is_open))
             return false;
@@ -379,4 +399,45 @@ bool confd_format_path(std::string_view base, const char *fmt, va_list args, std
         return false;
     *out = std::move(text);
     return true;
+}
+
+// ---- positions
+
+// A step of a path with the keys of an entry in place of its position.
+static int add_step(std::string *path, const path_step_t &step, list_indexer_t &indexer)
+{
+    path->append("/");
+    if (step.position < 0) {
+        path->append(step.text);
+        return CONFD_OK;
+    }
+    if (!step.prefix.empty())
+        path->append(step.prefix).append(":");
+    path->append(step.name);
+    std::vector<confd_value_t> keys;
+    if (int result = indexer.find(*path, static_cast<uint32_t>(step.position), &keys); result != CONFD_OK)
+        return result;
+    parsed_path_t parsed;
+    const confd_cs_node *list = confd_parse_path(*path, &parsed) ? confd_schema_find(nullptr, parsed) : nullptr;
+    for (size_t i = 0; i < keys.size(); i++) {
+        path->append(i == 0 ? "{" : " ");
+        path->append(wire_quote_key(confd_value_text(confd_schema_key(list, i), keys[i])));
+        wire_free_value(keys[i]);
+    }
+    path->append("}");
+    return CONFD_OK;
+}
+
+int confd_resolve_positions(std::string *path, list_indexer_t &indexer)
+{
+    parsed_path_t parsed;
+    if (path->find('[') == std::string::npos || !confd_parse_path(*path, &parsed))
+        return CONFD_OK; // the agent says what is wrong with it
+    std::string resolved;
+    for (const path_step_t &step : parsed.steps)
+        if (int result = add_step(&resolved, step, indexer); result != CONFD_OK)
+            return result;
+    if (!resolved.empty())
+        *path = std::move(resolved);
+    return CONFD_OK;
 }

@@ -4,6 +4,7 @@
 // An input is a row of steps: one byte that picks the way (way_t), a frame of six bytes of header and as much body as
 // its length field asks for and the input has; the length that is sent is the frame's own. The input ends before a
 // frame that is fatal by contract: what answers what, and which codes may come, is written down here once more.
+#include "agent/client/confd_internal.h"
 #include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 #include "cfgmgr/network/cfgmgr_kernel.h"
@@ -214,7 +215,7 @@ void answer_transaction(const std::string &frame, slot_t expected)
     (void)cfgmgr_quagga_pb_send_show_message(&tctx, &arena().vpn, &message, DAEMON_ID_BGPD, BGP_SHOW);
     const void *slot = expected == REFUSED ? reinterpret_cast<void *>(-1) : expected == PASSED ? nullptr : &arena().vpn;
     expect(tctx.t_opaque == slot, "the slot of the transaction is wrong");
-    free(tctx.internal); // the library's copy of the error
+    confd_trans_release(&tctx);
     drain(arena().mgmt);
 }
 

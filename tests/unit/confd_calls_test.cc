@@ -252,21 +252,26 @@ TEST(confd_cdb, a_value_of_another_type_is_refused_and_a_text_fits_or_is_too_big
 
 TEST(confd_maapi, datastores_go_out_by_the_agents_numbers_and_a_missing_one_is_refused)
 {
-    std::string payload;
+    std::vector<std::string> payloads;
     {
         fake_agent agent({ [&](fake_peer &peer) {
             peer.greet();
-            fake_request_t request = peer.read();
-            payload = request.payload;
-            peer.reply(request, std::string("\x03\0\0\0", 4));
+            for (int i = 0; i < 2; i++) {
+                fake_request_t request = peer.read();
+                payloads.push_back(request.payload);
+                peer.reply(request, std::string("\x03\0\0\0", 4));
+            }
         } });
         client_fd client;
         ASSERT_EQ(maapi_connect(client.fd, agent.address(), agent.address_size()), CONFD_OK);
-        EXPECT_EQ(maapi_start_trans(client.fd, CONFD_CANDIDATE, CONFD_READ), CONFD_ERR);
+        EXPECT_EQ(maapi_start_trans(client.fd, CONFD_NO_DB, CONFD_READ), CONFD_ERR);
         EXPECT_EQ(confd_errno, CONFD_ERR_NOEXISTS);
         EXPECT_EQ(maapi_start_trans(client.fd, CONFD_RUNNING, CONFD_READ_WRITE), 3);
+        EXPECT_EQ(maapi_start_trans(client.fd, CONFD_CANDIDATE, CONFD_READ), 3);
     }
-    EXPECT_EQ(payload, std::string("\x01\x01\0\0\0\0", 6));
+    ASSERT_EQ(payloads.size(), 2u);
+    EXPECT_EQ(payloads[0], std::string("\x01\x01\0\0\0\0", 6));
+    EXPECT_EQ(payloads[1], std::string("\x05\x00\0\0\0\0", 6));
 }
 
 } // namespace
