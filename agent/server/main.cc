@@ -51,6 +51,7 @@ static bool open_store(server_t &server, std::string *error)
     options.yang_dir = server.config.yang_dir;
     options.state_dir = server.config.state_dir;
     options.durable = server.config.durable;
+    options.crypto_keys = server.crypto_keys;
     options.journal_limit = server.config.journal_limit;
     std::vector<std::string> reports;
     ds_error_t ds_error;

@@ -1,5 +1,6 @@
 #include "agent/server/datastore.h"
 #include "agent/server/diff_build.h"
+#include "agent/server/encrypt.h"
 #include "agent/server/store.h"
 #include "agent/server/validate.h"
 
@@ -117,6 +118,7 @@ bool trans_set(trans_t &trans, const path_t &path, const confd_value_t &value, d
                make_wish(trans, { WISH_SET_LIST, path, std::move(values) }, error);
     values.resize(1);
     return value_from_confd(*trans.store->schema, *path.node(), value, path_text(path), values[0], error) &&
+           encrypt_value(trans, path, values[0], error) &&
            make_wish(trans, { WISH_SET, path, std::move(values) }, error);
 }
 
@@ -126,6 +128,7 @@ bool trans_set_text(trans_t &trans, const path_t &path, std::string_view text, d
         return false;
     std::vector<value_t> values(1);
     return value_from_text(*path.node(), text, path_text(path), values[0], error) &&
+           encrypt_value(trans, path, values[0], error) &&
            make_wish(trans, { WISH_SET, path, std::move(values) }, error);
 }
 

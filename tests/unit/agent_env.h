@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+inline const std::string TEST_KEYS = "0123456789abcdef0123456789abcdef";
+
 inline datastore_ptr open_store(const std::string &state_dir = "", std::vector<std::string> *reports = nullptr,
                                 ds_error_t *failure = nullptr)
 {
@@ -18,6 +20,7 @@ inline datastore_ptr open_store(const std::string &state_dir = "", std::vector<s
     options.yang_dir = TEST_YANG_DIR;
     options.state_dir = state_dir;
     options.durable = false;
+    options.crypto_keys = TEST_KEYS;
     std::vector<std::string> told;
     ds_error_t error;
     datastore_ptr store = datastore_open(options, told, error);

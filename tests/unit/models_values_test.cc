@@ -166,7 +166,7 @@ TEST(models, types_take_what_the_device_knows_and_nothing_else)
         { "vpn vpn-instance interface pppoe-client ac-name", "bras1.example isp:7", "/bin/sh a/%n" },
         { "vpn vpn-instance interface ppp authentication method", "chap pap", "eap 0" },
         { "vpn vpn-instance interface ppp authentication chap-name", "user@isp.example", "@file /etc/passwd" },
-        { "vpn vpn-instance interface ppp authentication password", "pass/word=", "@file /etc/passwd" },
+        { "vpn vpn-instance interface ppp authentication password", "pass/word= $8$AAECAwQFBgcICQ==", "@file /etc/passwd $8$ $9$AA== $8$`id`" },
         { "vpn vpn-instance interface ip secondary-address address", "10.1.5.2/24", "10.1.5.2" },
         { "vpn vpn-instance interface ip address-list address", "10.1.5.2/24", "10.1.5.2 default" },
         { "vpn vpn-instance interface ip static-route prefix", "0.0.0.0/0 10.0.0.0/8 10.1.5.1/32",
