@@ -2,11 +2,13 @@
 
 #include "cfgmgr/daemon/cfgmgr_confd.h"
 
+#include "cfgmgr/daemon/cfgmgr_dump.h"
 #include "cfgmgr/daemon/cfgmgr_sysmgr.h"
 #include "cfgmgr/network/cfgmgr_config_bridge.h"
 #include "cfgmgr/network/cfgmgr_config_system.h"
 #include "cfgmgr/network/cfgmgr_config_vpn.h"
 #include "cfgmgr/network/cfgmgr_config_vpn_if.h"
+#include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_oper_vpn_if.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "common/daemon_names.h"
@@ -69,9 +71,34 @@ void fill_subscriptions()
         *row++ = make_row(path);
 }
 
-// Rules that are checked in code, and operator commands: none.
+// Rules that are checked in code: none.
 confd_valpoint_cb validation_points[] = { {} };
-confd_action_cbs actions[] = { {} };
+
+using command_t = decltype(confd_action_cbs::command);
+
+struct command_row_t {
+    const char *point;
+    command_t run;
+};
+
+// Operator commands.
+constexpr command_row_t commands[] = {
+    { "cfgmgr_dump_vpn", cfgmgr_dump_vpn },
+    { "cfgmgr_dump_if", cfgmgr_dump_if },
+    { "cfgmgr_if_reset", cfgmgr_if_reset },
+};
+
+// As the datastore client takes them, ended by an empty row.
+confd_action_cbs actions[std::size(commands) + 1];
+
+void fill_actions()
+{
+    for (size_t i = 0; i < std::size(commands); i++) {
+        actions[i] = {};
+        strlcpy(actions[i].actionpoint, commands[i].point, sizeof actions[i].actionpoint);
+        actions[i].command = commands[i].run;
+    }
+}
 
 // Nothing in the model is served by callbacks.
 int cfgmgr_confd_register_data_cbs(tconfd_ctx *)
@@ -89,6 +116,7 @@ cfgmgrd_t *daemon_of(tconfd_ctx *ctx)
 int cfgmgr_confd_init(cfgmgrd_t *cfgmgrd_p)
 {
     fill_subscriptions();
+    fill_actions();
     tconfd_registration reg{};
     reg.app_ctx = cfgmgrd_p;
     reg.subs = subscriptions;
