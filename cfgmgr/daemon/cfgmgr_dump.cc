@@ -4,6 +4,7 @@
 #include "cfgmgr/daemon/cfgmgr_print.h"
 #include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
+#include "tconfd/tconfd_api.h"
 
 #include <confd_maapi.h>
 #include <string>
