@@ -1,9 +1,11 @@
-// Whatever an agent may answer: the decoders of values, keypaths and schema nodes, paths as text, and whole replies as
-// the client library reads them from a socket.
+// Whatever an agent may answer or ask: the decoders of values, keypaths and schema nodes, paths as text, whole replies
+// as the client library reads them from a socket, and callbacks as a daemon with all of them serves them.
 //
 // The first byte of the input picks the reader, so that one corpus file exercises one of them. For replies the rest is
-// the payload of each frame that the agent sends on the connection.
+// the payload of each frame that the agent sends on the connection; for callbacks it is a row, a byte that says whether
+// the id and the point of something that is open stand before the rest, and the rest of the payload.
 #include "agent/client/confd_cdb.h"
+#include "agent/client/confd_daemon.h"
 #include "agent/client/confd_events.h"
 #include "agent/client/confd_internal.h"
 #include "agent/client/confd_maapi.h"
@@ -215,8 +217,190 @@ void read_reply(std::string_view bytes)
     end_play(ends);
 }
 
-constexpr void (*readers[])(std::string_view bytes) = { read_value, read_keypath, read_schema_nodes, read_path,
-                                                        read_reply };
+// ---- callbacks
+
+constexpr uint32_t OPEN_ID = 3; // of the transaction and of the invocation that have begun
+constexpr char POINT[] = "point";
+
+int look(const confd_hkeypath_t *kp, int result)
+{
+    (void)confd_keypath_text(*kp);
+    return result;
+}
+
+int answer_key(confd_trans_ctx *tctx, confd_hkeypath_t *kp, long next)
+{
+    confd_value_t *keys = kp->v[0]; // any number of any values
+    int n = 0;
+    while (n < MAXKEYLEN && keys[n].type > C_NOEXISTS)
+        n++;
+    return look(kp, confd_data_reply_next_key(tctx, keys, n, next));
+}
+
+int answer_object(confd_trans_ctx *tctx, confd_hkeypath_t *kp, long next)
+{
+    confd_tag_value_t value = { { 1, 0 }, kp->v[0][0] };
+    return look(kp, confd_data_reply_next_object_tag_value_array(tctx, &value, kp->len > 0, next));
+}
+
+int answer_found(confd_trans_ctx *tctx, confd_hkeypath_t *kp, int, confd_value_t *keys, int n)
+{
+    for (int i = 0; i < n; i++)
+        (void)confd_value_text(nullptr, keys[i]);
+    return answer_object(tctx, kp, -1);
+}
+
+confd_data_cbs data_callbacks()
+{
+    confd_data_cbs cbs = {};
+    strcpy(cbs.callpoint, POINT);
+    cbs.exists_optional = [](confd_trans_ctx *t, confd_hkeypath_t *kp) {
+        return look(kp, confd_data_reply_found(t));
+    };
+    cbs.get_elem = [](confd_trans_ctx *t, confd_hkeypath_t *kp) {
+        return look(kp, confd_data_reply_value(t, &kp->v[0][0]));
+    };
+    cbs.get_next = answer_key;
+    cbs.set_elem = [](confd_trans_ctx *t, confd_hkeypath_t *kp, confd_value_t *value) {
+        confd_trans_seterr(t, "%s", confd_value_text(nullptr, *value).c_str());
+        return look(kp, CONFD_ERR);
+    };
+    cbs.create = [](confd_trans_ctx *, confd_hkeypath_t *kp) {
+        return look(kp, CONFD_OK);
+    };
+    cbs.remove = cbs.create;
+    cbs.get_object = [](confd_trans_ctx *t, confd_hkeypath_t *kp) {
+        confd_tag_value_t value = { { 1, 0 }, kp->v[0][0] };
+        return look(kp, confd_data_reply_tag_value_array(t, &value, kp->len > 0));
+    };
+    cbs.get_next_object = answer_object;
+    cbs.find_next_object = answer_found;
+    return cbs;
+}
+
+confd_action_cbs action_callbacks()
+{
+    confd_action_cbs cbs = {};
+    strcpy(cbs.actionpoint, POINT);
+    cbs.abort = [](confd_user_info *) {
+        return CONFD_OK;
+    };
+    cbs.action = [](confd_user_info *u, xml_tag *, confd_hkeypath_t *kp, confd_tag_value_t *params, int n) {
+        return look(kp, confd_action_reply_values(u, params, n));
+    };
+    cbs.command = [](confd_user_info *u, char *path, int argc, char **argv) {
+        for (int i = 0; i < argc; i++)
+            confd_action_seterr(u, "%s %s", path, argv[i]);
+        return argc > 1 ? CONFD_ERR : CONFD_OK;
+    };
+    cbs.completion = [](confd_user_info *u, int, char *token, int, confd_hkeypath_t *kp, char *path, char *,
+                        confd_qname *type, char *extra) {
+        require(type->name.ptr[type->name.size] == 0);
+        confd_completion_value values[] = { { CONFD_COMPLETION, token, extra },
+                                            { CONFD_COMPLETION_INFO, path, nullptr } };
+        return look(kp, confd_action_reply_completion(u, values, 2));
+    };
+    return cbs;
+}
+
+confd_daemon_ctx *make_daemon()
+{
+    confd_daemon_ctx *dx = confd_init_daemon("fuzz");
+    daemon_t &daemon = confd_daemon_of(dx);
+    confd_valpoint_cb check = {};
+    strcpy(check.valpoint, POINT);
+    check.validate = [](confd_trans_ctx *, confd_hkeypath_t *kp, confd_value_t *value) {
+        return look(kp, value->type == C_NOEXISTS ? CONFD_OK : 2);
+    };
+    daemon.data.push_back({ data_callbacks(), ~0u });
+    daemon.actions.push_back(action_callbacks());
+    daemon.valpoints.push_back(check);
+    return dx;
+}
+
+struct callback_row_t {
+    wire_op_t op;
+    bool is_control;
+};
+
+constexpr callback_row_t callback_rows[] = {
+    { WIRE_CB_TRANS_INIT, true },        { WIRE_CB_VALIDATE_INIT, true }, { WIRE_CB_ACTION_INIT, true },
+    { WIRE_CB_ACTION_ABORT, true },      { WIRE_CB_TRANS_FINISH, false }, { WIRE_CB_VALIDATE_STOP, false },
+    { WIRE_CB_VALIDATE, false },         { WIRE_CB_EXISTS, false },       { WIRE_CB_GET_ELEM, false },
+    { WIRE_CB_GET_NEXT, false },         { WIRE_CB_SET_ELEM, false },     { WIRE_CB_CREATE, false },
+    { WIRE_CB_REMOVE, false },           { WIRE_CB_GET_OBJECT, false },   { WIRE_CB_GET_NEXT_OBJECT, false },
+    { WIRE_CB_FIND_NEXT_OBJECT, false }, { WIRE_CB_ACTION, false },       { WIRE_CB_COMMAND, false },
+    { WIRE_CB_COMPLETION, false },
+};
+
+std::string init_payload(bool is_action)
+{
+    wire_writer_t out;
+    out.u32(OPEN_ID);
+    if (is_action) {
+        out.u32(0);
+        out.text(POINT);
+    } else {
+        out.u8(WIRE_DB_RUNNING);
+        out.u8(1);
+    }
+    out.u32(12);
+    for (const char *text : { "admin", "cli", "10.1.1.1" })
+        out.text(text);
+    return out.bytes;
+}
+
+// The frame must be answered once, or the connection must be at its end.
+void ask(confd_daemon_ctx *dx, const int (&ends)[2], uint16_t op, std::string_view payload)
+{
+    send_all(ends[1], wire_frame(op, 0, 1, payload));
+    int result = confd_fd_ready(dx, ends[0]);
+    char bytes[WIRE_HEADER_SIZE];
+    ssize_t n = recv(ends[1], bytes, sizeof bytes, MSG_DONTWAIT);
+    require(n == 0 || n == WIRE_HEADER_SIZE);
+    if (n == 0)
+        return require(result == CONFD_ERR && confd_errno == CONFD_ERR_PROTOUSAGE);
+    wire_header_t header = wire_parse_header(bytes);
+    require(header.op == (op | WIRE_REPLY) && header.id == 1 && (header.status == 0) == (result == CONFD_OK));
+    std::string rest(header.length + 1, 0);
+    require(recv(ends[1], rest.data(), rest.size(), MSG_DONTWAIT) == (header.length > 0 ? header.length : -1));
+}
+
+void read_callback(std::string_view bytes)
+{
+    constexpr size_t MOST = 16 << 10; // answered in no more than the socket takes without a reader
+    if (bytes.size() < 2 || bytes.size() > MOST)
+        return;
+    static confd_daemon_ctx *dx = make_daemon();
+    daemon_t &daemon = confd_daemon_of(dx);
+    int control[2], worker[2];
+    require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, control) == 0);
+    require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, worker) == 0);
+    confd_io_adopt(control[0], WIRE_KIND_CONTROL);
+    confd_io_adopt(worker[0], WIRE_KIND_WORKER);
+    dx->ctrl_fd = control[0];
+    daemon.workers = { { worker[0], 0 } };
+    ask(dx, control, WIRE_CB_TRANS_INIT, init_payload(false));
+    ask(dx, control, WIRE_CB_ACTION_INIT, init_payload(true));
+
+    const callback_row_t &row = callback_rows[static_cast<uint8_t>(bytes[0]) % std::size(callback_rows)];
+    wire_writer_t payload;
+    if ((bytes[1] & 1) != 0) {
+        payload.u32(OPEN_ID);
+        payload.text(POINT);
+    }
+    ask(dx, row.is_control ? control : worker, row.op, payload.bytes + std::string(bytes.substr(2)));
+
+    daemon.transactions.clear();
+    daemon.invocations.clear();
+    for (int fd : { control[0], worker[0] })
+        confd_io_forget(fd);
+    for (int fd : { control[0], control[1], worker[0], worker[1] })
+        close(fd);
+}
+
+constexpr void (*readers[])(std::string_view bytes) = { read_value, read_keypath, read_schema_nodes,
+                                                        read_path,  read_reply,   read_callback };
 
 } // namespace
 
