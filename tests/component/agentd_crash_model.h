@@ -114,9 +114,9 @@ private:
     void one()
     {
         static constexpr kind_t kinds[] = {
-            { 4, &crash_edit::set_name }, { 3, &crash_edit::set_speed },      { 2, &crash_edit::set_tags },
-            { 2, &crash_edit::del_port }, { 1, &crash_edit::add_many_ports }, { 3, &crash_edit::add_rule },
-            { 1, &crash_edit::del_rule }, { 1, &crash_edit::del_vpn },
+            { 4, &crash_edit::set_name },  { 3, &crash_edit::set_speed },      { 2, &crash_edit::set_tags },
+            { 2, &crash_edit::del_port },  { 1, &crash_edit::add_many_ports }, { 3, &crash_edit::add_rule },
+            { 3, &crash_edit::move_rule }, { 1, &crash_edit::del_rule },       { 1, &crash_edit::del_vpn },
         };
         int sum = 0, id = first_vpn_ + below(VPNS);
         for (const kind_t &kind : kinds)
