@@ -198,6 +198,27 @@ static answer_t set_elem(call_t &call)
     return {};
 }
 
+static answer_t set_values(call_t &call)
+{
+    std::string text(call.in.text());
+    tag_values_t values(call.in);
+    if (!call.in.finished())
+        return malformed(call);
+    if (!call.conn.cdb.is_open)
+        return refused(CONFD_ERR_NOSESSION, "start a session on this connection first");
+    answer_t answer = check_operational(call);
+    if (answer.code != CONFD_ERR_OK)
+        return answer;
+    path_t path;
+    diff_ptr diff;
+    ds_error_t error;
+    if (!path_parse(datastore_schema(*call.server.store), text, PATH_INSTANCE, path, error) ||
+        !oper_set_values(*call.server.store, path, values.values, diff, error))
+        return refused(error.code, error.text);
+    subscription_notify_oper(call.server, std::move(diff));
+    return {};
+}
+
 // ---- triggered reads
 
 static answer_t trigger(call_t &call)
@@ -222,6 +243,7 @@ static constexpr op_row_t rows_of_ops[] = {
     { WIRE_CDB_EXISTS, exists },
     { WIRE_CDB_NUM_INSTANCES, num_instances },
     { WIRE_CDB_SET_ELEM, set_elem },
+    { WIRE_CDB_SET_VALUES, set_values },
     { WIRE_CDB_CREATE, edit<oper_create> },
     { WIRE_CDB_DELETE, edit<oper_delete> },
     { WIRE_CDB_TRIGGER, trigger },

@@ -46,6 +46,15 @@ struct value_holder {
     ~value_holder() { wire_free_value(value); }
 };
 
+// Tagged values read from a request; go with it.
+struct tag_values_t {
+    std::vector<confd_tag_value_t> values;
+    explicit tag_values_t(wire_reader_t &in) : values(wire_get_tag_values(in)) {}
+    tag_values_t(const tag_values_t &) = delete;
+    tag_values_t &operator=(const tag_values_t &) = delete;
+    ~tag_values_t() { wire_free_tag_values(values); }
+};
+
 // Ends the user session with its transactions and locks; no effect without one.
 void maapi_session_end(server_t &server, maapi_session_t &session);
 
