@@ -8,53 +8,90 @@ namespace
 
 bool run_help(shell_t &shell, words_view, cli_error_t &)
 {
+    pager_t pager(shell.screen);
+    output_t output = shell_output(shell, pager);
+    std::string text;
     for (const command_t &row : shell_commands())
-        if (row.modes & shell.mode)
-            fprintf(shell.out, "  %-44s %s\n", row.usage, row.help);
-    fprintf(shell.out, "\n  Tab completes a word, ? shows what may stand here. Quote words that hold blanks.\n");
+        if (row.modes & shell.mode) {
+            std::string usage(row.usage);
+            usage.resize(std::max<size_t>(usage.size(), 50), ' ');
+            text += "  " + usage + " " + row.help + "\n";
+        }
+    text +=
+        "\n"
+        "  Tab completes a word, ? shows what may stand here. Quote words that hold blanks; ';' joins commands.\n"
+        "  Behind a show: | display tree, table, set, json or xml, | include TEXT, | exclude TEXT, | count,\n"
+        "  | no-more, and for configuration | compare.\n"
+        "  An action of the models runs by its path: request PATH ACTION [PARAMETER [VALUE]]...; an rpc at the top\n"
+        "  by its name alone.\n";
+    (void)output.write(text); // nothing follows, whether or not it is read
+    output.end();
     return true;
 }
 
 constexpr uint8_t BOTH = MODE_OPERATIONAL | MODE_CONFIGURATION;
+constexpr uint8_t PIPE_SHOW = PIPE_LINES | PIPE_DISPLAY;
+constexpr uint8_t PIPE_CONFIG = PIPE_SHOW | PIPE_COMPARE;
 
 // clang-format off
 constexpr command_t commands[] = {
-    { "show",               MODE_OPERATIONAL,   args_t::DATA_PATH,   true,  run_show_data,
-      "show PATH [| display FORMAT]", "operational data" },
-    { "show configuration", MODE_OPERATIONAL,   args_t::CONFIG_PATH, true,  run_show_configuration,
-      "show configuration [PATH] [| display FORMAT]", "the running configuration" },
-    { "configure",          MODE_OPERATIONAL,   args_t::NONE,        false, run_configure,
+    { "show",               MODE_OPERATIONAL,   args_t::DATA_PATH,   PIPE_SHOW,   run_show_data,
+      "show PATH [| ...]", "operational data" },
+    { "show configuration", MODE_OPERATIONAL,   args_t::CONFIG_PATH, PIPE_CONFIG, run_show_running,
+      "show configuration [PATH] [| ...]", "the running configuration" },
+    { "show notifications stream", BOTH,        args_t::PAST_STREAM, PIPE_LINES,  run_show_notifications,
+      "show notifications stream NAME [last MINUTES]", "what a stream has told" },
+    { "show sessions",      BOTH,               args_t::NONE,        PIPE_SHOW,   run_show_sessions,
+      "show sessions", "who is connected to the agent" },
+    { "show agent status",  BOTH,               args_t::NONE,        PIPE_SHOW,   run_show_agent_status,
+      "show agent status", "the agent's own state" },
+    { "monitor stream",     BOTH,               args_t::STREAM,      PIPE_LINES,  run_monitor_stream,
+      "monitor stream NAME", "what a stream tells from now on; ^C ends" },
+    { "request",            BOTH,               args_t::ACTION,      PIPE_SHOW,   run_request,
+      "request PATH ACTION [PARAMETER [VALUE]]...", "run an action" },
+    { "configure",          MODE_OPERATIONAL,   args_t::NONE,        PIPE_NONE,   run_configure,
       "configure", "enter configuration mode" },
-    { "set",                MODE_CONFIGURATION, args_t::SETTING,     false, run_set,
+    { "set",                MODE_CONFIGURATION, args_t::SETTING,     PIPE_NONE,   run_set,
       "set PATH [VALUE]", "give a leaf a value, or create an entry" },
-    { "delete",             MODE_CONFIGURATION, args_t::SETTING,     false, run_delete,
+    { "delete",             MODE_CONFIGURATION, args_t::DELETION,    PIPE_NONE,   run_delete,
       "delete PATH [VALUE]", "remove a leaf, an entry or all below a node" },
-    { "edit",               MODE_CONFIGURATION, args_t::CONFIG_PATH, false, run_edit,
+    { "insert",             MODE_CONFIGURATION, args_t::PLACING,     PIPE_NONE,   run_insert,
+      "insert PATH first|last|before KEY|after KEY", "create an entry at a place of its list" },
+    { "move",               MODE_CONFIGURATION, args_t::PLACING,     PIPE_NONE,   run_move,
+      "move PATH first|last|before KEY|after KEY", "put an entry elsewhere in its list" },
+    { "edit",               MODE_CONFIGURATION, args_t::CONFIG_PATH, PIPE_NONE,   run_edit,
       "edit PATH", "stand at PATH: paths start there" },
-    { "up",                 MODE_CONFIGURATION, args_t::NONE,        false, run_up,
+    { "up",                 MODE_CONFIGURATION, args_t::NONE,        PIPE_NONE,   run_up,
       "up", "stand one level higher" },
-    { "top",                MODE_CONFIGURATION, args_t::NONE,        false, run_top,
+    { "top",                MODE_CONFIGURATION, args_t::NONE,        PIPE_NONE,   run_top,
       "top", "stand at the top" },
-    { "show",               MODE_CONFIGURATION, args_t::CONFIG_PATH, true,  run_show_transaction,
-      "show [PATH] [| display FORMAT]", "the configuration with your changes" },
-    { "compare",            MODE_CONFIGURATION, args_t::NONE,        false, run_compare,
-      "compare", "what a commit would change" },
-    { "validate",           MODE_CONFIGURATION, args_t::NONE,        false, run_validate,
+    { "show",               MODE_CONFIGURATION, args_t::CONFIG_PATH, PIPE_CONFIG, run_show_transaction,
+      "show [PATH] [| ...]", "the configuration with your changes" },
+    { "show configuration", MODE_CONFIGURATION, args_t::CONFIG_PATH, PIPE_CONFIG, run_show_transaction,
+      "show configuration [PATH] [| ...]", "the same" },
+    { "compare",            MODE_CONFIGURATION, args_t::CONFIG_PATH, PIPE_LINES,  run_compare,
+      "compare [PATH]", "what a commit would change" },
+    { "validate",           MODE_CONFIGURATION, args_t::NONE,        PIPE_NONE,   run_validate,
       "validate", "check the configuration without committing it" },
-    { "commit check",       MODE_CONFIGURATION, args_t::NONE,        false, run_validate,
+    { "commit check",       MODE_CONFIGURATION, args_t::NONE,        PIPE_NONE,   run_validate,
       "commit check", "the same" },
-    { "commit",             MODE_CONFIGURATION, args_t::NONE,        false, run_commit,
+    { "commit",             MODE_CONFIGURATION, args_t::NONE,        PIPE_NONE,   run_commit,
       "commit", "put your changes into force" },
-    { "revert",             MODE_CONFIGURATION, args_t::NONE,        false, run_revert,
+    { "revert",             MODE_CONFIGURATION, args_t::NONE,        PIPE_NONE,   run_revert,
       "revert", "give up your changes" },
-    { "load",               MODE_CONFIGURATION, args_t::FILE_NAME,   false, run_load,
+    { "load",               MODE_CONFIGURATION, args_t::FILE_NAME,   PIPE_NONE,   run_load,
       "load FILE", "run a file of commands, or merge an .xml document" },
-    { "exit",               BOTH,               args_t::NONE,        false, run_exit,
+    { "exit",               BOTH,               args_t::NONE,        PIPE_NONE,   run_exit,
       "exit", "leave this mode" },
-    { "help",               BOTH,               args_t::NONE,        false, run_help,
+    { "help",               BOTH,               args_t::NONE,        PIPE_LINES,  run_help,
       "help", "this list" },
 };
 // clang-format on
+
+// An rpc at the top is a command by its own name.
+constexpr command_t rpc_command = {
+    "", BOTH, args_t::ACTION, PIPE_SHOW, run_request, "RPC [PARAMETER [VALUE]]...", "run an rpc",
+};
 
 size_t count_words(std::string_view name)
 {
@@ -72,12 +109,17 @@ bool begins_words(std::string_view name, words_view words)
 bool fail_unknown_command(const shell_t &shell, const word_t &word, cli_error_t &error)
 {
     std::vector<std::string> names;
+    for (const lysc_node *rpc : shell.schema.rpcs)
+        names.emplace_back(rpc->name);
     for (const command_t &row : commands) {
         std::string name(row.name);
         name = name.substr(0, name.find(' '));
         if ((row.modes & shell.mode) && std::find(names.begin(), names.end(), name) == names.end())
             names.push_back(name);
-        if (word.text == name && !(row.modes & shell.mode))
+        if (word.text == name && (row.modes & shell.mode))
+            return cli_fail(error, "'" + std::string(row.name) + "' is the command that begins with '" + name + "'",
+                            word.column);
+        if (word.text == name)
             return cli_fail(error,
                             "'" + word.text + "' is a command of " +
                                 (shell.mode == MODE_OPERATIONAL ? "configuration mode; type 'configure' first"
@@ -106,13 +148,25 @@ const command_t *shell_find_command(uint8_t mode, words_view words, size_t &name
     return found;
 }
 
+const command_t *shell_find_command(const schema_t &schema, uint8_t mode, words_view words, size_t &name_words)
+{
+    const command_t *found = shell_find_command(mode, words, name_words);
+    bool is_rpc = !found && !words.empty() && schema_find_in(schema.rpcs, words.front().text);
+    return is_rpc ? &rpc_command : found;
+}
+
 bool shell_run(shell_t &shell, words_view words, cli_error_t &error)
 {
     size_t name_words = 0;
-    const command_t *command = shell_find_command(shell.mode, words, name_words);
+    const command_t *command = shell_find_command(shell.schema, shell.mode, words, name_words);
     if (!command)
         return fail_unknown_command(shell, words.front(), error);
     words_view args = words.subspan(name_words);
+    shell.wait = {};
+    shell.wait.since = time(nullptr);
+    shell.pipe = {};
+    if (!pipe_take(args, command->pipes, shell.pipe, error))
+        return false;
     if (command->args == args_t::NONE && !args.empty())
         return cli_fail(error, "unexpected '" + args.front().text + "' behind '" + command->name + "'",
                         args.front().column);
@@ -125,7 +179,7 @@ bool shell_run_line(shell_t &shell, std::string_view line, cli_error_t &error)
     if (!cli_split_line(line, read, error))
         return false;
     for (const std::vector<word_t> &words : read.commands)
-        if (!shell.wants_exit && !shell_run(shell, words, error))
+        if (!shell.wants_exit && (!shell_run(shell, words, error) || shell_is_interrupted(shell, error)))
             return false;
     return true;
 }

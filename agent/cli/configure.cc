@@ -34,11 +34,22 @@ bool check_values(const path_t &path, words_view values, cli_error_t &error)
 {
     for (const word_t &value : values) {
         std::string rule;
+        std::string shown = schema_is_secret(path.node) ? "" : " '" + value.text + "'";
         if (!schema_check_value(path.node, value.text, rule))
-            return cli_fail(error, "bad value '" + value.text + "' for '" + path.node->name + "': " + rule,
-                            value.column);
+            return cli_fail(error, "bad value" + shown + " for '" + path.node->name + "': " + rule, value.column);
     }
     return true;
+}
+
+// A secret that was not typed on the line is asked for, unseen and twice.
+bool ask_secret(shell_t &shell, const path_t &path, std::string &secret, cli_error_t &error)
+{
+    std::string again;
+    std::string prompt = path.node->name;
+    void *terminal = shell.screen.data;
+    if (!shell.ask_secret(terminal, prompt, secret) || !shell.ask_secret(terminal, prompt + " again", again))
+        return cli_fail(error, "nothing was typed for '" + prompt + "'");
+    return secret == again || cli_fail(error, "the two are not the same");
 }
 
 bool set_leaf(shell_t &shell, const path_t &path, words_view values, cli_error_t &error)
@@ -46,12 +57,24 @@ bool set_leaf(shell_t &shell, const path_t &path, words_view values, cli_error_t
     if (schema_is_empty_leaf(path.node))
         return values.empty() ? session_create(shell.session, path.text, error)
                               : fail_unexpected(path, values.front(), error);
+    word_t secret;
+    if (values.empty() && schema_is_secret(path.node) && shell.ask_secret) {
+        secret.column = CLI_NO_COLUMN;
+        if (!ask_secret(shell, path, secret.text, error))
+            return false;
+        values = { &secret, 1 };
+    }
     if (values.empty())
         return cli_fail(error,
                         "a value for '" + std::string(path.node->name) + "' is missing: " + schema_rule(path.node));
     if (values.size() > 1)
         return fail_unexpected(path, values[1], error);
-    return check_values(path, values, error) && session_set(shell.session, path.text, values.front().text, error);
+    if (!check_values(path, values, error))
+        return false;
+    if (session_set(shell.session, path.text, values.front().text, error))
+        return true;
+    error.column = values.front().column;
+    return false;
 }
 
 using value_call_t = bool (*)(session_t &session, const std::string &path, cli_error_t &error);
@@ -133,6 +156,99 @@ bool run_delete(shell_t &shell, words_view args, cli_error_t &error)
     return session_delete(shell.session, path.text, error);
 }
 
+namespace
+{
+
+struct place_row_t {
+    const char *name;
+    wire_move_t where;
+    bool has_other; // the entry before or behind which it goes follows
+};
+
+constexpr place_row_t places[] = {
+    { "first", WIRE_MOVE_FIRST, false },
+    { "last", WIRE_MOVE_LAST, false },
+    { "before", WIRE_MOVE_BEFORE, true },
+    { "after", WIRE_MOVE_AFTER, true },
+};
+
+// "PATH first" or "PATH before KEY...", taken apart.
+struct placing_t {
+    path_t entry;
+    path_t other;
+    wire_move_t where = WIRE_MOVE_LAST;
+};
+
+const place_row_t *find_place(const word_t &word)
+{
+    for (const place_row_t &row : places)
+        if (word.text == row.name && !word.is_quoted)
+            return &row;
+    return nullptr;
+}
+
+// An entry of a list ordered by the operator, or one value of such a leaf-list.
+bool take_placed(shell_t &shell, words_view words, path_t &path, cli_error_t &error)
+{
+    words_view values;
+    if (!walk_config(shell, words, path, values, error))
+        return false;
+    if (!schema_is_user_ordered(path.node))
+        return cli_fail(error, "'" + std::string(path.node->name) + "' has no order that can be changed",
+                        words.empty() ? CLI_NO_COLUMN : words.back().column);
+    if (schema_is_list(path.node))
+        return !path.is_whole_list || set_entry(shell, path, error); // says which key is missing
+    if (values.size() != 1)
+        return cli_fail(error, "one value of '" + std::string(path.node->name) + "' has to stand here");
+    if (!check_values(path, values, error))
+        return false;
+    path.text = path_of_value(path, values.front().text);
+    path.words.push_back(values.front().text);
+    return true;
+}
+
+bool take_placing(shell_t &shell, words_view args, placing_t &placing, cli_error_t &error)
+{
+    size_t at = args.size();
+    while (at > 0 && !find_place(args[at - 1]))
+        at--;
+    if (at == 0)
+        return cli_fail(error, "where to? first, last, before KEY or after KEY");
+    const place_row_t &row = *find_place(args[at - 1]);
+    words_view keys = args.subspan(at);
+    placing.where = row.where;
+    if (!take_placed(shell, args.first(at - 1), placing.entry, error))
+        return false;
+    if (!row.has_other)
+        return keys.empty() || fail_unexpected(placing.entry, keys.front(), error);
+    std::vector<word_t> other(args.begin(), args.begin() + static_cast<ptrdiff_t>(at - 1));
+    size_t key_words = schema_is_list(placing.entry.node) ? schema_keys(placing.entry.node).size() : 1;
+    other.resize(other.size() - key_words);
+    other.insert(other.end(), keys.begin(), keys.end());
+    return take_placed(shell, other, placing.other, error);
+}
+
+} // namespace
+
+bool run_move(shell_t &shell, words_view args, cli_error_t &error)
+{
+    placing_t placing;
+    return take_placing(shell, args, placing, error) &&
+           session_move(shell.session, placing.entry, placing.where, placing.other, error);
+}
+
+bool run_insert(shell_t &shell, words_view args, cli_error_t &error)
+{
+    placing_t placing;
+    if (!take_placing(shell, args, placing, error))
+        return false;
+    auto create = [&] {
+        return session_create(shell.session, placing.entry.text, error);
+    };
+    return with_entries_above(shell, placing.entry, error, create) &&
+           session_move(shell.session, placing.entry, placing.where, placing.other, error);
+}
+
 bool run_edit(shell_t &shell, words_view args, cli_error_t &error)
 {
     path_t path;
@@ -179,9 +295,10 @@ bool run_commit(shell_t &shell, words_view, cli_error_t &error)
         say(shell, "no changes");
         return true;
     }
-    shell.progress.clear();
-    shell.shown_progress.clear();
-    if (!session_apply(shell.session, error))
+    shell.wait.interrupt_note = "interrupted; a commit that is in progress goes on, waiting for its end";
+    bool ok = session_apply(shell.session, error);
+    shell_clear_status(shell);
+    if (!ok)
         return false;
     say(shell, "commit complete");
     return true;
@@ -189,7 +306,10 @@ bool run_commit(shell_t &shell, words_view, cli_error_t &error)
 
 bool run_validate(shell_t &shell, words_view, cli_error_t &error)
 {
-    if (!session_validate(shell.session, error))
+    shell.wait.interrupt_note = "interrupted; waiting for the check to end";
+    bool ok = session_validate(shell.session, error);
+    shell_clear_status(shell);
+    if (!ok)
         return false;
     say(shell, "the configuration is valid");
     return true;

@@ -6,6 +6,7 @@
 //
 // Ends with 0, with 1 when a command was refused (the first such ends the run), with 2 when the agent cannot be reached
 // or the invocation is wrong. What is configured and not committed at the end is an error too, unless --commit.
+#include "agent/cli/interrupt.h"
 #include "agent/cli/shell.h"
 #include "agent/cli/terminal.h"
 
@@ -181,7 +182,10 @@ int main(int argc, char **argv)
     }
     fill_defaults(options);
     shell_t shell;
-    shell_watch_progress(shell);
+    shell.peer = options.peer;
+    shell_watch_session(shell);
+    interrupt_watch();
+    shell.take_interrupt = interrupt_take;
     cli_error_t error;
     if (!schema_load(options.yang, CLI_YANG_LIBRARY_DIR, shell.schema, error) ||
         !session_open(shell.session, options.peer, error)) {

@@ -8,19 +8,20 @@
 namespace
 {
 
-std::vector<std::string> names_below(const schema_t &schema, const lysc_node *parent)
+std::vector<std::string> names_of(const std::vector<const lysc_node *> &nodes)
 {
     std::vector<std::string> names;
-    for (const lysc_node *child : schema_children(schema, parent))
-        names.emplace_back(child->name);
+    for (const lysc_node *node : nodes)
+        names.emplace_back(node->name);
     return names;
 }
 
-bool fail_unknown(const schema_t &schema, const path_t &path, const word_t &word, cli_error_t &error)
+bool fail_unknown(const char *what, const path_t &path, const std::vector<std::string> &names, const word_t &word,
+                  cli_error_t &error)
 {
-    std::string text = "unknown element '" + word.text + "' ";
+    std::string text = std::string("unknown ") + what + " '" + word.text + "' ";
     text += path.node ? "below '" + std::string(path.node->name) + "'" : "at the top";
-    return cli_fail(error, text + cli_did_you_mean(word.text, names_below(schema, path.node)), word.column);
+    return cli_fail(error, text + cli_did_you_mean(word.text, names), word.column);
 }
 
 // Takes the keys of the list that path stands at. None given: the whole list.
@@ -43,11 +44,24 @@ bool take_keys(words_view words, path_t &path, size_t &used, cli_error_t &error)
                 word.column);
         keys += (keys.empty() ? "" : " ") + wire_quote_key(word.text);
         path.words.push_back(word.text);
+        path.steps.back().keys.push_back(word.text);
         path.keys_taken++;
     }
     path.text += "{" + keys + "}";
+    path.steps.back().text_size = path.text.size();
     path.entries.push_back(path.text);
     return true;
+}
+
+// Goes on to a child, whose name is words[used - 1], with the keys of an entry.
+bool enter(const lysc_node *child, words_view words, path_t &path, size_t &used, cli_error_t &error)
+{
+    const std::string &name = words[used - 1].text;
+    path.node = child;
+    path.text += "/" + name;
+    path.words.push_back(name);
+    path.steps.push_back({ child, {}, path.text.size() });
+    return !schema_is_list(child) || take_keys(words, path, used, error);
 }
 
 bool is_end(const path_t &path)
@@ -64,11 +78,34 @@ bool path_walk(const schema_t &schema, words_view words, path_t &path, size_t &u
         const word_t &word = words[used++];
         const lysc_node *child = schema_find_child(schema, path.node, word.text);
         if (!child)
-            return fail_unknown(schema, path, word, error);
-        path.node = child;
-        path.text += "/" + word.text;
-        path.words.push_back(word.text);
-        if (schema_is_list(child) && !take_keys(words, path, used, error))
+            return fail_unknown("element", path, names_of(schema_children(schema, path.node)), word, error);
+        if (!enter(child, words, path, used, error))
+            return false;
+    }
+    return true;
+}
+
+bool path_walk_action(const schema_t &schema, words_view words, path_t &path, const lysc_node *&action, size_t &used,
+                      cli_error_t &error)
+{
+    used = 0;
+    action = nullptr;
+    while (used < words.size() && !path.is_whole_list) {
+        const word_t &word = words[used++];
+        action = schema_find_in(schema_actions(schema, path.node), word.text);
+        if (action) {
+            path.text += "/" + word.text;
+            return true;
+        }
+        const lysc_node *child = schema_find_child(schema, path.node, word.text);
+        if (!child || !schema_leads_to_action(child)) {
+            std::vector<std::string> names = names_of(schema_actions(schema, path.node));
+            for (const lysc_node *other : schema_children(schema, path.node))
+                if (schema_leads_to_action(other))
+                    names.emplace_back(other->name);
+            return fail_unknown("action", path, names, word, error);
+        }
+        if (!enter(child, words, path, used, error))
             return false;
     }
     return true;

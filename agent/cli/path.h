@@ -8,11 +8,18 @@
 #include <string>
 #include <vector>
 
+struct path_step_t {
+    const lysc_node *node = nullptr;
+    std::vector<std::string> keys; // of a list entry; none for a whole list
+    size_t text_size = 0;          // of the path's text up to here
+};
+
 struct path_t {
     const lysc_node *node = nullptr;  // null: the top of the tree
     std::string text;                 // for the agent; empty at the top
     std::vector<std::string> words;   // as typed
     std::vector<std::string> entries; // texts of the list entries on the way, outermost first
+    std::vector<path_step_t> steps;   // the nodes on the way, node the last of them
     bool is_whole_list = false;       // node is a list and no keys were given: all of its entries
     size_t keys_taken = 0;            // keys given of the innermost list
 };
@@ -22,7 +29,11 @@ struct path_t {
 // name, a bad key or a missing one of several keys is an error, and path stands where it was met.
 [[nodiscard]] bool path_walk(const schema_t &schema, words_view words, path_t &path, size_t &used, cli_error_t &error);
 
-// As above, where nothing may be left over.
+// The same towards an action or rpc, where it ends; null when the words end before one.
+[[nodiscard]] bool path_walk_action(const schema_t &schema, words_view words, path_t &path, const lysc_node *&action,
+                                    size_t &used, cli_error_t &error);
+
+// As path_walk, where nothing may be left over.
 [[nodiscard]] bool path_resolve(const schema_t &schema, words_view words, path_t &path, cli_error_t &error);
 
 // The path of one value of a leaf-list.

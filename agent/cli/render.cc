@@ -1,151 +1,146 @@
-// Rendering of data trees. See render.h.
+// Trees and commands. See render.h; documents are in render_document.cc, tables in render_table.cc.
 #include "agent/cli/render.h"
 
-#include <cstdlib>
+#include <algorithm>
 
 namespace
 {
 
-std::string value_of(const lyd_node *node)
+std::string words_of(const std::vector<std::string> &values)
 {
-    const char *value = lyd_get_value(node);
-    return value ? cli_quote_word(value) : "";
+    std::string text;
+    for (const std::string &value : values)
+        text += " " + cli_quote_word(value);
+    return text;
 }
 
-bool is_key(const lyd_node *node)
+// " VALUE..." behind a name; an empty leaf has none.
+std::string values_of(const item_t &item)
 {
-    return node->schema && lysc_is_key(node->schema);
+    return item.node && schema_is_empty_leaf(item.node) ? "" : words_of(item.values);
 }
 
-// " KEY KEY" of a list entry.
-std::string keys_of(const lyd_node *node)
+// A container is written when something in it is: until then its line waits.
+class tree_renderer_t : public renderer_t
 {
-    std::string keys;
-    for (const lyd_node *child = lyd_child(node); child && is_key(child); child = child->next)
-        keys += " " + value_of(child);
-    return keys;
-}
+public:
+    tree_renderer_t(const schema_t &schema, output_t &output) : schema_(schema), output_(output) {}
 
-// The values of a leaf-list from its first instance on; node becomes the last one.
-std::string values_of(const lyd_node *&node)
-{
-    std::string values = " " + value_of(node);
-    while (node->next && node->next->schema == node->schema) {
-        node = node->next;
-        values += " " + value_of(node);
-    }
-    return values;
-}
-
-bool has_content(const lyd_node *node)
-{
-    const lyd_node *child = lyd_child_no_keys(node);
-    for (; child; child = child->next)
-        if (!schema_is_leaf(child->schema) && child->schema->nodetype == LYS_CONTAINER &&
-            !schema_is_presence(child->schema) && !has_content(child))
-            continue;
-        else
+    bool take(const item_t &item) override
+    {
+        switch (item.kind) {
+        case WIRE_WALK_CONTAINER:
+            waiting_.push_back(line(item, ""));
+            return !schema_is_presence(item.node) || write_waiting();
+        case WIRE_WALK_ENTRY:
+            waiting_.push_back(line(item, words_of(item.values)));
+            return write_waiting();
+        case WIRE_WALK_LEAF:
+        case WIRE_WALK_LEAF_LIST:
+            return write_waiting() && output_.write(line(item, values_of(item)));
+        case WIRE_WALK_END:
+            if (!waiting_.empty())
+                waiting_.pop_back();
+            written_ = std::min(written_, waiting_.size());
             return true;
-    return false;
-}
-
-// The one line of a node that has no lines below it: a leaf with its value, a leaf-list with all of them.
-std::string leaf_line(const lyd_node *&node)
-{
-    std::string line = node->schema->name;
-    if (schema_is_leaf_list(node->schema))
-        return line + values_of(node);
-    return schema_is_empty_leaf(node->schema) ? line : line + " " + value_of(node);
-}
-
-bool is_term(const lyd_node *node)
-{
-    return (node->schema->nodetype & (LYS_LEAF | LYS_LEAFLIST)) != 0;
-}
-
-bool is_shown_alone(const lyd_node *node)
-{
-    return schema_is_list(node->schema) || schema_is_presence(node->schema);
-}
-
-void render_tree(const lyd_node *node, size_t level, std::string &out)
-{
-    for (; node; node = node->next) {
-        if (!node->schema || is_key(node))
-            continue;
-        if (is_term(node)) {
-            out += std::string(2 * level, ' ') + leaf_line(node) + "\n";
-        } else if (is_shown_alone(node) || has_content(node)) {
-            out += std::string(2 * level, ' ') + node->schema->name + keys_of(node) + "\n";
-            render_tree(lyd_child(node), level + 1, out);
+        case WIRE_WALK_NOTE:
+            return true;
         }
+        return true;
     }
-}
 
-void render_set(const lyd_node *node, const std::string &above, std::string &out)
-{
-    for (; node; node = node->next) {
-        if (!node->schema || is_key(node))
-            continue;
-        if (is_term(node)) {
-            out += "set " + above + leaf_line(node) + "\n";
-            continue;
-        }
-        std::string here = above + node->schema->name + keys_of(node);
-        if (is_shown_alone(node) && !has_content(node))
-            out += "set " + here + "\n";
-        render_set(lyd_child(node), here + " ", out);
+private:
+    std::string line(const item_t &item, const std::string &behind) const
+    {
+        return std::string(2 * waiting_.size(), ' ') + item_typed_name(schema_, item) + behind + "\n";
     }
-}
+    bool write_waiting()
+    {
+        while (written_ < waiting_.size())
+            if (!output_.write(waiting_[written_++]))
+                return false;
+        return true;
+    }
 
-struct malloc_freer {
-    void operator()(char *text) const { free(text); }
+    const schema_t &schema_;
+    output_t &output_;
+    std::vector<std::string> waiting_; // lines of the nodes around, outermost first
+    size_t written_ = 0;               // how many of them have been written
 };
 
-std::string print(const lyd_node *tree, LYD_FORMAT format)
+// A command stands for each leaf, and for what holds none.
+class set_renderer_t : public renderer_t
 {
-    char *raw = nullptr;
-    if (lyd_print_mem(&raw, tree, format, LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS)
-        return "";
-    std::unique_ptr<char, malloc_freer> text(raw);
-    return text.get();
-}
+public:
+    set_renderer_t(const schema_t &schema, output_t &output) : schema_(schema), output_(output) {}
+
+    bool take(const item_t &item) override
+    {
+        bool is_settable = !item.node || schema_is_config(item.node);
+        switch (item.kind) {
+        case WIRE_WALK_CONTAINER:
+        case WIRE_WALK_ENTRY:
+            around_.push_back({ prefix() + item_typed_name(schema_, item) + words_of(item.values),
+                                is_settable && (item.kind == WIRE_WALK_ENTRY || schema_is_presence(item.node)) });
+            return true;
+        case WIRE_WALK_LEAF:
+        case WIRE_WALK_LEAF_LIST:
+            if (!is_settable)
+                return true;
+            note_content();
+            return output_.write("set " + prefix() + item_typed_name(schema_, item) + values_of(item) + "\n");
+        case WIRE_WALK_END:
+            return end_of_node();
+        case WIRE_WALK_NOTE:
+            return true;
+        }
+        return true;
+    }
+
+private:
+    struct level_t {
+        std::string path;
+        bool needs_command; // nothing written yet makes it
+    };
+
+    std::string prefix() const { return around_.empty() ? "" : around_.back().path + " "; }
+    void note_content()
+    {
+        for (level_t &level : around_)
+            level.needs_command = false;
+    }
+    bool end_of_node()
+    {
+        if (around_.empty())
+            return true;
+        level_t level = around_.back();
+        around_.pop_back();
+        if (!level.needs_command)
+            return true;
+        note_content();
+        return output_.write("set " + level.path + "\n");
+    }
+
+    const schema_t &schema_;
+    output_t &output_;
+    std::vector<level_t> around_;
+};
 
 } // namespace
 
-bool render_read(const schema_t &schema, const std::string &document, lyd_ptr &tree, cli_error_t &error)
+renderer_ptr render_make(const schema_t &schema, output_t &output, const render_options_t &options)
 {
-    tree.reset();
-    if (document.find_first_not_of(" \t\r\n") == document.npos)
-        return true;
-    lyd_node *raw = nullptr;
-    LY_ERR rc = lyd_parse_data_mem(schema.ctx.get(), document.c_str(), LYD_JSON, LYD_PARSE_ONLY, 0, &raw);
-    if (rc != LY_SUCCESS) {
-        const ly_err_item *item = ly_err_first(schema.ctx.get());
-        std::string reason = item && item->prev->msg ? item->prev->msg : "no reason given";
-        ly_err_clean(schema.ctx.get(), nullptr);
-        return cli_fail(error, "the agent's data do not fit the data models here: " + reason);
-    }
-    tree.reset(raw);
-    return true;
-}
-
-std::string render(const lyd_node *tree, format_t format)
-{
-    std::string out;
-    if (!tree)
-        return format == format_t::JSON ? "{}\n" : "";
-    switch (format) {
+    switch (options.format) {
     case format_t::TREE:
-        render_tree(tree, 0, out);
         break;
+    case format_t::TABLE:
+        return render_make_table(schema, output, options);
     case format_t::SET:
-        render_set(tree, "", out);
-        break;
+        return std::make_unique<set_renderer_t>(schema, output);
     case format_t::JSON:
-        return print(tree, LYD_JSON);
+        return render_make_json(output);
     case format_t::XML:
-        return print(tree, LYD_XML);
+        return render_make_xml(output);
     }
-    return out;
+    return std::make_unique<tree_renderer_t>(schema, output);
 }

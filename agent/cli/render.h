@@ -1,29 +1,45 @@
-// Data as text for the operator.
+// Data as text for the operator. A renderer takes one item after the other and writes what it can as soon as it can.
 #ifndef AGENT_CLI_RENDER_H
 #define AGENT_CLI_RENDER_H
 
-#include "agent/cli/schema.h"
+#include "agent/cli/item.h"
+#include "agent/cli/output.h"
 
 #include <memory>
-#include <string>
 
-struct lyd_freer {
-    void operator()(lyd_node *node) const { lyd_free_all(node); }
-};
-using lyd_ptr = std::unique_ptr<lyd_node, lyd_freer>; // all siblings
-
-enum class format_t {
+enum class format_t : uint8_t {
     TREE,
+    TABLE,
     SET,
     JSON,
     XML
 };
 
-// Reads a JSON document of the agent. An empty document is an empty tree.
-[[nodiscard]] bool render_read(const schema_t &schema, const std::string &document, lyd_ptr &tree, cli_error_t &error);
+class renderer_t
+{
+public:
+    virtual ~renderer_t() = default;
+    // False when nobody reads on.
+    [[nodiscard]] virtual bool take(const item_t &item) = 0;
+    // After the last item: writes what is still held back.
+    [[nodiscard]] virtual bool end() { return true; }
+};
+using renderer_ptr = std::unique_ptr<renderer_t>;
 
-// The whole tree in the format; empty text for an empty tree, but JSON is a document then too. TREE: one line a node, two blanks of indent a level, list
-// entries with their keys, in schema order. SET: commands that make the configuration.
-[[nodiscard]] std::string render(const lyd_node *tree, format_t format);
+struct render_options_t {
+    format_t format = format_t::TREE;
+    size_t width = 0; // of a table: the room on a line; 0: any
+    size_t outer = 0; // of a table: so many first containers and entries are shown as a tree, what they hold as tables
+};
+
+// TREE: one line a node, two blanks of indent a level, entries with their keys; containers that hold nothing are left
+// out. TABLE: the same, but outermost lists are tables. SET: commands that make the configuration. JSON and XML: a
+// document.
+[[nodiscard]] renderer_ptr render_make(const schema_t &schema, output_t &output, const render_options_t &options);
+
+// Makers of the single files, for render_make.
+[[nodiscard]] renderer_ptr render_make_json(output_t &output);
+[[nodiscard]] renderer_ptr render_make_xml(output_t &output);
+[[nodiscard]] renderer_ptr render_make_table(const schema_t &schema, output_t &output, const render_options_t &options);
 
 #endif

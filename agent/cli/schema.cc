@@ -45,6 +45,14 @@ void collect_roots(schema_t &schema, const std::vector<std::string> &names)
         while (module && module->compiled && (node = lys_getnext(node, nullptr, module->compiled, 0)))
             if (node->nodetype & (LYS_CONTAINER | LYS_LIST | LYS_LEAF | LYS_LEAFLIST))
                 schema.roots.push_back(node);
+        if (!module || !module->compiled)
+            continue;
+        for (const lysc_node_action *rpc = module->compiled->rpcs; rpc;
+             rpc = reinterpret_cast<const lysc_node_action *>(rpc->next))
+            schema.rpcs.push_back(&rpc->node);
+        for (const lysc_node_notif *notif = module->compiled->notifs; notif;
+             notif = reinterpret_cast<const lysc_node_notif *>(notif->next))
+            schema.notifications.push_back(&notif->node);
     }
 }
 
@@ -85,15 +93,54 @@ std::vector<const lysc_node *> schema_children(const schema_t &schema, const lys
 
 const lysc_node *schema_find_child(const schema_t &schema, const lysc_node *parent, std::string_view name)
 {
+    return schema_find_in(schema_children(schema, parent), name);
+}
+
+const lysc_node *schema_find_in(const std::vector<const lysc_node *> &nodes, std::string_view name)
+{
     std::string_view prefix;
     if (size_t colon = name.find(':'); colon != name.npos) {
         prefix = name.substr(0, colon);
         name = name.substr(colon + 1);
     }
-    for (const lysc_node *child : schema_children(schema, parent))
+    for (const lysc_node *child : nodes)
         if (name == child->name && (prefix.empty() || prefix == child->module->prefix || prefix == child->module->name))
             return child;
     return nullptr;
+}
+
+std::vector<const lysc_node *> schema_actions(const schema_t &schema, const lysc_node *parent)
+{
+    if (!parent)
+        return schema.rpcs;
+    std::vector<const lysc_node *> actions;
+    for (const lysc_node_action *action = lysc_node_actions(parent); action;
+         action = reinterpret_cast<const lysc_node_action *>(action->next))
+        actions.push_back(&action->node);
+    return actions;
+}
+
+bool schema_leads_to_action(const lysc_node *node)
+{
+    if (!(node->nodetype & (LYS_CONTAINER | LYS_LIST)))
+        return false;
+    if (lysc_node_actions(node))
+        return true;
+    const lysc_node *child = nullptr;
+    while ((child = lys_getnext(child, node, nullptr, 0)))
+        if (schema_leads_to_action(child))
+            return true;
+    return false;
+}
+
+const lysc_node *schema_input(const lysc_node *action)
+{
+    return &reinterpret_cast<const lysc_node_action *>(action)->input.node;
+}
+
+const lysc_node *schema_output(const lysc_node *action)
+{
+    return &reinterpret_cast<const lysc_node_action *>(action)->output.node;
 }
 
 std::vector<const lysc_node *> schema_keys(const lysc_node *list)
@@ -136,12 +183,70 @@ bool schema_is_presence(const lysc_node *node)
     return node && node->nodetype == LYS_CONTAINER && (node->flags & LYS_PRESENCE);
 }
 
-std::string schema_help(const lysc_node *node)
+namespace
+{
+
+// The argument of the node's extension statement; null without one.
+const char *extension_argument(const lysc_node *node, const char *name)
 {
     LY_ARRAY_COUNT_TYPE i;
     LY_ARRAY_FOR(node->exts, i)
-    if (strcmp(node->exts[i].def->name, "info") == 0 && node->exts[i].argument)
+    if (strcmp(node->exts[i].def->name, name) == 0)
         return node->exts[i].argument;
+    return nullptr;
+}
+
+struct atoms_freer {
+    void operator()(ly_set *set) const { ly_set_free(set, nullptr); }
+};
+
+} // namespace
+
+bool schema_is_user_ordered(const lysc_node *node)
+{
+    return node && (node->nodetype & (LYS_LIST | LYS_LEAFLIST)) && (node->flags & LYS_ORDBY_USER);
+}
+
+bool schema_is_secret(const lysc_node *node)
+{
+    return schema_is_leaf(node) && extension_argument(node, "encrypted");
+}
+
+bool schema_has_completion(const lysc_node *leaf)
+{
+    return extension_argument(leaf, "completion") != nullptr;
+}
+
+const lysc_node *schema_referenced(const lysc_node *leaf)
+{
+    if (!schema_is_leaf(leaf) && !schema_is_leaf_list(leaf))
+        return nullptr;
+    const lysc_type *type = reinterpret_cast<const lysc_node_leaf *>(leaf)->type;
+    if (type->basetype != LY_TYPE_LEAFREF)
+        return nullptr;
+    const auto *reference = reinterpret_cast<const lysc_type_leafref *>(type);
+    ly_set *atoms = nullptr;
+    if (lys_find_expr_atoms(leaf, leaf->module, reference->path, reference->prefixes, LYS_FIND_XP_SCHEMA, &atoms) !=
+        LY_SUCCESS)
+        return nullptr;
+    std::unique_ptr<ly_set, atoms_freer> owner(atoms);
+    for (uint32_t i = atoms->count; i > 0; i--) // the target is met last, but for leaves of its predicates
+        if (schema_is_leaf(atoms->snodes[i - 1]) && atoms->snodes[i - 1] != leaf)
+            return atoms->snodes[i - 1];
+    return nullptr;
+}
+
+std::string schema_json_name(const lysc_node *node)
+{
+    const lysc_node *parent = lysc_data_parent(node);
+    bool is_local = parent && parent->module == node->module;
+    return is_local ? node->name : std::string(node->module->name) + ":" + node->name;
+}
+
+std::string schema_help(const lysc_node *node)
+{
+    if (const char *info = extension_argument(node, "info"))
+        return info;
     std::string_view text = node->dsc ? node->dsc : "";
     size_t end = std::min(text.find(". "), text.find(".\n"));
     std::string line(text.substr(0, end));

@@ -20,6 +20,8 @@ using ly_ctx_ptr = std::unique_ptr<ly_ctx, ly_ctx_freer>;
 struct schema_t {
     ly_ctx_ptr ctx;
     std::vector<const lysc_node *> roots; // top-level data nodes
+    std::vector<const lysc_node *> rpcs;
+    std::vector<const lysc_node *> notifications; // top-level ones
 };
 
 // One word that could be typed.
@@ -38,6 +40,15 @@ struct choice_t {
 // By "name" or "prefix:name"; null when there is none.
 [[nodiscard]] const lysc_node *schema_find_child(const schema_t &schema, const lysc_node *parent,
                                                  std::string_view name);
+// The same in a set of nodes.
+[[nodiscard]] const lysc_node *schema_find_in(const std::vector<const lysc_node *> &nodes, std::string_view name);
+// Actions of the node, or the rpcs at the top.
+[[nodiscard]] std::vector<const lysc_node *> schema_actions(const schema_t &schema, const lysc_node *parent);
+// True when an action stands at the node or below it.
+[[nodiscard]] bool schema_leads_to_action(const lysc_node *node);
+// What holds the parameters, and the results, of an action: a parent for the functions above.
+[[nodiscard]] const lysc_node *schema_input(const lysc_node *action);
+[[nodiscard]] const lysc_node *schema_output(const lysc_node *action);
 [[nodiscard]] std::vector<const lysc_node *> schema_keys(const lysc_node *list);
 
 [[nodiscard]] bool schema_is_leaf(const lysc_node *node);
@@ -49,12 +60,28 @@ struct choice_t {
 // Can be created by itself: a presence container.
 [[nodiscard]] bool schema_is_presence(const lysc_node *node);
 
+// A list or leaf-list whose order is the operator's.
+[[nodiscard]] bool schema_is_user_ordered(const lysc_node *node);
+// A leaf that is stored encrypted: what is typed for it is neither echoed nor kept.
+[[nodiscard]] bool schema_is_secret(const lysc_node *node);
+// A leaf whose words a program of the device gives.
+[[nodiscard]] bool schema_has_completion(const lysc_node *leaf);
+// The leaf that a reference points to; null for all others.
+[[nodiscard]] const lysc_node *schema_referenced(const lysc_node *leaf);
+// The name as in JSON documents: "module:name" where the parent is of another module.
+[[nodiscard]] std::string schema_json_name(const lysc_node *node);
+
 // One line about the node for help: its info statement, else the first sentence of its description.
 [[nodiscard]] std::string schema_help(const lysc_node *node);
 // What a value of the leaf or leaf-list must be, for people: "0..65529", "primary, secondary", "1..32 characters".
 [[nodiscard]] std::string schema_rule(const lysc_node *leaf);
-// The values of an enumeration, bits or boolean; else one placeholder that shows the rule.
+// The values of an enumeration, bits, boolean or identity; else one placeholder that shows the rule. Their help tells
+// the default, and of a placeholder whether the leaf is mandatory.
 [[nodiscard]] std::vector<choice_t> schema_values(const lysc_node *leaf);
+// The base type that the value has in the leaf: for a union that of the member that takes it.
+[[nodiscard]] LY_DATA_TYPE schema_value_type(const lysc_node *leaf, const std::string &value);
+// The label of an enumeration's number; empty when it has none.
+[[nodiscard]] std::string schema_enum_label(const lysc_node *leaf, int32_t number);
 // Judges the text by the leaf's type alone. On failure rule says which rule it breaks.
 [[nodiscard]] bool schema_check_value(const lysc_node *leaf, const std::string &text, std::string &rule);
 

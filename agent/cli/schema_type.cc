@@ -1,6 +1,7 @@
 // What values a leaf takes, in words and as a judgement. See schema.h.
 #include "agent/cli/schema.h"
 
+#include <algorithm>
 #include <libyang/plugins_types.h>
 
 namespace
@@ -112,6 +113,30 @@ void add_items(const lysc_type_bitenum_item *items, std::vector<choice_t> &choic
     choices.push_back({ items[i].name, items[i].dsc ? items[i].dsc : "", false });
 }
 
+// All that may stand for the identity, but not itself.
+void add_identities(const lysc_ident *base, const lys_module *module, std::vector<choice_t> &choices)
+{
+    LY_ARRAY_COUNT_TYPE i;
+    LY_ARRAY_FOR(base->derived, i)
+    {
+        const lysc_ident *identity = base->derived[i];
+        std::string name = identity->module == module ? "" : std::string(identity->module->name) + ":";
+        choices.push_back({ name + identity->name, identity->dsc ? identity->dsc : "", false });
+        add_identities(identity, module, choices);
+    }
+}
+
+std::vector<choice_t> identities_of(const lysc_node *leaf, const lysc_type *type)
+{
+    std::vector<choice_t> choices;
+    const auto *identities = reinterpret_cast<const lysc_type_identityref *>(type);
+    LY_ARRAY_COUNT_TYPE i;
+    if (type->basetype == LY_TYPE_IDENT)
+        LY_ARRAY_FOR(identities->bases, i)
+    add_identities(identities->bases[i], leaf->module, choices);
+    return choices;
+}
+
 std::vector<choice_t> words_of_type(const lysc_type *type)
 {
     std::vector<choice_t> choices;
@@ -155,12 +180,76 @@ std::string schema_rule(const lysc_node *leaf)
     return units ? rule + " " + units : rule;
 }
 
+namespace
+{
+
+// The default as it is typed; empty when the leaf has none.
+std::string default_of(const lysc_node *leaf)
+{
+    if (!schema_is_leaf(leaf))
+        return "";
+    const lyd_value *value = reinterpret_cast<const lysc_node_leaf *>(leaf)->dflt;
+    const char *text = value ? lyd_value_get_canonical(leaf->module->ctx, value) : nullptr;
+    return text ? text : "";
+}
+
+void add_note(std::string &help, const std::string &note)
+{
+    help += (help.empty() ? "[" : " [") + note + "]";
+}
+
+// The first line, without its end.
+void shorten(std::string &text)
+{
+    text = text.substr(0, std::min(text.find(". "), text.find('\n')));
+    if (text.ends_with('.'))
+        text.pop_back();
+}
+
+} // namespace
+
 std::vector<choice_t> schema_values(const lysc_node *leaf)
 {
-    std::vector<choice_t> choices = words_of_type(type_of(leaf));
-    if (choices.empty())
-        choices.push_back({ "<" + schema_rule(leaf) + ">", schema_help(leaf), true });
+    const lysc_type *type = type_of(leaf);
+    std::vector<choice_t> choices = type->basetype == LY_TYPE_IDENT ? identities_of(leaf, type) : words_of_type(type);
+    std::string by_default = default_of(leaf);
+    for (choice_t &choice : choices) {
+        shorten(choice.help);
+        if (choice.text == by_default || by_default.ends_with(":" + choice.text))
+            add_note(choice.help, "default");
+    }
+    if (!choices.empty())
+        return choices;
+    choices.push_back({ "<" + schema_rule(leaf) + ">", schema_help(leaf), true });
+    if (!by_default.empty())
+        add_note(choices.back().help, "default " + by_default);
+    if (leaf->flags & LYS_MAND_TRUE)
+        add_note(choices.back().help, "mandatory");
     return choices;
+}
+
+LY_DATA_TYPE schema_value_type(const lysc_node *leaf, const std::string &value)
+{
+    const lysc_type *type = type_of(leaf);
+    if (type->basetype != LY_TYPE_UNION)
+        return type->basetype;
+    lysc_type **members = reinterpret_cast<const lysc_type_union *>(type)->types;
+    const lysc_type *taken = nullptr;
+    LY_ERR rc = lyd_value_validate(nullptr, leaf, value.c_str(), value.size(), nullptr, &taken, nullptr);
+    bool is_known = (rc == LY_SUCCESS || rc == LY_EINCOMPLETE) && taken && taken->basetype != LY_TYPE_UNION;
+    return is_known ? taken->basetype : members[0]->basetype;
+}
+
+std::string schema_enum_label(const lysc_node *leaf, int32_t number)
+{
+    const lysc_type *type = type_of(leaf);
+    const auto *enumeration = reinterpret_cast<const lysc_type_enum *>(type);
+    LY_ARRAY_COUNT_TYPE i;
+    if (type->basetype == LY_TYPE_ENUM)
+        LY_ARRAY_FOR(enumeration->enums, i)
+    if (enumeration->enums[i].value == number)
+        return enumeration->enums[i].name;
+    return "";
 }
 
 bool schema_check_value(const lysc_node *leaf, const std::string &text, std::string &rule)

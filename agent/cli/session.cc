@@ -81,19 +81,39 @@ bool take_frame(session_t &session, frame_t &frame, bool &found, cli_error_t &er
     return true;
 }
 
+using text_sink_t = void (*session_t::*)(void *sink, std::string_view text);
+
+struct push_row_t {
+    uint16_t op;
+    text_sink_t sink;
+};
+
+constexpr push_row_t text_pushes[] = {
+    { WIRE_MAAPI_MESSAGE, &session_t::on_message },
+    { WIRE_MAAPI_PROGRESS, &session_t::on_progress },
+    { WIRE_MAAPI_OUTPUT, &session_t::on_output },
+};
+
 void handle_push(session_t &session, const frame_t &frame)
 {
-    wire_reader_t in(frame.payload);
-    std::string_view text = in.text();
-    if (!in.ok)
-        return;
-    if (frame.header.op == WIRE_MAAPI_MESSAGE && session.on_message)
-        session.on_message(session.sink, text);
-    if (frame.header.op == WIRE_MAAPI_PROGRESS && session.on_progress)
-        session.on_progress(session.sink, text);
+    if (frame.header.op == WIRE_STREAM_EVENT && session.on_event)
+        session.on_event(session.sink, frame.payload);
+    for (const push_row_t &row : text_pushes) {
+        wire_reader_t in(frame.payload);
+        std::string_view text = in.text();
+        if (row.op == frame.header.op && in.ok && session.*row.sink)
+            (session.*row.sink)(session.sink, text);
+    }
 }
 
-// Waits for bytes, with a call of on_wait each second.
+// An interrupt has no reply: what is waited for ends early and says so.
+bool pass_interrupt(session_t &session, cli_error_t &error)
+{
+    bool is_wanted = session.is_interrupted && session.is_interrupted(session.sink);
+    return !is_wanted || send_all(session, wire_frame(WIRE_MAAPI_INTERRUPT, 0, ++session.last_id, ""), error);
+}
+
+// Waits for bytes, with a call of on_wait each second. A signal ends the wait.
 bool wait_some(session_t &session, cli_error_t &error)
 {
     static constexpr int WAIT_MS = 1000;
@@ -101,7 +121,7 @@ bool wait_some(session_t &session, cli_error_t &error)
     int ready = poll(&waited, 1, WAIT_MS);
     if (ready == 0 && session.on_wait)
         session.on_wait(session.sink);
-    return ready <= 0 || receive_some(session, error);
+    return pass_interrupt(session, error) && (ready <= 0 || receive_some(session, error));
 }
 
 // True with the payload of the reply to request id, pushes handled on the way.
@@ -145,10 +165,11 @@ bool session_call(session_t &session, uint16_t op, const wire_writer_t &request,
     return false;
 }
 
-bool session_take_pushes(session_t &session, cli_error_t &error)
+namespace
 {
-    if (!receive_some(session, error))
-        return false;
+
+bool handle_pushes(session_t &session, cli_error_t &error)
+{
     frame_t frame;
     for (bool found = true; found;) {
         if (!take_frame(session, frame, found, error))
@@ -157,6 +178,18 @@ bool session_take_pushes(session_t &session, cli_error_t &error)
             handle_push(session, frame);
     }
     return true;
+}
+
+} // namespace
+
+bool session_take_pushes(session_t &session, cli_error_t &error)
+{
+    return receive_some(session, error) && handle_pushes(session, error);
+}
+
+bool session_wait_pushes(session_t &session, cli_error_t &error)
+{
+    return wait_some(session, error) && handle_pushes(session, error);
 }
 
 namespace
@@ -184,33 +217,48 @@ bool connect_to(session_t &session, const session_peer_t &peer, cli_error_t &err
     return true;
 }
 
-bool say_hello(session_t &session, const session_peer_t &peer, cli_error_t &error)
+bool say_hello(session_t &session, const session_peer_t &peer, wire_kind_t kind, cli_error_t &error)
 {
     wire_writer_t hello;
     hello.u16(WIRE_VERSION);
-    hello.u8(WIRE_KIND_MAAPI);
+    hello.u8(kind);
     hello.text("cli");
     hello.u32(static_cast<uint32_t>(getpid()));
     hello.text(peer.secret);
     hello.u32(0);
     std::string reply;
-    if (!session_call(session, WIRE_HELLO, hello, reply, error))
-        return false;
+    return session_call(session, WIRE_HELLO, hello, reply, error);
+}
+
+bool start_user_session(session_t &session, const session_peer_t &peer, cli_error_t &error)
+{
     wire_writer_t start;
     start.text(peer.user);
     start.text("cli");
     start.text("127.0.0.1");
     start.u16(0);
+    std::string reply;
     return session_call(session, WIRE_MAAPI_START_SESSION, start, reply, error);
 }
 
 } // namespace
 
-bool session_open(session_t &session, const session_peer_t &peer, cli_error_t &error)
+bool session_connect(session_t &session, const session_peer_t &peer, wire_kind_t kind, cli_error_t &error)
 {
     if (!connect_to(session, peer, error))
         return false;
-    if (say_hello(session, peer, error))
+    if (say_hello(session, peer, kind, error))
+        return true;
+    session.fd.reset();
+    error.is_lost = true;
+    return false;
+}
+
+bool session_open(session_t &session, const session_peer_t &peer, cli_error_t &error)
+{
+    if (!session_connect(session, peer, WIRE_KIND_MAAPI, error))
+        return false;
+    if (start_user_session(session, peer, error))
         return true;
     session.fd.reset();
     error.is_lost = true;

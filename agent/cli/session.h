@@ -1,4 +1,5 @@
-// The CLI's connection to the agent: one user session and at most one writable transaction on it.
+// The CLI's connections to the agent: one of a user session with at most one writable transaction, and for a moment such
+// for streams of notifications or the agent's state.
 //
 // Requests block until the agent has answered; what the agent pushes meanwhile goes to the sinks. Every operation gives
 // false with an error that says what the agent said; a lost connection is noted in the error and in the session, and
@@ -6,7 +7,7 @@
 #ifndef AGENT_CLI_SESSION_H
 #define AGENT_CLI_SESSION_H
 
-#include "agent/cli/words.h"
+#include "agent/cli/item.h"
 #include "agent/wire/wire.h"
 
 #include <string>
@@ -38,7 +39,12 @@ struct session_t {
     // What the agent pushes: a message for the operator, and who is being served in a commit. Null: dropped.
     void (*on_message)(void *sink, std::string_view text) = nullptr;
     void (*on_progress)(void *sink, std::string_view text) = nullptr;
-    void (*on_wait)(void *sink) = nullptr; // each second that a reply is waited for in vain
+    void (*on_output)(void *sink, std::string_view text) = nullptr;   // what a running action prints
+    void (*on_event)(void *sink, std::string_view payload) = nullptr; // of WIRE_STREAM_EVENT
+    void (*on_wait)(void *sink) = nullptr;                            // each second that a reply is waited for in vain
+    // Asked while a reply is waited for: true once for each time the operator wants it to come early. The agent is told,
+    // and the wait goes on.
+    bool (*is_interrupted)(void *sink) = nullptr;
     void *sink = nullptr;
 };
 
@@ -64,9 +70,14 @@ enum class show_source_t {
 };
 
 [[nodiscard]] bool session_open(session_t &session, const session_peer_t &peer, cli_error_t &error);
+// A connection of another kind, without a user session.
+[[nodiscard]] bool session_connect(session_t &session, const session_peer_t &peer, wire_kind_t kind,
+                                   cli_error_t &error);
 void session_close(session_t &session);
 // Handles what has arrived without a request: call when fd is readable.
 [[nodiscard]] bool session_take_pushes(session_t &session, cli_error_t &error);
+// Waits for pushes, a second at most, and handles them.
+[[nodiscard]] bool session_wait_pushes(session_t &session, cli_error_t &error);
 
 // Opens the writable transaction. With one open already, its changes are given up.
 [[nodiscard]] bool session_begin(session_t &session, cli_error_t &error);
@@ -83,11 +94,49 @@ void session_end(session_t &session);
 // The transaction is open and empty afterwards, or open and unchanged when the commit failed.
 [[nodiscard]] bool session_apply(session_t &session, cli_error_t &error);
 [[nodiscard]] bool session_compare(session_t &session, std::vector<change_t> &changes, cli_error_t &error);
-// A JSON document of what is at path ("/": all), ancestors included; empty when there is nothing.
-[[nodiscard]] bool session_show(session_t &session, show_source_t source, const std::string &path,
-                                std::string &document, cli_error_t &error);
-// Keys of the first entries of a list, as text, one row of keys an entry; at most `most` of them.
-[[nodiscard]] bool session_instances(session_t &session, const std::string &list, uint32_t most,
+// Puts an entry of a user-ordered list, or a value of such a leaf-list, elsewhere among its siblings. other: the path of
+// the one before or behind which it goes; empty for the first and last place.
+[[nodiscard]] bool session_move(session_t &session, const path_t &entry, wire_move_t where, const path_t &other,
+                                cli_error_t &error);
+// The value at path of the running configuration as text; empty when there is none.
+[[nodiscard]] bool session_get_text(session_t &session, const std::string &path, std::string &text, cli_error_t &error);
+// Keys of the first entries of a list, as text, one row of keys an entry; at most `most` of them. Those of operational
+// lists come from the programs that know them.
+[[nodiscard]] bool session_instances(session_t &session, const path_t &list, uint32_t most,
                                      std::vector<std::vector<std::string>> &entries, cli_error_t &error);
+
+// A walk through data: items come page by page, so that any amount takes little memory. It ends with the object.
+class session_walk_t
+{
+public:
+    explicit session_walk_t(session_t &session) : session_(session) {}
+    session_walk_t(const session_walk_t &) = delete;
+    session_walk_t &operator=(const session_walk_t &) = delete;
+    ~session_walk_t();
+    // Of the node at path and what is below ("": all). The items' nodes are not set.
+    [[nodiscard]] bool start(show_source_t source, const std::string &path, cli_error_t &error);
+    // The next items; none when the walk is at its end.
+    [[nodiscard]] bool next(std::vector<item_t> &items, cli_error_t &error);
+
+private:
+    session_t &session_;
+    uint32_t trans_ = 0; // of the walk's own; 0: none
+    uint32_t walk_ = 0;
+    bool is_open_ = false;
+};
+
+// Runs an action or rpc; input and output are JSON objects, empty for none.
+[[nodiscard]] bool session_action(session_t &session, const std::string &path, const std::string &input,
+                                  std::string &output, cli_error_t &error);
+// Asks the leaf's program for words that begin with token. character: that of the key, Tab or '?'.
+[[nodiscard]] bool session_complete(session_t &session, const std::string &leaf, const std::string &token,
+                                    char character, std::vector<choice_t> &choices, cli_error_t &error);
+
+// On a connection of kind WIRE_KIND_NOTIF: events come from here on. since: seconds since 1970 from which past ones are
+// told first, 0 for none; is_past_only: none after now.
+[[nodiscard]] bool session_stream(session_t &session, const std::string &stream, int64_t since, bool is_past_only,
+                                  cli_error_t &error);
+// On a connection of kind WIRE_KIND_ADMIN: the agent's state, a JSON object.
+[[nodiscard]] bool session_status(session_t &session, std::string &document, cli_error_t &error);
 
 #endif

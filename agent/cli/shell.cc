@@ -40,29 +40,126 @@ bool load_document(shell_t &shell, const std::string &name, cli_error_t &error)
     return false;
 }
 
-void note_progress(void *sink, std::string_view text) noexcept
+shell_t &shell_of(void *sink)
 {
-    static_cast<shell_t *>(sink)->progress = text;
+    return *static_cast<shell_t *>(sink);
 }
 
-// A commit that takes longer than a second says what it waits for.
-void show_progress(void *sink) noexcept
+void note_progress(void *sink, std::string_view text) noexcept
 {
-    shell_t &shell = *static_cast<shell_t *>(sink);
-    if (shell.progress == shell.shown_progress)
-        return;
-    shell.shown_progress = shell.progress;
-    fprintf(shell.news, "  %s\n", shell.progress.c_str());
-    fflush(shell.news);
+    shell_of(sink).wait.progress = text;
+}
+
+// What keeps the operator waiting for more than a second: on a terminal one line that is written anew each second, else a
+// line for each news.
+void show_wait(void *sink) noexcept
+{
+    shell_t &shell = shell_of(sink);
+    wait_t &wait = shell.wait;
+    if (shell.screen.out) {
+        std::string text = pager_safe_text(wait.progress);
+        fprintf(shell.screen.out, "\r\033[K  %s%s%lld s", text.c_str(), text.empty() ? "" : ", ",
+                static_cast<long long>(time(nullptr) - wait.since));
+        fflush(shell.screen.out);
+        wait.has_status_line = true;
+    } else if (wait.progress != wait.shown) {
+        fprintf(shell.news, "  %s\n", wait.progress.c_str());
+        fflush(shell.news);
+    }
+    wait.shown = wait.progress;
+}
+
+// What an action prints comes as it is, but without commands for the terminal.
+void show_output(void *sink, std::string_view text) noexcept
+{
+    shell_t &shell = shell_of(sink);
+    shell_clear_status(shell);
+    for (char c : text)
+        fputc(!shell.screen.out || c == '\n' ? c : pager_safe_text({ &c, 1 }).front(), shell.out);
+    fflush(shell.out);
+}
+
+bool note_interrupt(void *sink) noexcept
+{
+    shell_t &shell = shell_of(sink);
+    if (!shell.take_interrupt || !shell.take_interrupt())
+        return false;
+    shell.wait.was_interrupted = true;
+    shell_clear_status(shell);
+    if (shell.wait.interrupt_note) {
+        fprintf(shell.news, "%s\n", shell.wait.interrupt_note);
+        fflush(shell.news);
+    }
+    return true;
 }
 
 } // namespace
 
-void shell_watch_progress(shell_t &shell)
+void shell_watch_session(shell_t &shell)
 {
     shell.session.on_progress = note_progress;
-    shell.session.on_wait = show_progress;
+    shell.session.on_output = show_output;
+    shell.session.on_wait = show_wait;
+    shell.session.is_interrupted = note_interrupt;
     shell.session.sink = &shell;
+}
+
+void shell_clear_status(shell_t &shell)
+{
+    if (shell.wait.has_status_line)
+        fputs("\r\033[K", shell.screen.out);
+    shell.wait.has_status_line = false;
+}
+
+bool shell_is_interrupted(shell_t &shell, cli_error_t &error)
+{
+    if (!shell.wait.was_interrupted && !note_interrupt(&shell))
+        return false;
+    (void)cli_fail(error, "interrupted");
+    return true;
+}
+
+namespace
+{
+
+// True when words[at] is the value of a secret: of the leaf that `set` names, or of an action's parameter.
+bool is_secret_value(const shell_t &shell, words_view words, size_t at)
+{
+    size_t name_words = 0;
+    const command_t *command = shell_find_command(shell.schema, shell.mode, words, name_words);
+    if (!command || at < name_words)
+        return false;
+    path_t path = shell.place;
+    const lysc_node *action = nullptr;
+    size_t used = 0;
+    cli_error_t error;
+    if (command->args == args_t::SETTING)
+        return path_walk(shell.schema, words.subspan(name_words), path, used, error) && schema_is_secret(path.node) &&
+               at >= name_words + used;
+    path = {};
+    if (command->args != args_t::ACTION ||
+        !path_walk_action(shell.schema, words.subspan(name_words), path, action, used, error) || !action)
+        return false;
+    return at > name_words + used &&
+           schema_is_secret(schema_find_child(shell.schema, schema_input(action), words[at - 1].text));
+}
+
+} // namespace
+
+std::string shell_without_secrets(const shell_t &shell, const std::string &line)
+{
+    std::string text;
+    bool has_secret = false;
+    for (const std::vector<word_t> &words : cli_read_line(line).commands) {
+        text += text.empty() ? "" : "; ";
+        for (size_t i = 0; i < words.size(); i++) {
+            bool is_secret = is_secret_value(shell, words, i);
+            has_secret = has_secret || is_secret;
+            if (!is_secret)
+                text += (i ? " " : "") + cli_quote_word(words[i].text);
+        }
+    }
+    return has_secret ? text : line;
 }
 
 bool shell_configure(shell_t &shell, cli_error_t &error)

@@ -6,10 +6,12 @@
 #define AGENT_CLI_SHELL_H
 
 #include "agent/cli/path.h"
+#include "agent/cli/pipe.h"
 #include "agent/cli/schema.h"
 #include "agent/cli/session.h"
 
 #include <cstdio>
+#include <ctime>
 #include <span>
 #include <string>
 
@@ -24,7 +26,22 @@ enum class args_t : uint8_t {
     CONFIG_PATH, // a path to configuration
     DATA_PATH,   // a path to anything
     SETTING,     // a path to configuration, then a value where it ends at a leaf
+    DELETION,    // the same, with values of leaf-lists only
+    PLACING,     // a path to an entry or value, then its place among its siblings
+    ACTION,      // a path to an action, then its parameters
     FILE_NAME,
+    STREAM,      // a stream of notifications
+    PAST_STREAM, // and how far back
+};
+
+// A command that keeps the operator waiting.
+struct wait_t {
+    std::string progress; // what the agent said last
+    std::string shown;    // what of it the operator has seen
+    time_t since = 0;
+    bool has_status_line = false;
+    bool was_interrupted = false;
+    const char *interrupt_note = nullptr; // what ^C does, told when it is pressed
 };
 
 struct shell_t {
@@ -35,27 +52,44 @@ struct shell_t {
     bool wants_exit = false;
     unsigned files_open = 0; // a file may load others
     FILE *out = stdout;
-    FILE *news = stderr;        // where the progress of a long commit is told
-    std::string progress;       // what the agent said last in the running request
-    std::string shown_progress; // what of it the operator has seen
+    FILE *news = stderr; // what is said beside the output: progress, notes
+    pipe_t pipe;         // of the running command
+
+    session_peer_t peer; // for the connections that last for one command
+
+    // Of a terminal; without one there are no pages, no status line and no questions.
+    screen_t screen;
+    bool (*ask_secret)(void *terminal, const std::string &prompt, std::string &secret) = nullptr;
+    bool (*take_interrupt)() = nullptr; // true once for each ^C
+
+    wait_t wait; // of the running command
 };
 
 struct command_t {
     const char *name; // one or two words
     uint8_t modes;
     args_t args;
-    bool can_pipe;                                                    // "| display FORMAT" may follow
+    uint8_t pipes;                                                    // pipe_set_t: what may stand behind '|'
     bool (*run)(shell_t &shell, words_view args, cli_error_t &error); // args: the words behind the name
     const char *usage;
     const char *help;
 };
 
-// Has the session tell the shell of progress. The shell stays where it is from here on.
-void shell_watch_progress(shell_t &shell);
+// Has the session tell the shell of progress, output and interrupts. The shell stays where it is from here on.
+void shell_watch_session(shell_t &shell);
+// Takes the status line off the terminal, so that other text may be written.
+void shell_clear_status(shell_t &shell);
+// True with an error when the operator has pressed ^C during this command.
+[[nodiscard]] bool shell_is_interrupted(shell_t &shell, cli_error_t &error);
+// The line without the values of secrets, for the history.
+[[nodiscard]] std::string shell_without_secrets(const shell_t &shell, const std::string &line);
 
 [[nodiscard]] std::span<const command_t> shell_commands();
 // The command whose name begins the words, the longest name first; null when there is none.
 [[nodiscard]] const command_t *shell_find_command(uint8_t mode, words_view words, size_t &name_words);
+// The same, where the name of an rpc is a command too (of no words: the rpc's name is its first argument).
+[[nodiscard]] const command_t *shell_find_command(const schema_t &schema, uint8_t mode, words_view words,
+                                                  size_t &name_words);
 
 // Runs one command; words is not empty.
 [[nodiscard]] bool shell_run(shell_t &shell, words_view words, cli_error_t &error);

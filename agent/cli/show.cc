@@ -1,42 +1,8 @@
 // The commands that show data.
 #include "agent/cli/commands.h"
-#include "agent/cli/render.h"
 
 namespace
 {
-
-struct format_row_t {
-    const char *name;
-    format_t format;
-};
-
-constexpr format_row_t formats[] = {
-    { "tree", format_t::TREE },
-    { "set", format_t::SET },
-    { "json", format_t::JSON },
-    { "xml", format_t::XML },
-};
-
-// Takes "| display FORMAT" off the end of the words.
-bool take_format(words_view &words, format_t &format, cli_error_t &error)
-{
-    format = format_t::TREE;
-    size_t pipe = 0;
-    while (pipe < words.size() && (words[pipe].text != "|" || words[pipe].is_quoted))
-        pipe++;
-    if (pipe == words.size())
-        return true;
-    words_view behind = words.subspan(pipe + 1);
-    words = words.first(pipe);
-    if (behind.size() != 2 || behind[0].text != "display")
-        return cli_fail(error, "'| display FORMAT' is all that may follow '|'", words.data()[pipe].column);
-    for (const format_row_t &row : formats)
-        if (behind[1].text == row.name) {
-            format = row.format;
-            return true;
-        }
-    return cli_fail(error, "bad format '" + behind[1].text + "': tree, set, json, xml", behind[1].column);
-}
 
 bool resolve_config(shell_t &shell, words_view words, path_t &path, cli_error_t &error)
 {
@@ -48,87 +14,224 @@ bool resolve_config(shell_t &shell, words_view words, path_t &path, cli_error_t 
     return true;
 }
 
-bool show(shell_t &shell, show_source_t source, const path_t &path, format_t format, cli_error_t &error)
+// A list by itself is a table; what is configured reads best as a tree.
+format_t default_format(show_source_t source, const path_t &path)
 {
-    std::string document;
-    lyd_ptr tree;
-    if (!session_show(shell.session, source, path.text, document, error) ||
-        !render_read(shell.schema, document, tree, error))
-        return false;
-    std::string text = render(tree.get(), format);
-    if (text.empty() && format == format_t::TREE)
+    bool is_table = source == show_source_t::OPERATIONAL && path.is_whole_list && schema_is_list(path.node);
+    return is_table ? format_t::TABLE : format_t::TREE;
+}
+
+// What the walk could not read is told behind what it could.
+struct notes_t {
+    static constexpr size_t MOST = 20;
+    std::vector<std::string> texts;
+    size_t left_out = 0;
+
+    void add(const std::string &text)
+    {
+        if (texts.size() < MOST)
+            texts.push_back(text);
+        else
+            left_out++;
+    }
+    void tell(FILE *news) const
+    {
+        for (const std::string &text : texts)
+            fprintf(news, "note: %s\n", pager_safe_text(text).c_str());
+        if (left_out > 0)
+            fprintf(news, "note: %zu more of that kind\n", left_out);
+    }
+};
+
+// One show: items of a walk, through a renderer.
+struct showing_t {
+    shell_t &shell;
+    const path_t &path;
+    output_t &output;
+    renderer_t &renderer;
+    bool is_plain_table; // without what is around the list
+    bool has_items = false;
+    notes_t notes;
+
+    bool take(const item_t &item)
+    {
+        if (item.kind == WIRE_WALK_NOTE) {
+            notes.add(item.name);
+            return true;
+        }
+        if (!has_items && !is_plain_table)
+            for (const item_t &around : items_around(path))
+                if (!renderer.take(around))
+                    return false;
+        has_items = true;
+        return renderer.take(item);
+    }
+    bool run(session_walk_t &walk, cli_error_t &error)
+    {
+        size_t steps = path.steps.size();
+        item_tracker_t tracker(shell.schema, steps > 1 ? path.steps[steps - 2].node : nullptr);
+        for (std::vector<item_t> items;;) {
+            if (!walk.next(items, error) || shell_is_interrupted(shell, error))
+                return false;
+            shell_clear_status(shell);
+            if (items.empty())
+                return true;
+            for (item_t &item : items) {
+                tracker.take(item);
+                if (!take(item))
+                    return true; // the operator has seen enough
+            }
+        }
+    }
+};
+
+bool show(shell_t &shell, show_source_t source, const path_t &path, cli_error_t &error)
+{
+    format_t format = shell.pipe.format.value_or(default_format(source, path));
+    pager_t pager(shell.screen);
+    output_t output = shell_output(shell, pager);
+    bool is_whole_list = path.is_whole_list;
+    renderer_ptr renderer =
+        render_make(shell.schema, output, { format, shell_columns(shell), is_whole_list ? 0 : path.steps.size() });
+    showing_t showing = { shell, path, output, *renderer, format == format_t::TABLE && is_whole_list, false, {} };
+    session_walk_t walk(shell.session);
+    shell.wait.interrupt_note = "";
+    bool ok = walk.start(source, path.text, error) && showing.run(walk, error);
+    shell_clear_status(shell);
+    (void)renderer->end(); // nothing follows, whether or not it is read
+    output.end();
+    showing.notes.tell(shell.news);
+    bool is_empty = ok && !output.has_lines() && !shell.pipe.wants_count;
+    if (is_empty && format != format_t::SET && format != format_t::XML)
         fprintf(shell.out, "nothing at %s\n", path_place(path).c_str());
-    fputs(text.c_str(), shell.out);
-    return true;
+    return ok;
 }
 
 } // namespace
 
-bool run_show_configuration(shell_t &shell, words_view args, cli_error_t &error)
+output_t shell_output(shell_t &shell, pager_t &pager)
 {
-    format_t format;
-    path_t path;
-    return take_format(args, format, error) && resolve_config(shell, args, path, error) &&
-           show(shell, show_source_t::RUNNING, path, format, error);
+    output_t output(shell.out, shell.screen.out && shell.pipe.wants_pages ? &pager : nullptr);
+    for (const line_filter_t &filter : shell.pipe.filters)
+        output.add_filter(filter);
+    if (shell.pipe.wants_count)
+        output.count_only();
+    return output;
 }
 
-bool run_show_transaction(shell_t &shell, words_view args, cli_error_t &error)
+size_t shell_columns(const shell_t &shell)
 {
-    format_t format;
-    path_t path = shell.place;
-    return take_format(args, format, error) && resolve_config(shell, args, path, error) &&
-           show(shell, show_source_t::TRANSACTION, path, format, error);
+    size_t rows = 0;
+    size_t columns = 0;
+    if (shell.screen.out)
+        shell.screen.size(shell.screen.data, rows, columns);
+    return columns;
 }
 
-bool run_show_data(shell_t &shell, words_view args, cli_error_t &error)
+void shell_show_items(shell_t &shell, const std::vector<item_t> &items, format_t by_default)
 {
-    format_t format;
-    path_t path;
-    if (!take_format(args, format, error))
-        return false;
-    if (args.empty())
-        return cli_fail(error, "show what? give a path, or 'configuration'");
-    return path_resolve(shell.schema, args, path, error) &&
-           show(shell, show_source_t::OPERATIONAL, path, format, error);
+    pager_t pager(shell.screen);
+    output_t output = shell_output(shell, pager);
+    renderer_ptr renderer =
+        render_make(shell.schema, output, { shell.pipe.format.value_or(by_default), shell_columns(shell), 0 });
+    for (const item_t &item : items)
+        if (!renderer->take(item))
+            break;
+    (void)renderer->end(); // nothing follows, whether or not it is read
+    output.end();
 }
 
 namespace
 {
 
-// The values of a leaf-list come joined by blanks, each a word of its own.
+// The values of a leaf-list come joined by blanks, each a word of its own. A secret in clear text is covered.
 std::string value_words(const schema_t &schema, const std::string &typed_path, const std::string &value)
 {
     line_t line = cli_read_line(typed_path);
     path_t path;
     cli_error_t error;
-    bool is_row = line.commands.size() == 1 && path_resolve(schema, line.commands.front(), path, error) &&
-                  schema_is_leaf_list(path.node);
-    return is_row ? value : cli_quote_word(value);
+    bool is_known = line.commands.size() == 1 && path_resolve(schema, line.commands.front(), path, error);
+    if (is_known && schema_is_leaf_list(path.node))
+        return value;
+    item_t item = { WIRE_WALK_LEAF, "", { value }, is_known ? path.node : nullptr };
+    item_cover_secret(item);
+    return cli_quote_word(item.values.front());
 }
 
-void print_change(const shell_t &shell, char sign, const change_t &change, const std::string &value)
+bool print_change(const shell_t &shell, output_t &output, char sign, const change_t &change, const std::string &value)
 {
     std::string path = path_words_of(change.path);
     std::string words = value.empty() ? "" : " " + value_words(shell.schema, path, value);
-    fprintf(shell.out, "%c %s%s\n", sign, path.c_str(), words.c_str());
+    return output.write(std::string(1, sign) + " " + path + words + "\n");
 }
 
-} // namespace
+bool print_changes(const shell_t &shell, output_t &output, const change_t &change)
+{
+    bool is_deleted = change.op == WIRE_MOP_DELETED;
+    bool is_created = change.op == WIRE_MOP_CREATED;
+    bool ok = true;
+    if (change.op == WIRE_MOP_MOVED_AFTER)
+        return print_change(shell, output, '~', change, "");
+    if (is_deleted || !change.old_value.empty())
+        ok = print_change(shell, output, '-', change, change.old_value);
+    if (ok && (is_created || (!is_deleted && !change.new_value.empty())))
+        ok = print_change(shell, output, '+', change, change.new_value);
+    return ok;
+}
 
-bool run_compare(shell_t &shell, words_view, cli_error_t &error)
+// At the path or below it. Paths of changes and of what was typed are written alike, but for prefixes of modules.
+bool is_below(const std::string &path, const std::string &above)
+{
+    return path.starts_with(above) &&
+           (path.size() == above.size() || above.empty() || path[above.size()] == '/' || path[above.size()] == '{');
+}
+
+bool compare(shell_t &shell, const path_t &path, cli_error_t &error)
 {
     std::vector<change_t> changes;
     if (!session_compare(shell.session, changes, error))
         return false;
-    if (changes.empty())
+    pager_t pager(shell.screen);
+    output_t output = shell_output(shell, pager);
+    bool goes_on = true;
+    for (size_t i = 0; goes_on && i < changes.size(); i++)
+        if (is_below(changes[i].path, path.text))
+            goes_on = print_changes(shell, output, changes[i]);
+    output.end();
+    if (!output.has_lines() && !shell.pipe.wants_count)
         fprintf(shell.out, "no changes\n");
-    for (const change_t &change : changes) {
-        bool is_deleted = change.op == WIRE_MOP_DELETED;
-        bool is_created = change.op == WIRE_MOP_CREATED;
-        if (is_deleted || !change.old_value.empty())
-            print_change(shell, '-', change, change.old_value);
-        if (is_created || (!is_deleted && !change.new_value.empty()))
-            print_change(shell, '+', change, change.new_value);
-    }
     return true;
+}
+
+} // namespace
+
+bool run_show_running(shell_t &shell, words_view args, cli_error_t &error)
+{
+    path_t path;
+    if (shell.pipe.wants_compare)
+        return cli_fail(error, "changes are compared in configuration mode; type 'configure' first");
+    return resolve_config(shell, args, path, error) && show(shell, show_source_t::RUNNING, path, error);
+}
+
+bool run_show_transaction(shell_t &shell, words_view args, cli_error_t &error)
+{
+    path_t path = shell.place;
+    if (!resolve_config(shell, args, path, error))
+        return false;
+    return shell.pipe.wants_compare ? compare(shell, path, error)
+                                    : show(shell, show_source_t::TRANSACTION, path, error);
+}
+
+bool run_show_data(shell_t &shell, words_view args, cli_error_t &error)
+{
+    path_t path;
+    if (args.empty())
+        return cli_fail(error, "show what? give a path, or 'configuration'");
+    return path_resolve(shell.schema, args, path, error) && show(shell, show_source_t::OPERATIONAL, path, error);
+}
+
+bool run_compare(shell_t &shell, words_view args, cli_error_t &error)
+{
+    path_t path = shell.place;
+    return resolve_config(shell, args, path, error) && compare(shell, path, error);
 }

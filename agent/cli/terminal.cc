@@ -5,6 +5,9 @@
 #include "agent/cli/terminal.h"
 
 #include "agent/cli/complete.h"
+#include "agent/cli/history.h"
+#include "agent/cli/interrupt.h"
+#include "agent/cli/terminal_keys.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -33,9 +36,12 @@ struct terminal_t {
     std::string user;
     std::string host;
     std::string prompt;
+    std::string history_file;
     bool is_lost = false;   // the agent
     bool has_ended = false; // the terminal
 };
+
+constexpr char BANNER_PATH[] = "/confd_dyncfg:confdConfig/cli/banner";
 
 terminal_t &terminal_of(EditLine *editor)
 {
@@ -63,10 +69,18 @@ char *give_prompt(EditLine *editor) noexcept
     return terminal_of(editor).prompt.data();
 }
 
+// A message of the system, above the line that is being typed or between lines of output.
 void show_message(void *sink, std::string_view text) noexcept
 {
     shell_t &shell = *static_cast<shell_t *>(sink);
-    fprintf(shell.out, "\r\n%.*s\r\n", static_cast<int>(text.size()), text.data());
+    shell_clear_status(shell);
+    fputs("\r\033[K", shell.out);
+    while (!text.empty()) {
+        size_t end = std::min(text.find('\n'), text.size());
+        fprintf(shell.out, "%s\r\n", pager_safe_text(text.substr(0, end)).c_str());
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    fflush(shell.out);
 }
 
 // True when the terminal has something to read; false when the agent is gone.
@@ -108,34 +122,36 @@ int read_key(EditLine *editor, wchar_t *key) noexcept
     return -1;
 }
 
-// Entries of a list in the configuration; keys of enumerations come as numbers and are no words, so they are left out.
 std::vector<std::vector<std::string>> entries_of(void *data, const path_t &list) noexcept
 {
     static constexpr uint32_t MOST = 200;
     shell_t &shell = *static_cast<shell_t *>(data);
     std::vector<std::vector<std::string>> entries;
     cli_error_t error;
-    std::string text = list.text;
-    if (!session_instances(shell.session, text, MOST, entries, error))
+    if (!session_instances(shell.session, list, MOST, entries, error))
         entries.clear(); // nothing to offer
-    std::erase_if(entries, [&](const std::vector<std::string> &keys) {
-        std::vector<const lysc_node *> nodes = schema_keys(list.node);
-        std::string rule;
-        bool fits = keys.size() == nodes.size();
-        for (size_t i = 0; fits && i < keys.size(); i++)
-            fits = schema_check_value(nodes[i], keys[i], rule);
-        return !fits;
-    });
     return entries;
 }
 
-completion_t complete_here(EditLine *editor)
+std::vector<choice_t> words_of(void *data, const std::string &leaf, std::string_view typed, char key) noexcept
+{
+    shell_t &shell = *static_cast<shell_t *>(data);
+    std::vector<choice_t> choices;
+    cli_error_t error;
+    if (!session_complete(shell.session, leaf, std::string(typed), key, choices, error))
+        choices.clear(); // nothing to offer; the rule of the type is shown instead
+    return choices;
+}
+
+completion_t complete_here(EditLine *editor, char key)
 {
     shell_t &shell = terminal_of(editor).shell;
     const LineInfo *line = el_line(editor);
     std::string_view text(line->buffer, static_cast<size_t>(line->cursor - line->buffer));
-    complete_source_t source = { &shell, entries_of };
-    return cli_complete(shell.schema, shell.mode, shell.place, source, text);
+    complete_source_t source = { &shell, entries_of, words_of };
+    shell.wait = {};
+    shell.wait.since = time(nullptr);
+    return cli_complete(shell.schema, shell.mode, shell.place, source, text, key);
 }
 
 void list_choices(const terminal_t &terminal, const completion_t &completion)
@@ -154,7 +170,7 @@ void list_choices(const terminal_t &terminal, const completion_t &completion)
 
 unsigned char on_tab(EditLine *editor, int) noexcept
 {
-    completion_t completion = complete_here(editor);
+    completion_t completion = complete_here(editor, '\t');
     std::string insert = cli_common_prefix(completion.choices);
     size_t words = 0;
     for (const choice_t &choice : completion.choices)
@@ -174,8 +190,36 @@ unsigned char on_question(EditLine *editor, int) noexcept
     const LineInfo *line = el_line(editor);
     if (cli_read_line({ line->buffer, static_cast<size_t>(line->cursor - line->buffer) }).is_in_quotes)
         return el_insertstr(editor, "?") == 0 ? CC_REFRESH : CC_ERROR;
-    list_choices(terminal_of(editor), complete_here(editor));
+    list_choices(terminal_of(editor), complete_here(editor, '?'));
     return CC_REDISPLAY;
+}
+
+void load_history(terminal_t &terminal)
+{
+    terminal.history_file = history_file();
+    HistEvent event;
+    history(terminal.history.get(), &event, H_SETSIZE, static_cast<int>(HISTORY_LINES));
+    history(terminal.history.get(), &event, H_SETUNIQUE, 1);
+    for (const std::string &line : history_load(terminal.history_file))
+        history(terminal.history.get(), &event, H_ENTER, line.c_str());
+}
+
+// What the device's owner wants everybody to read who comes in.
+void show_banner(shell_t &shell)
+{
+    static constexpr const char *words[] = { "confdConfig", "cli", "banner" };
+    const lysc_node *node = nullptr;
+    for (const char *word : words)
+        node = &word == &words[0] || node ? schema_find_child(shell.schema, node, word) : nullptr;
+    std::string text;
+    cli_error_t error;
+    if (!node || !session_get_text(shell.session, BANNER_PATH, text, error))
+        return; // the agent has no such setting
+    while (!text.empty()) {
+        size_t end = std::min(text.find('\n'), text.size());
+        fprintf(shell.out, "%s\n", pager_safe_text(text.substr(0, end)).c_str());
+        text.erase(0, end + 1);
+    }
 }
 
 bool open_editor(terminal_t &terminal)
@@ -185,8 +229,7 @@ bool open_editor(terminal_t &terminal)
     if (!terminal.editor || !terminal.history)
         return false;
     EditLine *editor = terminal.editor.get();
-    HistEvent event;
-    history(terminal.history.get(), &event, H_SETSIZE, 500);
+    load_history(terminal);
     el_set(editor, EL_CLIENTDATA, &terminal);
     el_set(editor, EL_PROMPT, give_prompt);
     el_set(editor, EL_EDITOR, "emacs");
@@ -198,7 +241,7 @@ bool open_editor(terminal_t &terminal)
     el_wset(editor, EL_ADDFN, L"cli-help", L"what may stand here", on_question);
     el_set(editor, EL_BIND, "^I", "cli-complete", nullptr);
     el_set(editor, EL_BIND, "?", "cli-help", nullptr);
-    // ^C gives up the line being typed, not the session with its changes; during a command it ends the program.
+    // ^C gives up the line being typed, not the session with its changes.
     el_set(editor, EL_SETTY, "-d", "-isig", nullptr);
     el_set(editor, EL_BIND, "^C", "em-kill-line", nullptr);
     return true;
@@ -206,21 +249,29 @@ bool open_editor(terminal_t &terminal)
 
 void show_error(const terminal_t &terminal, const cli_error_t &error)
 {
+    FILE *out = terminal.shell.out;
     if (error.column != CLI_NO_COLUMN)
-        fprintf(terminal.shell.out, "%s^\n", std::string(terminal.prompt.size() + error.column, ' ').c_str());
-    fprintf(terminal.shell.out, "%s\n", error.text.c_str());
+        fprintf(out, "%s^\n", std::string(cli_width(terminal.prompt) + error.column, ' ').c_str());
+    fprintf(out, "%s\n", pager_safe_text(error.text).c_str());
 }
 
-void run_line(terminal_t &terminal, const char *line)
+// The editor remembers every line for its correction, the file those that were run.
+void run_line(terminal_t &terminal, const std::string &typed)
 {
-    cli_error_t error;
-    if (!shell_run_line(terminal.shell, line, error))
-        show_error(terminal, error);
-    terminal.is_lost = error.is_lost;
-    if (std::string_view(line).find_first_not_of(" \t\r\n") == std::string_view::npos)
+    std::string line = typed.substr(0, typed.find_last_not_of(" \t\r\n") + 1);
+    if (line.empty())
         return;
+    std::string kept = shell_without_secrets(terminal.shell, line);
+    cli_error_t error;
+    bool ok = shell_run_line(terminal.shell, line, error);
+    shell_clear_status(terminal.shell);
+    if (!ok)
+        show_error(terminal, error);
+    else
+        history_add(terminal.history_file, kept);
+    terminal.is_lost = error.is_lost;
     HistEvent event;
-    history(terminal.history.get(), &event, H_ENTER, line);
+    history(terminal.history.get(), &event, H_ENTER, kept.c_str());
 }
 
 } // namespace
@@ -230,11 +281,14 @@ int terminal_run(shell_t &shell, const std::string &user)
     char host[HOST_NAME_MAX + 1] = "";
     (void)gethostname(host, sizeof host - 1); // without a name the prompt has none
     (void)setlocale(LC_CTYPE, "");
-    terminal_t terminal = { shell, nullptr, nullptr, user, host, "", false };
+    terminal_t terminal = { shell, nullptr, nullptr, user, host, "", "" };
     shell.session.on_message = show_message;
     shell.news = shell.out;
+    shell.screen = terminal_screen();
+    shell.ask_secret = terminal_ask_secret;
     if (!open_editor(terminal))
         return 2;
+    show_banner(shell);
     while (!shell.wants_exit && !terminal.is_lost) {
         update_prompt(terminal);
         int size = 0;

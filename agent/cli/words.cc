@@ -58,9 +58,9 @@ size_t read_quoted(splitter_t &splitter, std::string_view line, size_t at)
             splitter.line.is_in_quotes = false;
             return at + 1;
         }
-        if (line[at] == '\\' && at + 1 < line.size())
-            at++;
-        splitter.word.text += line[at];
+        bool is_escaped = line[at] == '\\' && at + 1 < line.size();
+        at += is_escaped;
+        splitter.word.text += is_escaped && line[at] == 'n' ? '\n' : line[at];
     }
     return at;
 }
@@ -116,11 +116,19 @@ std::string cli_quote_word(std::string_view text)
         return std::string(text);
     std::string out = "\"";
     for (char c : text) {
-        if (c == '"' || c == '\\')
+        if (c == '"' || c == '\\' || c == '\n')
             out += '\\';
-        out += c;
+        out += c == '\n' ? 'n' : c;
     }
     return out + '"';
+}
+
+size_t cli_width(std::string_view text)
+{
+    size_t width = 0;
+    for (char c : text)
+        width += (c & 0xc0) != 0x80; // not a byte that continues a character
+    return width;
 }
 
 namespace

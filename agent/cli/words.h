@@ -1,7 +1,7 @@
 // Command lines as words.
 //
 // Words are separated by blanks. Double quotes keep blanks and special characters in a word; within them a backslash
-// takes the next character as it is. Outside quotes ';' ends a command and '#' at the start of a word begins a comment
+// takes the next character as it is, but \n is a line break. Outside quotes ';' ends a command and '#' at the start of a word begins a comment
 // that runs to the end of the line.
 #ifndef AGENT_CLI_WORDS_H
 #define AGENT_CLI_WORDS_H
@@ -48,6 +48,9 @@ struct line_t {
 
 // The word as it has to be typed: quoted when it holds a blank or a special character, or is empty.
 [[nodiscard]] std::string cli_quote_word(std::string_view text);
+
+// Columns that the text takes on a terminal.
+[[nodiscard]] size_t cli_width(std::string_view text);
 
 // The candidates most like word, best first, at most three: those that begin with it, or differ by a few letters.
 [[nodiscard]] std::vector<std::string> cli_near_words(std::string_view word, std::span<const std::string> candidates);

@@ -15,6 +15,11 @@ inline constexpr char CLI_TEST_MODEL[] = R"(module shop {
   namespace "urn:test:shop";
   prefix shop;
   extension info { argument text; }
+  extension encrypted { argument algorithm; }
+  extension completion { argument name; }
+  identity goods;
+  identity fruit { base goods; description "Fresh every day. Or not."; }
+  identity tools { base goods; }
   container shop {
     description "The shop. And more about it.";
     leaf title { type string { length "1..10"; pattern '[a-z ]+' { error-message "small letters"; } } }
@@ -23,6 +28,10 @@ inline constexpr char CLI_TEST_MODEL[] = R"(module shop {
     leaf visitors { type uint32; config false; }
     leaf limit { type uint16 { range "1..5 | 10..20"; } units "people"; shop:info "How many"; }
     leaf link { type leafref { path "../shelf/number"; } }
+    leaf either { type union { type uint8; type enumeration { enum many; } } }
+    leaf kind { type identityref { base goods; } default tools; }
+    leaf pin { type string { length "1..16"; } shop:encrypted "aes"; }
+    leaf town { type string; shop:completion "towns"; mandatory true; }
     container club { presence "there is a club"; leaf fee { type int8; } }
     list shelf {
       key "number";
@@ -33,9 +42,28 @@ inline constexpr char CLI_TEST_MODEL[] = R"(module shop {
         leaf maker { type string; }
         leaf code { type uint16; }
         leaf price { type decimal64 { fraction-digits 2; } }
+        action sell {
+          description "Sell some.";
+          input {
+            leaf count { type uint16; mandatory true; }
+            leaf gift { type empty; }
+            leaf-list coupon { type string; }
+            leaf buyer { type string; }
+            leaf pin { type string { length "1..16"; } shop:encrypted "aes"; }
+            container card { leaf text { type string; } }
+          }
+          output { leaf receipt { type uint32; } }
+        }
       }
     }
+    list sign {
+      key "text";
+      ordered-by user;
+      leaf text { type string; }
+    }
   }
+  rpc audit { input { leaf shelf { type leafref { path "/shop/shelf/number"; } } } }
+  notification visit { leaf visitors { type uint32; } container from { leaf town { type string; } } }
 }
 )";
 
