@@ -76,6 +76,22 @@ static void add_dependent(schema_t &schema, const lysc_node *atom, const schema_
         list.push_back(dependent);
 }
 
+static bool stands_below(const schema_info_t &node, const schema_info_t *above)
+{
+    const schema_info_t *at = node.parent;
+    while (at && at != above)
+        at = at->parent;
+    return at == above;
+}
+
+// libyang does not tell the nodes of axes that go to other entries of the same list: all around the context may be meant.
+static void add_around(schema_t &schema, const schema_info_t &context, const schema_dependent_t &dependent)
+{
+    for (const schema_info_t &info : schema.nodes)
+        if (info.is(WIRE_NODE_CONFIG) && stands_below(info, context.parent))
+            add_dependent(schema, info.node, dependent);
+}
+
 // One expression of a rule of owner, evaluated at context.
 static void add_rule(schema_t &schema, schema_dependent_t::kind_t kind, const schema_info_t &owner,
                      const schema_info_t *context, const lyxp_expr *expr, const lysc_prefix *prefixes)
@@ -87,6 +103,9 @@ static void add_rule(schema_t &schema, schema_dependent_t::kind_t kind, const sc
         schema_dependent_t dependent = { kind, &owner, climb(context, reach_of(lyxp_get_expr(expr))) };
         for (uint32_t i = 0; i < atoms->count; i++)
             add_dependent(schema, atoms->snodes[i], dependent);
+        std::string_view text = lyxp_get_expr(expr);
+        if (context && (text.find("preceding") != text.npos || text.find("following") != text.npos))
+            add_around(schema, *context, dependent);
     }
     ly_set_free(atoms, nullptr);
 }

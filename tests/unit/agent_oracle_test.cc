@@ -1,5 +1,6 @@
-// Random edits against libyang's own validation of a copy: same verdict, same tree, exact undo, a net change that leads
-// from the old content to the new.
+// Random edits, made in transactions, through the candidate and with ways back, against libyang's own validation of a copy:
+// same verdict, same tree, exact undo, a net change that leads from the old content to the new, a journal that leads there
+// too. AGENT_ORACLE_ROUNDS makes it longer.
 #include "agent_env.h"
 
 #include <random>
@@ -59,11 +60,57 @@ void drop(tree_copy_t &tree, const std::string &xpath)
     ly_set_free(found, nullptr);
 }
 
+lyd_node *find_node(const tree_copy_t &tree, const std::string &xpath)
+{
+    lyd_node *found = nullptr;
+    return tree.first && lyd_find_path(tree.first, xpath.c_str(), 0, &found) == LY_SUCCESS ? found : nullptr;
+}
+
+// Puts a node of the copy behind another one of its list, or as the first.
+void put_behind(tree_copy_t &tree, lyd_node *node, lyd_node *before)
+{
+    lyd_node *first = lyd_first_sibling(node);
+    while (first->schema != node->schema)
+        first = first->next;
+    if (before == node || (!before && first == node))
+        return;
+    if (tree.first == node)
+        tree.first = node->next;
+    lyd_unlink_tree(node);
+    before ? lyd_insert_after(before, node) : lyd_insert_before(first, node);
+    tree.first = lyd_first_sibling(tree.first);
+}
+
+void move_copy(tree_copy_t &tree, const std::string &xpath, const std::string &to)
+{
+    lyd_node *node = find_node(tree, xpath);
+    ASSERT_TRUE(node) << xpath;
+    std::string key = to.find(' ') == std::string::npos ? "" : to.substr(to.find(' ') + 1);
+    std::string name = node->schema->nodetype == LYS_LEAFLIST ? "." : "name";
+    lyd_node *other =
+        key.empty() ? nullptr : find_node(tree, xpath.substr(0, xpath.rfind('[')) + "[" + name + "='" + key + "']");
+    ASSERT_TRUE(key.empty() || other) << to;
+    lyd_node *before = nullptr;
+    if (to.starts_with("after"))
+        before = other;
+    else if (to.starts_with("before"))
+        before = other->prev->next && other->prev->schema == node->schema ? other->prev : nullptr;
+    else if (to == "last")
+        for (before = node; before->next && before->next->schema == node->schema; before = before->next)
+            ;
+    put_behind(tree, node, before);
+}
+
 // The same edit with libyang's means. A choice's other case goes by hand: in one validation libyang would see both.
 void edit_copy(tree_copy_t &tree, const datastore_ptr &store, const std::string &line)
 {
     size_t value_at = line.rfind(' ');
     bool is_set = line.starts_with("set ");
+    if (line.starts_with("move ")) {
+        size_t to = line.find(' ', 5);
+        move_copy(tree, xpath_of(parse(store, line.substr(5, to - 5))), line.substr(to + 1));
+        return;
+    }
     std::string text = line.substr(line.find(' ') + 1);
     std::string value = is_set ? line.substr(value_at + 1) : "";
     if (is_set)
@@ -104,7 +151,35 @@ std::string random_edit(random_t &random)
 {
     std::string entry = "/vpn/vpn-instance{" + random.one_of({ "1", "2", "10" }) + "}";
     std::string port = entry + "/interface{" + random.one_of({ "a", "b" }) + "}";
-    switch (random.below(30)) {
+    std::string rule = entry + "/rule{" + random.one_of({ "a", "b", "c", "d" }) + "}";
+    std::string to = random.one_of(
+        { "first", "last", "before a", "before b", "after b", "after c", "before d", "after x", "before y" });
+    switch (random.below(44)) {
+    case 42:
+        return "set " + entry + "/secret " + random.one_of({ "p", "q" });
+    case 43:
+        return "delete " + entry + "/secret";
+    case 30:
+    case 31:
+        return "create " + rule;
+    case 32:
+        return "delete " + rule;
+    case 33:
+    case 34:
+    case 35:
+        return "move " + rule + " " + to;
+    case 36:
+        return "set " + rule + "/action " + random.one_of({ "go", "end" });
+    case 37:
+        return random.one_of({ "create ", "delete " }) + rule + "/term{" + random.one_of({ "a", "b" }) + "}";
+    case 38:
+        return "move " + rule + "/term{" + random.one_of({ "a", "b" }) + "} " + to;
+    case 39:
+        return "move " + port + "/tag{" + random.one_of({ "x", "y" }) + "} " + to;
+    case 40:
+        return random.one_of({ "create", "delete" }) + " /step{" + random.one_of({ "a", "b", "c" }) + "}";
+    case 41:
+        return "move /step{" + random.one_of({ "a", "b", "c" }) + "} " + to;
     case 0:
         return "create " + entry;
     case 1:
@@ -173,7 +248,9 @@ std::string random_edit(random_t &random)
 void follow(std::map<std::string, std::string> &content, const diff_t &diff)
 {
     for (const diff_line_t &line : diff_lines(diff)) {
-        if (line.op == WIRE_MOP_DELETED) {
+        if (line.op == WIRE_MOP_MOVED_AFTER) {
+            EXPECT_TRUE(content.contains(line.path)) << line.path;
+        } else if (line.op == WIRE_MOP_DELETED) {
             EXPECT_TRUE(content.contains(line.path)) << line.path;
             std::erase_if(content, [&](const auto &row) {
                 return row.first == line.path || row.first.starts_with(line.path + "/");
@@ -186,6 +263,97 @@ void follow(std::map<std::string, std::string> &content, const diff_t &diff)
     }
 }
 
+// Running as a restart would make it of the journal's records.
+struct replayed_t {
+    const schema_t &schema;
+    tree_t tree;
+
+    explicit replayed_t(const schema_t &of) : schema(of) {}
+    replayed_t(const replayed_t &) = delete;
+    ~replayed_t() { tree_free(tree); }
+
+    void add(const diff_t &diff)
+    {
+        edit_log_t log(&tree);
+        ds_error_t error;
+        EXPECT_TRUE(wishes_replay(log, schema, wishes_record(wishes_of(diff)), error)) << error.text;
+    }
+
+    // What it lacks against the real one, once completed with the defaults of whens.
+    std::string lack(const lyd_node *running) const
+    {
+        tree_copy_t copy(tree.first);
+        EXPECT_EQ(lyd_validate_all(&copy.first, schema.ctx.get(), LYD_VALIDATE_NO_STATE, nullptr), LY_SUCCESS);
+        return difference(copy.first, running);
+    }
+};
+
+// Edits that are taken back again.
+void digress(trans_t &trans, random_t &random)
+{
+    size_t mark = trans_mark(trans);
+    for (size_t left = random.below(4); left > 0; left--)
+        (void)edit(trans, random_edit(random));
+    trans_rewind(trans, mark);
+}
+
+// Makes random edits, on the copy too. Others look at running in between, which takes the transaction out and in again.
+std::string make_edits(trans_t &trans, const datastore_ptr &store, random_t &random, tree_copy_t &model)
+{
+    std::string script;
+    for (size_t left = 1 + random.below(5); left > 0; left--) {
+        std::string line = random_edit(random);
+        if (random.below(8) == 0)
+            digress(trans, random);
+        if (edit(trans, line) != 0)
+            continue;
+        script += line + "\n";
+        if (size_t at = line.find("/secret "); at != std::string::npos) { // what is stored is of the store's choice
+            std::string leaf = line.substr(4, at + 3);
+            line = "set " + leaf + " " + text_at(store, { VIEW_TRANS, &trans }, leaf);
+        }
+        edit_copy(model, store, line);
+        if (random.below(3) == 0)
+            (void)text_at(store, {}, "/vpn/main");
+    }
+    return script;
+}
+
+// The transaction of a round: on running, or taken from the candidate that two others have made.
+trans_ptr random_trans(const datastore_ptr &store, random_t &random, tree_copy_t &model, std::string &script)
+{
+    if (random.below(3) > 0) {
+        trans_ptr trans = trans_begin(*store, true, 1);
+        script = make_edits(*trans, store, random, model);
+        return trans;
+    }
+    trans_ptr first = candidate_begin(*store, true, 1);
+    trans_ptr second = candidate_begin(*store, true, 2);
+    digress(*second, random);
+    ds_error_t error;
+    for (trans_t *trans : { first.get(), second.get(), first.get() }) {
+        script += make_edits(*trans, store, random, model);
+        EXPECT_TRUE(candidate_merge(*trans, error)) << error.text;
+    }
+    if (random.below(2) == 0)
+        candidate_give_back(*store, candidate_take(*store, 3));
+    return candidate_take(*store, 3);
+}
+
+size_t moves_in(const std::string &text, const std::string &how)
+{
+    size_t count = 0;
+    for (size_t at = text.find(how); at != std::string::npos; at = text.find(how, at + 1))
+        count += at == 0 || text[at - 1] == '\n';
+    return count;
+}
+
+int rounds()
+{
+    const char *text = getenv("AGENT_ORACLE_ROUNDS");
+    return text ? atoi(text) : 300;
+}
+
 class agent_oracle : public testing::TestWithParam<unsigned>
 {
 };
@@ -194,24 +362,16 @@ TEST_P(agent_oracle, random_transactions_are_judged_applied_and_undone_as_a_full
 {
     random_t random = { std::mt19937(GetParam()) };
     datastore_ptr store = open_store();
+    replayed_t replayed(datastore_schema(*store));
     size_t refused = 0;
-    for (int round = 0; round < 300; round++) {
+    for (int round = 0; round < rounds(); round++) {
         auto before = contents(store);
         tree_copy_t old(store->running.first);
         tree_copy_t model(store->running.first);
-        trans_ptr trans = trans_begin(*store, true, 1);
         std::string script;
-        for (size_t left = 1 + random.below(5); left > 0; left--) {
-            std::string line = random_edit(random);
-            if (edit(*trans, line) != 0)
-                continue;
-            script += line + "\n";
-            edit_copy(model, store, line);
-            if (random.below(3) == 0) {
-                EXPECT_EQ(contents(store), before); // takes the transaction out and in again
-            }
-        }
+        trans_ptr trans = random_trans(store, random, model, script);
         SCOPED_TRACE("round " + std::to_string(round) + "\n" + script);
+        EXPECT_EQ(contents(store), before);
         bool is_good =
             lyd_validate_all(&model.first, store->schema->ctx.get(), LYD_VALIDATE_NO_STATE, nullptr) == LY_SUCCESS;
         const ly_err_item *item = ly_err_last(store->schema->ctx.get());
@@ -230,6 +390,10 @@ TEST_P(agent_oracle, random_transactions_are_judged_applied_and_undone_as_a_full
         ASSERT_EQ(difference(store->running.first, model.first), "");
         follow(before, *diff);
         ASSERT_EQ(before, contents(store));
+        replayed.add(*diff);
+        ASSERT_EQ(replayed.lack(store->running.first), "") << diff_text(*diff);
+        EXPECT_LE(moves_in(diff_text(*diff), "^"),
+                  moves_in(script, "move ") + moves_in(script, "create ") + moves_in(script, "set "));
         (void)text_at(store, { VIEW_OLD }, "/vpn/main");
         ASSERT_EQ(difference(store->running.first, old.first), "");
         (void)text_at(store, {}, "/vpn/main");
