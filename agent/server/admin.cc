@@ -101,11 +101,27 @@ static void put_registrations(const server_t &server, json_writer_t &json)
     json.end_object();
 }
 
+// What clients have been asked, and what is being asked now.
+static void put_callbacks(const server_t &server, json_writer_t &json)
+{
+    uint64_t asked = 0;
+    uint64_t open = 0;
+    for (const auto &[serial, conn] : server.connections) {
+        asked += conn->callbacks.asked;
+        open += conn->callbacks.questions.size();
+    }
+    json.begin_object("callbacks");
+    json.number("asked", asked);
+    json.number("open", open);
+    json.number("actions", server.actions.runs.size());
+    json.end_object();
+}
+
 static answer_t give_status(call_t &call)
 {
     if (!call.in.finished())
         return malformed(call);
-    const server_t &server = call.server;
+    server_t &server = call.server;
     json_writer_t json;
     json.begin_object();
     json.number("phase", server.phase);
@@ -116,6 +132,8 @@ static answer_t give_status(call_t &call)
     put_clients(server, json);
     put_subscriptions(server, json);
     put_registrations(server, json);
+    put_callbacks(server, json);
+    streams_put_status(server, json);
     json.end_object();
     call.out.text(json.bytes);
     return {};

@@ -4,6 +4,7 @@
 #include "agent/server/notif.h"
 #include "agent/server/phase.h"
 #include "agent/server/server.h"
+#include "agent/server/settings.h"
 #include "agent/server/subscription.h"
 
 #include <algorithm>
@@ -121,6 +122,8 @@ static void finish(server_t &server, job_t &job)
     wire_writer_t payload;
     if (job.kind == JOB_PHASE_2)
         payload.u32(server.phase);
+    if (job.changes)
+        settings_follow_commit(server, *job.changes);
     server_answer(server, job.reply_to, job.answer, payload.bytes);
     std::unique_ptr<job_t> done = std::move(queue.jobs.front());
     queue.jobs.pop_front();

@@ -63,6 +63,7 @@ static constexpr config_row_t config_rows[] = {
     { "port-file", take_text<&agent_config_t::port_file> },
     { "yang-dir", take_text<&agent_config_t::yang_dir> },
     { "state-dir", take_text<&agent_config_t::state_dir> },
+    { "replay-dir", take_text<&agent_config_t::replay_dir> },
     { "ipc-access-file", take_text<&agent_config_t::ipc_access_file> },
     { "durable", take_bool<&agent_config_t::durable> },
     { "auto-phase2", take_bool<&agent_config_t::auto_phase2> },

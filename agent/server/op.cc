@@ -16,7 +16,7 @@ static std::string place_of(const ly_err_item &item)
     if (open == std::string_view::npos)
         return std::string(path);
     path.remove_prefix(open + 1);
-    return std::string(path.substr(0, path.find("\", ")));
+    return std::string(path.substr(0, std::min(path.find("\","), path.find("\"."))));
 }
 
 static bool fail_from_libyang(const ly_ctx *ctx, int code, const std::string &what, ds_error_t &error)

@@ -2,6 +2,7 @@
 
 #include "agent/server/log.h"
 #include "agent/server/phase.h"
+#include "agent/server/settings.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -36,6 +37,7 @@ void server_drop(server_t &server, uint64_t serial, const std::string &reason)
     std::erase_if(server.waiting_for_start, [&](const request_ref_t &ref) { return ref.connection == serial; });
     callback_forget(server, conn);
     action_forget(server, serial);
+    stream_forget(server, serial);
     commit_queue_forget(server, serial);
     delivery_forget(server, conn);
     maapi_session_end(server, conn.maapi);
@@ -165,6 +167,8 @@ bool server_run(server_t &server, std::string *error)
 {
     if (!start_listening(server, error))
         return false;
+    streams_start(server);
+    settings_follow(server);
     phase_enter_1(server);
     if (event_base_dispatch(server.base.get()) < 0) {
         *error = "the event loop has failed";

@@ -16,6 +16,7 @@
 #include "agent/server/handle.h"
 #include "agent/server/lock.h"
 #include "agent/server/registry.h"
+#include "agent/server/stream.h"
 
 #include <cstdint>
 #include <ctime>
@@ -49,6 +50,7 @@ struct server_t {
     lock_t cdb_locks[DB_COUNT]; // of CDB sessions
     registry_t registry;
     actions_t actions;
+    streams_t streams;
     subscriptions_t subscriptions;
     commit_queue_t queue;
     delivery_t delivery;

@@ -35,9 +35,12 @@ struct value_t {
 [[nodiscard]] bool value_from_text(const schema_info_t &node, std::string_view text, std::string_view path,
                                    value_t &value, ds_error_t &error);
 
-// As above, from a client's value, whose type has to be the node's (C_STR and C_BUF are one; a union takes any).
+// As above, from a client's value, whose type has to be the node's (C_STR, C_BUF and C_OID are one; a union takes any).
 [[nodiscard]] bool value_from_confd(const schema_t &schema, const schema_info_t &node, const confd_value_t &from,
                                     std::string_view path, value_t &value, ds_error_t &error);
+
+// A client's value of which no node is known: enumerations and bits as numbers, what has no text by its type's name.
+[[nodiscard]] std::string value_text_without_type(const schema_t &schema, const confd_value_t &from);
 
 // The client library's form: see value_type for the kinds.
 [[nodiscard]] confd_value_t value_to_confd(const value_t &value);

@@ -333,6 +333,14 @@ static std::string decimal_text(const confd_decimal64 &decimal)
     return (decimal.value < 0 ? "-" : "") + digits;
 }
 
+static std::string oid_text(const confd_oid *oid)
+{
+    std::string text;
+    for (int i = 0; oid && i < oid->len; i++)
+        text += (i ? "." : "") + std::to_string(oid->oid[i]);
+    return text;
+}
+
 static std::string datetime_text(const confd_datetime &time)
 {
     char text[64];
@@ -441,12 +449,15 @@ static bool scalar_text(const schema_t &schema, const lysc_type *type, const con
     case C_BINARY:
         text = base64_text(v.val.buf);
         return true;
+    case C_OID:
+        text = oid_text(v.val.oidp);
+        return true;
     case C_ENUM_VALUE:
-        return enum_text(type, v.val.enumvalue, text);
+        return type && enum_text(type, v.val.enumvalue, text);
     case C_BIT32:
-        return bits_text(type, v.val.b32, text);
+        return type && bits_text(type, v.val.b32, text);
     case C_BIT64:
-        return bits_text(type, v.val.b64, text);
+        return type && bits_text(type, v.val.b64, text);
     case C_IDENTITYREF:
         return identity_text(schema, v.val.idref, text);
     default:
@@ -468,6 +479,18 @@ static std::string type_name(uint8_t type)
     return type == C_BINARY ? "C_BINARY" : "type " + std::to_string(type);
 }
 
+std::string value_text_without_type(const schema_t &schema, const confd_value_t &from)
+{
+    std::string text;
+    if (scalar_text(schema, nullptr, from, text))
+        return text;
+    if (from.type == C_ENUM_VALUE)
+        return std::to_string(from.val.enumvalue);
+    if (from.type == C_BIT32 || from.type == C_BIT64)
+        return std::to_string(from.type == C_BIT32 ? from.val.b32 : from.val.b64);
+    return type_name(from.type);
+}
+
 bool value_from_confd(const schema_t &schema, const schema_info_t &node, const confd_value_t &from,
                       std::string_view path, value_t &value, ds_error_t &error)
 {
@@ -475,7 +498,7 @@ bool value_from_confd(const schema_t &schema, const schema_info_t &node, const c
         return ds_fail(error, CONFD_ERR_BADTYPE, std::string(path) + " has no value: it is no leaf");
     const lysc_type *type = node.is(WIRE_NODE_LEAF) ? reinterpret_cast<const lysc_node_leaf *>(node.node)->type
                                                     : reinterpret_cast<const lysc_node_leaflist *>(node.node)->type;
-    uint8_t given = from.type == C_STR ? C_BUF : from.type;
+    uint8_t given = from.type == C_STR || from.type == C_OID ? C_BUF : from.type; // the type has the last word
     if (node.type != C_NOEXISTS && node.type != given)
         return ds_fail(error, CONFD_ERR_BADTYPE,
                        std::string(path) + ": a value of " + type_name(from.type) + " is refused: the type is " +
