@@ -363,7 +363,8 @@ void ask(confd_daemon_ctx *dx, const int (&ends)[2], uint16_t op, std::string_vi
     wire_header_t header = wire_parse_header(bytes);
     require(header.op == (op | WIRE_REPLY) && header.id == 1 && (header.status == 0) == (result == CONFD_OK));
     std::string rest(header.length + 1, 0);
-    require(recv(ends[1], rest.data(), rest.size(), MSG_DONTWAIT) == (header.length > 0 ? header.length : -1));
+    ssize_t expected = header.length > 0 ? static_cast<ssize_t>(header.length) : -1; // nothing more
+    require(recv(ends[1], rest.data(), rest.size(), MSG_DONTWAIT) == expected);
 }
 
 void read_callback(std::string_view bytes)
