@@ -21,12 +21,12 @@ std::string values_of(const item_t &item)
 }
 
 // A container is written when something in it is: until then its line waits.
-class tree_renderer_t : public renderer_t
+class tree_renderer_t
 {
 public:
     tree_renderer_t(const schema_t &schema, output_t &output) : schema_(schema), output_(output) {}
 
-    bool take(const item_t &item) override
+    bool take(const item_t &item)
     {
         switch (item.kind) {
         case WIRE_WALK_CONTAINER:
@@ -49,6 +49,8 @@ public:
         return true;
     }
 
+    static bool end() { return true; }
+
 private:
     std::string line(const item_t &item, const std::string &behind) const
     {
@@ -69,12 +71,12 @@ private:
 };
 
 // A command stands for each leaf, and for what holds none.
-class set_renderer_t : public renderer_t
+class set_renderer_t
 {
 public:
     set_renderer_t(const schema_t &schema, output_t &output) : schema_(schema), output_(output) {}
 
-    bool take(const item_t &item) override
+    bool take(const item_t &item)
     {
         bool is_settable = !item.node || schema_is_config(item.node);
         switch (item.kind) {
@@ -96,6 +98,8 @@ public:
         }
         return true;
     }
+
+    static bool end() { return true; }
 
 private:
     struct level_t {
@@ -128,7 +132,7 @@ private:
 
 } // namespace
 
-renderer_ptr render_make(const schema_t &schema, output_t &output, const render_options_t &options)
+renderer_t render_make(const schema_t &schema, output_t &output, const render_options_t &options)
 {
     switch (options.format) {
     case format_t::TREE:
@@ -136,11 +140,11 @@ renderer_ptr render_make(const schema_t &schema, output_t &output, const render_
     case format_t::TABLE:
         return render_make_table(schema, output, options);
     case format_t::SET:
-        return std::make_unique<set_renderer_t>(schema, output);
+        return render_of(std::make_shared<set_renderer_t>(schema, output));
     case format_t::JSON:
         return render_make_json(output);
     case format_t::XML:
         return render_make_xml(output);
     }
-    return std::make_unique<tree_renderer_t>(schema, output);
+    return render_of(std::make_shared<tree_renderer_t>(schema, output));
 }

@@ -5,6 +5,7 @@
 #include "agent/cli/item.h"
 #include "agent/cli/output.h"
 
+#include <functional>
 #include <memory>
 
 enum class format_t : uint8_t {
@@ -15,16 +16,19 @@ enum class format_t : uint8_t {
     XML
 };
 
-class renderer_t
-{
-public:
-    virtual ~renderer_t() = default;
-    // False when nobody reads on.
-    [[nodiscard]] virtual bool take(const item_t &item) = 0;
-    // After the last item: writes what is still held back.
-    [[nodiscard]] virtual bool end() { return true; }
+struct renderer_t {
+    std::function<bool(const item_t &item)> take; // false when nobody reads on
+    std::function<bool()> end;                    // after the last item: writes what is still held back
 };
-using renderer_ptr = std::unique_ptr<renderer_t>;
+
+// A renderer of a state that has both functions, and that it keeps.
+template <typename State> renderer_t render_of(std::shared_ptr<State> state)
+{
+    return { [state](const item_t &item) { return state->take(item); },
+             [state] {
+                 return state->end();
+             } };
+}
 
 struct render_options_t {
     format_t format = format_t::TREE;
@@ -35,11 +39,11 @@ struct render_options_t {
 // TREE: one line a node, two blanks of indent a level, entries with their keys; containers that hold nothing are left
 // out. TABLE: the same, but outermost lists are tables. SET: commands that make the configuration. JSON and XML: a
 // document.
-[[nodiscard]] renderer_ptr render_make(const schema_t &schema, output_t &output, const render_options_t &options);
+[[nodiscard]] renderer_t render_make(const schema_t &schema, output_t &output, const render_options_t &options);
 
 // Makers of the single files, for render_make.
-[[nodiscard]] renderer_ptr render_make_json(output_t &output);
-[[nodiscard]] renderer_ptr render_make_xml(output_t &output);
-[[nodiscard]] renderer_ptr render_make_table(const schema_t &schema, output_t &output, const render_options_t &options);
+[[nodiscard]] renderer_t render_make_json(output_t &output);
+[[nodiscard]] renderer_t render_make_xml(output_t &output);
+[[nodiscard]] renderer_t render_make_table(const schema_t &schema, output_t &output, const render_options_t &options);
 
 #endif

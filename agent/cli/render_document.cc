@@ -50,12 +50,12 @@ std::string json_name(const item_t &item)
     return json_quote(item.node ? schema_json_name(item.node) : item.name);
 }
 
-class json_renderer_t : public renderer_t
+class json_renderer_t
 {
 public:
     explicit json_renderer_t(output_t &output) : output_(output) {}
 
-    bool take(const item_t &item) override
+    bool take(const item_t &item)
     {
         switch (item.kind) {
         case WIRE_WALK_CONTAINER:
@@ -83,7 +83,7 @@ public:
         }
         return flush();
     }
-    bool end() override
+    bool end()
     {
         while (!objects_.empty())
             end_object();
@@ -186,12 +186,12 @@ std::string xml_attributes(const item_t &item, const std::string &value)
     return found ? text + " xmlns:" + module + "=\"" + xml_text(found->ns) + "\"" : text;
 }
 
-class xml_renderer_t : public renderer_t
+class xml_renderer_t
 {
 public:
     explicit xml_renderer_t(output_t &output) : output_(output) {}
 
-    bool take(const item_t &item) override
+    bool take(const item_t &item)
     {
         std::string text;
         switch (item.kind) {
@@ -212,7 +212,7 @@ public:
         }
         return true;
     }
-    bool end() override
+    bool end()
     {
         while (!names_.empty())
             if (!end_element())
@@ -248,12 +248,12 @@ private:
 
 } // namespace
 
-renderer_ptr render_make_json(output_t &output)
+renderer_t render_make_json(output_t &output)
 {
-    return std::make_unique<json_renderer_t>(output);
+    return render_of(std::make_shared<json_renderer_t>(output));
 }
 
-renderer_ptr render_make_xml(output_t &output)
+renderer_t render_make_xml(output_t &output)
 {
-    return std::make_unique<xml_renderer_t>(output);
+    return render_of(std::make_shared<xml_renderer_t>(output));
 }

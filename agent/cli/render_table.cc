@@ -35,7 +35,7 @@ void add_column_names(const schema_t &schema, const lysc_node *parent, const std
     }
 }
 
-class table_renderer_t : public renderer_t
+class table_renderer_t
 {
 public:
     table_renderer_t(const schema_t &schema, output_t &output, const render_options_t &options)
@@ -44,7 +44,7 @@ public:
     {
     }
 
-    bool take(const item_t &item) override
+    bool take(const item_t &item)
     {
         if (item.kind == WIRE_WALK_NOTE)
             return true;
@@ -58,7 +58,7 @@ public:
             return take_around(item);
         return (is_next || begin_table(item)) && begin_row(item);
     }
-    bool end() override { return end_table(); }
+    bool end() { return end_table(); }
 
 private:
     bool take_around(const item_t &item)
@@ -67,7 +67,7 @@ private:
         outer_ -= opens && outer_ > 0;
         levels_ += opens;
         levels_ -= item.kind == WIRE_WALK_END && levels_ > 0;
-        return tree_->take(item);
+        return tree_.take(item);
     }
     // Inside a tree the list's name stands above the table.
     bool begin_table(const item_t &item)
@@ -78,7 +78,7 @@ private:
         std::vector<std::string> names;
         add_column_names(schema_, item.node, "", names);
         table_->set_order(std::move(names));
-        return levels_ == 0 || tree_->take({ WIRE_WALK_LEAF, item.name, {}, nullptr });
+        return levels_ == 0 || tree_.take({ WIRE_WALK_LEAF, item.name, {}, nullptr });
     }
     bool end_table()
     {
@@ -147,7 +147,7 @@ private:
             shown.name = prefix() + item.name;
             shown.node = nullptr; // the name is no longer the node's
         }
-        (void)nested_->take(shown); // its output keeps all that comes
+        (void)nested_.take(shown); // its output keeps all that comes
         nested_depth_ += opens;
         nested_depth_ -= item.kind == WIRE_WALK_END;
         return row_.below.size() < ENTRY_LINES || write_early();
@@ -170,7 +170,7 @@ private:
     output_t &output_;
     render_options_t options_;
     size_t outer_;      // entries and containers to come that are no rows
-    renderer_ptr tree_; // of what is around
+    renderer_t tree_;   // of what is around
     size_t levels_ = 0; // of it that are open
     std::optional<table_t> table_;
     std::string list_name_;
@@ -179,13 +179,13 @@ private:
     row_t row_;
     std::vector<std::string> prefixes_; // of the containers that are open in the row
     std::optional<output_t> nested_output_;
-    renderer_ptr nested_; // of the list in the row that is open
+    renderer_t nested_; // of the list in the row that is open
     size_t nested_depth_ = 0;
 };
 
 } // namespace
 
-renderer_ptr render_make_table(const schema_t &schema, output_t &output, const render_options_t &options)
+renderer_t render_make_table(const schema_t &schema, output_t &output, const render_options_t &options)
 {
-    return std::make_unique<table_renderer_t>(schema, output, options);
+    return render_of(std::make_shared<table_renderer_t>(schema, output, options));
 }

@@ -119,10 +119,10 @@ std::string json_of(const schema_t &schema, const std::vector<item_t> &items)
 {
     std::vector<std::string> lines;
     output_t output(lines);
-    renderer_ptr renderer = render_make(schema, output, { format_t::JSON });
+    renderer_t renderer = render_make(schema, output, { format_t::JSON });
     for (const item_t &item : items)
-        (void)renderer->take(item); // the lines keep all that comes
-    (void)renderer->end();
+        (void)renderer.take(item); // the lines keep all that comes
+    (void)renderer.end();
     output.end();
     std::string text;
     for (const std::string &line : lines)

@@ -106,7 +106,7 @@ const char *named_rule(const lysc_type *type)
     return nullptr;
 }
 
-void add_items(const lysc_type_bitenum_item *items, std::vector<choice_t> &choices)
+void add_items(lysc_type_bitenum_item *items, std::vector<choice_t> &choices)
 {
     LY_ARRAY_COUNT_TYPE i;
     LY_ARRAY_FOR(items, i)

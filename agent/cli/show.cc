@@ -91,14 +91,14 @@ bool show(shell_t &shell, show_source_t source, const path_t &path, cli_error_t 
     pager_t pager(shell.screen);
     output_t output = shell_output(shell, pager);
     bool is_whole_list = path.is_whole_list;
-    renderer_ptr renderer =
+    renderer_t renderer =
         render_make(shell.schema, output, { format, shell_columns(shell), is_whole_list ? 0 : path.steps.size() });
-    showing_t showing = { shell, path, output, *renderer, format == format_t::TABLE && is_whole_list, false, {} };
+    showing_t showing = { shell, path, output, renderer, format == format_t::TABLE && is_whole_list, false, {} };
     session_walk_t walk(shell.session);
     shell.wait.interrupt_note = "";
     bool ok = walk.start(source, path.text, error) && showing.run(walk, error);
     shell_clear_status(shell);
-    (void)renderer->end(); // nothing follows, whether or not it is read
+    (void)renderer.end(); // nothing follows, whether or not it is read
     output.end();
     showing.notes.tell(shell.news);
     bool is_empty = ok && !output.has_lines() && !shell.pipe.wants_count;
@@ -132,12 +132,12 @@ void shell_show_items(shell_t &shell, const std::vector<item_t> &items, format_t
 {
     pager_t pager(shell.screen);
     output_t output = shell_output(shell, pager);
-    renderer_ptr renderer =
+    renderer_t renderer =
         render_make(shell.schema, output, { shell.pipe.format.value_or(by_default), shell_columns(shell), 0 });
     for (const item_t &item : items)
-        if (!renderer->take(item))
+        if (!renderer.take(item))
             break;
-    (void)renderer->end(); // nothing follows, whether or not it is read
+    (void)renderer.end(); // nothing follows, whether or not it is read
     output.end();
 }
 

@@ -62,6 +62,26 @@ static void put_clients(const server_t &server, json_writer_t &json)
     json.end_list();
 }
 
+// User sessions: people at the command line and daemons with transactions.
+static void put_sessions(const server_t &server, json_writer_t &json)
+{
+    json.begin_list("sessions");
+    for (const auto &[serial, conn] : server.connections) {
+        const session_identity_t &who = conn->maapi.who;
+        if (who.id == 0)
+            continue;
+        json.begin_object();
+        json.number("id", who.id);
+        json.text("user", who.user);
+        json.text("context", who.context);
+        json.text("address", who.source);
+        json.text("client", connection_title(*conn));
+        json.number("transactions", conn->maapi.transactions.size());
+        json.end_object();
+    }
+    json.end_list();
+}
+
 static void put_point(const server_t &server, const point_t &point, json_writer_t &json)
 {
     auto conn = server.connections.find(point.connection);
@@ -130,6 +150,7 @@ static answer_t give_status(call_t &call)
     put_store(server, json);
     put_commits(server, json);
     put_clients(server, json);
+    put_sessions(server, json);
     put_subscriptions(server, json);
     put_registrations(server, json);
     put_callbacks(server, json);

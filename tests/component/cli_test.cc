@@ -137,6 +137,59 @@ TEST_F(cli, single_values_of_a_leaf_list_are_added_and_removed)
     EXPECT_EQ(configuration(), "set vpn vpn-instance 10 host h ip 10.0.0.1 10.0.0.3\n");
 }
 
+TEST_F(cli, a_list_is_shown_as_a_table_with_what_it_holds_below_its_rows)
+{
+    ASSERT_EQ(run({ "--commit", write("two.cfg", TWO_VPNS) }).status, 0);
+    EXPECT_EQ(command("show configuration vpn vpn-instance | display table").output, "vpn-id  name\n"
+                                                                                     "    10  Customer A\n"
+                                                                                     "  dns 10.10.0.53\n"
+                                                                                     "    role primary\n"
+                                                                                     "  host intranet.a.example\n"
+                                                                                     "    ip 10.10.1.5\n"
+                                                                                     "    20  Customer B\n"
+                                                                                     "  dns 10.20.0.53\n"
+                                                                                     "    role primary\n");
+    EXPECT_EQ(command("show configuration vpn vpn-instance 10 dns | display table").output, "address     role\n"
+                                                                                            "10.10.0.53  primary\n");
+    EXPECT_EQ(command("show configuration | display set | include dns | exclude 20 | count").output, "Count: 1 line\n");
+}
+
+TEST_F(cli, every_document_form_loads_again)
+{
+    ASSERT_EQ(run({ "--commit", write("two.cfg", TWO_VPNS) }).status, 0);
+    std::string xml = command("show configuration | display xml").output;
+    ASSERT_EQ(command("configure; delete vpn; commit").status, 0);
+    cli_run_t loaded = run({ "--commit", write("all.xml", xml) });
+    EXPECT_EQ(loaded.status, 0) << loaded.output << xml;
+    EXPECT_EQ(configuration(), TWO_VPNS);
+}
+
+TEST_F(cli, values_in_the_operators_order_go_where_they_are_put)
+{
+    std::string service = "vpn vpn-instance 0 service FW interface ";
+    cli_run_t result = command("configure; set " + service + "ge0/1 ge0/2; move " + service + "ge0/2 first; insert " +
+                               service + "ge0/3 before ge0/1; show " + service + "; show | compare; revert");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_NE(result.output.find("interface ge0/2 ge0/3 ge0/1\n"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("+ vpn vpn-instance 0 service FW"), std::string::npos) << result.output;
+}
+
+TEST_F(cli, a_value_that_the_agent_refuses_is_told_with_its_place)
+{
+    std::string file = write("bad.cfg", "set vpn vpn-instance 10 interface ge0/1 arp-timeout 20000000000\n");
+    cli_run_t result = run({ file });
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("bad.cfg:1:53: "), std::string::npos) << result.output;
+}
+
+TEST_F(cli, the_agent_tells_its_state_and_who_is_connected)
+{
+    EXPECT_NE(command("show agent status").output.find("phase 2\n"), std::string::npos);
+    cli_run_t sessions = command("show sessions | include cli");
+    EXPECT_EQ(sessions.status, 0) << sessions.output;
+    EXPECT_NE(sessions.output.find("127.0.0.1"), std::string::npos) << sessions.output;
+}
+
 TEST_F(cli, an_agent_that_is_gone_ends_it_with_2)
 {
     agent.kill_it(SIGKILL);

@@ -73,10 +73,10 @@ std::string rendered(const std::vector<item_t> &items, const render_options_t &o
 {
     std::vector<std::string> lines;
     output_t output(lines);
-    renderer_ptr renderer = render_make(shop_schema(), output, options);
+    renderer_t renderer = render_make(shop_schema(), output, options);
     for (const item_t &item : items)
-        EXPECT_TRUE(renderer->take(item));
-    EXPECT_TRUE(renderer->end());
+        EXPECT_TRUE(renderer.take(item));
+    EXPECT_TRUE(renderer.end());
     output.end();
     std::string text;
     for (const std::string &line : lines)
@@ -202,8 +202,7 @@ TEST(cli_render, a_longer_cell_moves_only_its_own_row_and_a_narrow_window_leaves
     std::vector<item_t> items = items_of("item { " + longest + ",1\n price = 2.00\nitem { b,20\n price = 13.00\n",
                                          schema_find_child(shop_schema(), shop_node(), "shelf"));
     EXPECT_EQ(rendered(items, { format_t::TABLE }), "maker" + std::string(35, ' ') + "  code  price\n" + longest +
-                                                        "  1  2.00\n" + "b" + std::string(39, ' ') +
-                                                        "    20  13.00\n");
+                                                        "  1  2.00\n" + "b" + std::string(39, ' ') + "    20  13.00\n");
     EXPECT_EQ(rendered(items, { format_t::TABLE, 20 }), "maker" + std::string(35, ' ') + "  code\n" + longest +
                                                             "  1\n  price 2.00\n" + "b" + std::string(39, ' ') +
                                                             "    20\n  price 13.00\n");
@@ -213,15 +212,15 @@ TEST(cli_render, columns_are_those_of_the_first_page_and_later_rows_come_at_once
 {
     std::vector<std::string> lines;
     output_t output(lines);
-    renderer_ptr renderer = render_make(shop_schema(), output, { format_t::TABLE });
+    renderer_t renderer = render_make(shop_schema(), output, { format_t::TABLE });
     std::string text;
     for (int i = 0; i < 100; i++)
         text += "shelf { " + std::to_string(i) + "\n";
     for (const item_t &item : items_of(text, shop_node()))
-        EXPECT_TRUE(renderer->take(item));
+        EXPECT_TRUE(renderer.take(item));
     EXPECT_EQ(lines.size(), 101u) << "header and one page, before the end";
     for (const item_t &item : items_of("shelf { 200\n label * late\n", shop_node()))
-        EXPECT_TRUE(renderer->take(item));
+        EXPECT_TRUE(renderer.take(item));
     ASSERT_EQ(lines.size(), 103u);
     EXPECT_EQ(lines[101], "   200\n");
     EXPECT_EQ(lines[102], "  label late\n");
@@ -231,14 +230,14 @@ TEST(cli_render, an_entry_that_holds_very_much_is_written_before_its_end)
 {
     std::vector<std::string> lines;
     output_t output(lines);
-    renderer_ptr renderer = render_make(shop_schema(), output, { format_t::TABLE });
+    renderer_t renderer = render_make(shop_schema(), output, { format_t::TABLE });
     std::string text = "shelf { 1\n";
     for (int i = 0; i < 12000; i++)
         text += " item { a," + std::to_string(i) + "\n";
     std::vector<item_t> items = items_of(text, shop_node());
     items.pop_back(); // the entry has not ended
     for (const item_t &item : items)
-        EXPECT_TRUE(renderer->take(item));
+        EXPECT_TRUE(renderer.take(item));
     EXPECT_GE(lines.size(), 10000u);
     EXPECT_EQ(lines[1], "     1\n");
     EXPECT_EQ(lines[2], "  item a 0\n");
