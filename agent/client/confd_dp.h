@@ -171,8 +171,8 @@ int confd_register_done(struct confd_daemon_ctx *dx);
 
 void confd_trans_set_fd(struct confd_trans_ctx *tctx, int sock);
 void confd_action_set_fd(struct confd_user_info *uinfo, int sock);
-// In data callbacks: the answer, given before the callback returns CONFD_OK; without one the library answers
-// "not found", the end of the list, or that all went well. CONFD_ERR with CONFD_ERR_PROTOUSAGE when the callback asks
+// In data callbacks: the answer, given before the callback returns CONFD_OK. A write needs none, and
+// fails with any result but CONFD_OK; a read fails with a negative result or without an answer. CONFD_ERR with CONFD_ERR_PROTOUSAGE when the callback asks
 // for an answer of another kind.
 int confd_data_reply_value(struct confd_trans_ctx *tctx, const confd_value_t *v);
 int confd_data_reply_found(struct confd_trans_ctx *tctx);

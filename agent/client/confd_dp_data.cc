@@ -1,6 +1,7 @@
 // Data callbacks: what a frame asks for, and whom.
 //
-// A callback that the daemon has not set answers as one that knows nothing when it is a read; a write is refused.
+// A callback that the daemon has not set answers as one that knows nothing when it is a read; a write is refused. One
+// that is set has to answer a read, and a write fails with any result but CONFD_OK.
 #include "agent/client/confd_daemon.h"
 
 #include <iterator>
@@ -155,10 +156,13 @@ static void run(served_call_t &call, daemon_trans_t &trans, const data_registrat
     call.path = &args.path.v;
     callback_state_t &state = confd_callback_state(&trans.ctx.internal);
     callback_scope scope(state, call);
-    if (row.call(registration.cbs, &trans.ctx, args) < 0)
+    int result = row.call(registration.cbs, &trans.ctx, args);
+    bool is_write = row.wants == ANSWER_NOTHING;
+    if (result < 0 || (is_write && result != CONFD_OK))
         call.refuse(CONFD_ERR_EXTERNAL, state.error);
-    else if (!call.is_answered)
-        row.put_default(call.answer);
+    else if (!call.is_answered && !is_write)
+        call.refuse(CONFD_ERR_EXTERNAL,
+                    std::string(row.name) + " of callpoint \"" + registration.cbs.callpoint + "\" gave no answer");
 }
 
 static const data_registration_t *find_registration(const daemon_t &daemon, std::string_view point)

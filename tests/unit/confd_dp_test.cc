@@ -290,30 +290,24 @@ std::vector<answer_row_t> answer_rows()
     });
     const std::string yes(1, 1), no(1, 0), missing(1, C_NOEXISTS), end = objects(0, 1, {});
     return {
-        { WIRE_CB_EXISTS, "", none, no },
         { WIRE_CB_EXISTS, "", not_found, no },
         { WIRE_CB_EXISTS, "", [](confd_trans_ctx *t) { return confd_data_reply_found(t); }, yes },
-        { WIRE_CB_GET_ELEM, "", none, missing },
         { WIRE_CB_GET_ELEM, "", not_found, missing },
         { WIRE_CB_GET_ELEM, "", [](confd_trans_ctx *t) { return confd_data_reply_value(t, &seven); }, value },
-        { WIRE_CB_GET_NEXT, first, none, no_key },
         { WIRE_CB_GET_NEXT, first, [](confd_trans_ctx *t) { return confd_data_reply_next_key(t, nullptr, 0, 4); },
           no_key },
         { WIRE_CB_GET_NEXT, first, [](confd_trans_ctx *t) { return confd_data_reply_next_key(t, &seven, 1, 4); }, key },
         { WIRE_CB_SET_ELEM, value, none, "" },
         { WIRE_CB_CREATE, "", none, "" },
-        { WIRE_CB_REMOVE, "", [](confd_trans_ctx *) { return 15; }, "" }, // no refusal: only negative results are
-        { WIRE_CB_GET_OBJECT, "", none, end },
+        { WIRE_CB_REMOVE, "", none, "" },
         { WIRE_CB_GET_OBJECT, "", not_found, end },
         { WIRE_CB_GET_OBJECT, "", [](confd_trans_ctx *t) { return confd_data_reply_tag_value_array(t, &five, 1); },
           objects(0, 1, { { -1, 5 } }) },
-        { WIRE_CB_GET_NEXT_OBJECT, first, none, end },
         { WIRE_CB_GET_NEXT_OBJECT, first,
           [](confd_trans_ctx *t) { return confd_data_reply_next_object_tag_value_array(t, nullptr, 0, -1); }, end },
         { WIRE_CB_GET_NEXT_OBJECT, first,
           [](confd_trans_ctx *t) { return confd_data_reply_next_object_tag_value_array(t, &five, 1, 3); },
           objects(0, 0, { { 3, 5 } }) },
-        { WIRE_CB_FIND_NEXT_OBJECT, find, none, end },
         { WIRE_CB_FIND_NEXT_OBJECT, find,
           [](confd_trans_ctx *t) { return confd_data_reply_next_object_tag_value_arrays(t, nullptr, -1, -1); }, end },
         { WIRE_CB_FIND_NEXT_OBJECT, find,
@@ -344,13 +338,42 @@ TEST_F(confd_dp, each_answer_goes_out_as_its_operation_has_it)
     }
 }
 
+TEST_F(confd_dp, a_read_without_an_answer_and_a_write_with_any_result_but_ok_fail)
+{
+    begin();
+    struct row_t {
+        wire_op_t op;
+        std::string more;
+        int result;
+        const char *text;
+    };
+    const row_t rows[] = {
+        { WIRE_CB_EXISTS, "", CONFD_OK, "exists_optional of callpoint \"all\" gave no answer" },
+        { WIRE_CB_GET_NEXT_OBJECT, written([](wire_writer_t &out) { out.i64(-1); }), 15,
+          "get_next_object of callpoint \"all\" gave no answer" },
+        { WIRE_CB_REMOVE, "", 1, "" },
+        { WIRE_CB_CREATE, "", CONFD_ERR, "" },
+    };
+    for (const row_t &row : rows) {
+        mine.act = [&](confd_trans_ctx *) {
+            return row.result;
+        };
+        int result = CONFD_OK;
+        fake_request_t answer = agent.ask_worker(row.op, point_payload(TH, "all").bytes + row.more, &result);
+        wire_reader_t in(answer.payload);
+        EXPECT_EQ(answer.header.status, CONFD_ERR_EXTERNAL);
+        EXPECT_EQ(in.text(), row.text);
+        EXPECT_EQ(result, CONFD_ERR);
+    }
+}
+
 TEST_F(confd_dp, callbacks_get_what_the_frame_says)
 {
     begin();
     auto ask = [&](wire_op_t op, const std::function<void(wire_writer_t &)> &more) {
         wire_writer_t payload = point_payload(TH, "all");
         more(payload);
-        EXPECT_EQ(agent.ask_worker(op, payload.bytes).header.status, 0);
+        (void)agent.ask_worker(op, payload.bytes); // the callback gives no answer
         return mine.calls.back();
     };
     EXPECT_EQ(ask(WIRE_CB_GET_NEXT, [](wire_writer_t &out) { out.i64(1ll << 40); }), "get_next 1099511627776");
