@@ -175,12 +175,28 @@ static bool fail_from_context(const ly_ctx *ctx, const std::string &what, ds_err
     return ds_fail(error, CONFD_ERR_INTERNAL, text);
 }
 
+// Gives libyang the attribute that NETCONF's operations stand in, unless a module of the folder brings it.
+static bool add_operation_attribute(ly_ctx *ctx, ds_error_t &error)
+{
+    static constexpr char text[] = "module netconf-operation {"
+                                   "  namespace \"urn:ietf:params:xml:ns:netconf:base:1.0\";"
+                                   "  prefix nc;"
+                                   "  import ietf-yang-metadata { prefix md; }"
+                                   "  md:annotation operation { type string; }"
+                                   "}";
+    return ly_ctx_get_module_implemented_ns(ctx, "urn:ietf:params:xml:ns:netconf:base:1.0") ||
+           lys_parse_mem(ctx, text, LYS_IN_YANG, nullptr) == LY_SUCCESS ||
+           fail_from_context(ctx, "the attribute for operations", error);
+}
+
 static bool compile_modules(ly_ctx *ctx, const std::vector<std::string> &names, ds_error_t &error)
 {
     const char *all_features[] = { "*", nullptr };
     for (const std::string &name : names)
         if (!ly_ctx_load_module(ctx, name.c_str(), nullptr, all_features))
             return fail_from_context(ctx, "module " + name, error);
+    if (!add_operation_attribute(ctx, error))
+        return false;
     xpath_rewrite_modules(ctx);
     if (ly_ctx_compile(ctx) != LY_SUCCESS)
         return fail_from_context(ctx, "the modules do not fit together", error);
