@@ -1,6 +1,6 @@
 // The real agentd in a directory of its own, on a port of its own, for tests that talk to it from outside.
 //
-// Starts with the models of tests/component/yang. A stop kills only the process started here.
+// Starts with the models of tests/component/yang, or of the folder told. A stop kills only the process started here.
 #ifndef TESTS_COMPONENT_AGENTD_PROCESS_H
 #define TESTS_COMPONENT_AGENTD_PROCESS_H
 
@@ -23,10 +23,12 @@
 class agentd_process
 {
 public:
-    explicit agentd_process(std::string more_config = "auto-phase2 = yes\n") : more_config_(std::move(more_config))
+    explicit agentd_process(std::string more_config = "auto-phase2 = yes\n",
+                            const std::string &yang_dir = TEST_YANG_DIR)
+        : more_config_(std::move(more_config))
     {
         std::filesystem::create_directories(dir_.path("yang"));
-        for (const auto &file : std::filesystem::directory_iterator(TEST_YANG_DIR))
+        for (const auto &file : std::filesystem::directory_iterator(yang_dir))
             std::filesystem::copy_file(file.path(), dir_.path("yang/" + file.path().filename().string()));
         dir_.make_dir("state");
         start();

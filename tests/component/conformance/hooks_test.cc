@@ -1,0 +1,243 @@
+// Transaction hooks: who is called for what, in which order, what a hook may do, and what is left of a refused one.
+#include "tests/component/conformance/conform.h"
+
+namespace
+{
+
+// Callbacks that note what they were called for.
+data_handlers_t noting(test_daemon &daemon, const std::string &point)
+{
+    data_handlers_t handlers;
+    handlers.create = [&daemon, point](confd_trans_ctx *, confd_hkeypath_t *kp) {
+        daemon.note(point + " create " + text_of(kp));
+        return CONFD_OK;
+    };
+    handlers.remove = [&daemon, point](confd_trans_ctx *, confd_hkeypath_t *kp) {
+        daemon.note(point + " remove " + text_of(kp));
+        return CONFD_OK;
+    };
+    handlers.set_elem = [&daemon, point](confd_trans_ctx *, confd_hkeypath_t *kp, confd_value_t *value) {
+        daemon.note(point + " set " + text_of(kp) + " " + text_of(value));
+        return CONFD_OK;
+    };
+    return handlers;
+}
+
+class hooks : public testing::Test
+{
+protected:
+    void note_all(std::initializer_list<const char *> points)
+    {
+        for (const char *point : points)
+            daemon.data(point, noting(daemon, point));
+        daemon.start();
+    }
+    void on_set(const char *point, decltype(data_handlers_t::set_elem) function)
+    {
+        data_handlers_t handlers;
+        handlers.set_elem = std::move(function);
+        daemon.data(point, std::move(handlers));
+    }
+
+    conform_agent agent;
+    test_daemon daemon{ agent };
+};
+
+TEST_F(hooks, a_point_gets_removals_then_creations_then_values)
+{
+    note_all({ "hook-user" });
+    ASSERT_EQ(commit(agent, { { "/hook/user{old}/shell", "sh" }, { "/hook/user{same}/shell", "sh" } }).result,
+              CONFD_OK);
+    daemon.take_events();
+    commit_result_t result = commit(agent, { { "/hook/user{new}/shell", "zsh" },
+                                             { "/hook/user{same}/shell", "bash" },
+                                             { "/hook/user{new}/level", "5" },
+                                             { "/hook/user{old}", "-" } });
+    EXPECT_EQ(result.result, CONFD_OK) << result.text;
+    EXPECT_EQ(
+        daemon.take_events(),
+        (names_t{ "hook-user remove /conform:hook/user{old}", "hook-user create /conform:hook/user{new}",
+                  "hook-user set /conform:hook/user{new}/level 5", "hook-user set /conform:hook/user{new}/shell zsh",
+                  "hook-user set /conform:hook/user{same}/shell bash" }));
+}
+
+TEST_F(hooks, a_leaf_that_is_deleted_is_removed_and_a_presence_container_is_created_and_removed)
+{
+    note_all({ "hook-user" });
+    ASSERT_EQ(commit(agent, { { "/hook/user{ann}/shell", "sh" }, { "/hook/user{ann}/home", "+" } }).result, CONFD_OK);
+    EXPECT_EQ(count_of(daemon.take_events(), "hook-user create /conform:hook/user{ann}/home"), 1u);
+    ASSERT_EQ(commit(agent, { { "/hook/user{ann}/shell", "-" }, { "/hook/user{ann}/home", "-" } }).result, CONFD_OK);
+    names_t events = daemon.take_events();
+    std::sort(events.begin(), events.end());
+    EXPECT_EQ(events, (names_t{ "hook-user remove /conform:hook/user{ann}/home",
+                                "hook-user remove /conform:hook/user{ann}/shell" }));
+}
+
+TEST_F(hooks, points_are_called_in_the_order_of_the_model_and_the_nearest_one_serves)
+{
+    note_all({ "hook-banner", "hook-service", "hook-task", "hook-user" });
+    commit_result_t result = commit(agent, { { "/data/vpn{5}/more:service{1}/next", "a" },
+                                             { "/hook/banner", "hello" },
+                                             { "/hook/user{ann}/task{2}/permission", "read" },
+                                             { "/hook/user{ann}/shell", "sh" } });
+    EXPECT_EQ(result.result, CONFD_OK) << result.text;
+    EXPECT_EQ(
+        daemon.take_events(),
+        (names_t{ "hook-user create /conform:hook/user{ann}", "hook-user set /conform:hook/user{ann}/shell sh",
+                  "hook-task create /conform:hook/user{ann}/task{2}",
+                  "hook-task set /conform:hook/user{ann}/task{2}/permission read",
+                  "hook-banner set /conform:hook/banner hello", "hook-service create /conform:data/vpn{5}/service{1}",
+                  "hook-service set /conform:data/vpn{5}/service{1}/next a" }));
+}
+
+TEST_F(hooks, what_does_not_change_calls_nobody)
+{
+    note_all({ "hook-banner", "hook-user" });
+    ASSERT_EQ(commit(agent, { { "/hook/banner", "hello" } }).result, CONFD_OK);
+    daemon.take_events();
+    EXPECT_EQ(commit(agent, { { "/hook/banner", "hello" }, { "/data/host", "box" } }).result, CONFD_OK);
+    EXPECT_EQ(commit(agent, { { "/hook/user{a}/shell", "sh" }, { "/hook/user{a}", "-" } }).result, CONFD_OK);
+    EXPECT_EQ(daemon.take_events(), names_t{});
+}
+
+TEST_F(hooks, a_hook_reads_and_writes_the_transaction_that_it_serves)
+{
+    on_set("hook-banner", [this](confd_trans_ctx *tctx, confd_hkeypath_t *, confd_value_t *value) {
+        attachment at(tctx);
+        daemon.note("host " + at.get("/data/host"));
+        EXPECT_EQ(maapi_create(at.fd(), at.th(), "/hook/made{%x}", value), CONFD_OK) << confd_lasterr();
+        EXPECT_EQ(maapi_set_elem(at.fd(), at.th(), value, "/hook/made{%x}/by", value), CONFD_OK) << confd_lasterr();
+        EXPECT_EQ(at.set("/hook/needed", "yes"), CONFD_OK) << confd_lasterr();
+        EXPECT_EQ(at.get("/hook/needed"), "yes");
+        return CONFD_OK;
+    });
+    daemon.start();
+    commit_result_t result =
+        commit(agent, { { "/data/host", "box" }, { "/hook/banner", "two words" }, { "/hook/needs", "it" } });
+    EXPECT_EQ(result.result, CONFD_OK) << result.text << ": rules are judged behind the hooks";
+    EXPECT_EQ(daemon.take_events(), names_t{ "host box" });
+    EXPECT_EQ(read_leaf(agent, "/hook/made{\"two words\"}/by"), "two words");
+    EXPECT_EQ(read_leaf(agent, "/hook/needed"), "yes");
+}
+
+TEST_F(hooks, a_hook_knows_whose_transaction_it_serves)
+{
+    int seen_th = 0;
+    on_set("hook-banner", [&](confd_trans_ctx *tctx, confd_hkeypath_t *, confd_value_t *) {
+        daemon.note(std::string(tctx->uinfo->username) + " " + tctx->uinfo->context + " " +
+                    std::to_string(tctx->dbname));
+        seen_th = tctx->thandle;
+        EXPECT_GT(tctx->uinfo->usid, 0);
+        return CONFD_OK;
+    });
+    daemon.start();
+    user_client user(agent, "system-test");
+    ASSERT_GT(user.begin(), 0);
+    EXPECT_EQ(user.set("/hook/banner", "hello"), CONFD_OK);
+    EXPECT_EQ(user.apply(), CONFD_OK) << confd_lasterr();
+    EXPECT_EQ(daemon.take_events(), names_t{ "system-test cli " + std::to_string(CONFD_RUNNING) });
+    EXPECT_EQ(seen_th, user.th);
+}
+
+TEST_F(hooks, changes_that_hooks_make_call_hooks_again)
+{
+    on_set("hook-chain", [this](confd_trans_ctx *tctx, confd_hkeypath_t *, confd_value_t *value) {
+        uint32_t number = CONFD_GET_UINT32(value);
+        daemon.note("chain " + std::to_string(number));
+        attachment at(tctx);
+        if (number < 5)
+            EXPECT_EQ(at.set("/hook/chain", std::to_string(number + 1)), CONFD_OK) << confd_lasterr();
+        else
+            EXPECT_EQ(at.set("/hook/banner", "five"), CONFD_OK) << confd_lasterr();
+        return CONFD_OK;
+    });
+    daemon.data("hook-banner", noting(daemon, "hook-banner"));
+    daemon.start();
+    commit_result_t result = commit(agent, { { "/hook/chain", "1" } });
+    EXPECT_EQ(result.result, CONFD_OK) << result.text;
+    EXPECT_EQ(daemon.take_events(), (names_t{ "chain 1", "chain 2", "chain 3", "chain 4", "chain 5",
+                                              "hook-banner set /conform:hook/banner five" }));
+    EXPECT_EQ(read_leaf(agent, "/hook/chain"), "5");
+}
+
+TEST_F(hooks, hooks_that_never_rest_are_stopped_after_16_rounds)
+{
+    on_set("hook-chain", [this](confd_trans_ctx *tctx, confd_hkeypath_t *, confd_value_t *value) {
+        daemon.note("chain");
+        attachment at(tctx);
+        EXPECT_EQ(at.set("/hook/chain", std::to_string(CONFD_GET_UINT32(value) + 1)), CONFD_OK) << confd_lasterr();
+        return CONFD_OK;
+    });
+    daemon.start();
+    commit_result_t result = commit(agent, { { "/hook/chain", "1" } });
+    EXPECT_EQ(result.result, CONFD_ERR);
+    EXPECT_TRUE(mentions(result.text, "16")) << result.text;
+    EXPECT_EQ(daemon.take_events().size(), 16u);
+    EXPECT_EQ(read_leaf(agent, "/hook/chain"), "-");
+}
+
+TEST_F(hooks, a_refusal_reaches_the_committer_and_undoes_what_hooks_have_done)
+{
+    bool is_refusing = true;
+    on_set("hook-user", [&](confd_trans_ctx *tctx, confd_hkeypath_t *, confd_value_t *) {
+        attachment at(tctx);
+        EXPECT_EQ(maapi_create(at.fd(), at.th(), "/hook/made{x}"), CONFD_OK) << confd_lasterr();
+        return CONFD_OK;
+    });
+    on_set("hook-banner", [&](confd_trans_ctx *tctx, confd_hkeypath_t *, confd_value_t *) {
+        if (!is_refusing)
+            return CONFD_OK;
+        confd_trans_seterr(tctx, "no banner \"%s\" on %d", "today", 5);
+        return CONFD_ERR;
+    });
+    daemon.start();
+    user_client user(agent);
+    ASSERT_GT(user.begin(), 0);
+    EXPECT_EQ(user.set("/hook/user{ann}/shell", "sh"), CONFD_OK);
+    EXPECT_EQ(user.set("/hook/banner", "hello"), CONFD_OK);
+    EXPECT_EQ(user.apply(), CONFD_ERR);
+    EXPECT_STREQ(confd_lasterr(), "no banner \"today\" on 5");
+    EXPECT_EQ(confd_errno, CONFD_ERR_EXTERNAL);
+    EXPECT_EQ(read_leaf(agent, "/hook/banner"), "-");
+    EXPECT_EQ(maapi_exists(user.fd(), user.th, "/hook/made{x}"), 0) << "the hook's";
+    EXPECT_EQ(maapi_exists(user.fd(), user.th, "/hook/user{ann}"), 1) << "the user's own";
+    is_refusing = false;
+    EXPECT_EQ(user.apply(), CONFD_OK) << confd_lasterr();
+    EXPECT_EQ(data_client(agent, CDB_RUNNING).get("/hook/made{x}/name"), "x");
+}
+
+TEST_F(hooks, a_refusal_without_a_text_names_the_point)
+{
+    on_set("hook-banner", [](confd_trans_ctx *, confd_hkeypath_t *, confd_value_t *) { return CONFD_ERR; });
+    daemon.start();
+    commit_result_t result = commit(agent, { { "/hook/banner", "hello" } });
+    EXPECT_EQ(result.result, CONFD_ERR);
+    EXPECT_TRUE(mentions(result.text, "hook-banner")) << result.text;
+}
+
+TEST_F(hooks, a_hook_without_a_callback_for_a_change_is_not_asked)
+{
+    on_set("hook-banner", [this](confd_trans_ctx *, confd_hkeypath_t *, confd_value_t *) {
+        daemon.note("set");
+        return CONFD_OK;
+    });
+    daemon.start();
+    ASSERT_EQ(commit(agent, { { "/hook/banner", "hello" } }).result, CONFD_OK);
+    commit_result_t result = commit(agent, { { "/hook/banner", "-" } });
+    EXPECT_EQ(result.result, CONFD_OK) << result.text;
+    EXPECT_EQ(daemon.take_events(), names_t{ "set" });
+}
+
+TEST_F(hooks, two_daemons_serve_the_hooks_of_one_commit)
+{
+    test_daemon other(agent, "other");
+    note_all({ "hook-user" });
+    other.data("hook-banner", noting(other, "hook-banner"));
+    other.start();
+    commit_result_t result = commit(agent, { { "/hook/banner", "hello" }, { "/hook/user{ann}", "+" } });
+    EXPECT_EQ(result.result, CONFD_OK) << result.text;
+    EXPECT_EQ(daemon.take_events(), names_t{ "hook-user create /conform:hook/user{ann}" });
+    EXPECT_EQ(other.take_events(), names_t{ "hook-banner set /conform:hook/banner hello" });
+}
+
+} // namespace
