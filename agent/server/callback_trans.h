@@ -35,6 +35,10 @@ struct callback_trans_t {
 };
 using callback_trans_ref = std::shared_ptr<callback_trans_t>;
 
+// Of a transaction that begins: nobody has been told yet.
+[[nodiscard]] callback_trans_ref callback_trans_make(uint32_t th, uint8_t db, bool is_writable,
+                                                     const session_identity_t &who);
+
 // Asks the daemon that has registered the point (REGISTRATION_DATA or REGISTRATION_VALPOINT) in the transaction. Ends
 // with CONFD_ERR_UNAVAILABLE when nobody has: see registry_find. The payload's first item, u32 th, is the caller's.
 void callback_trans_ask(server_t &server, const callback_trans_ref &trans, registration_kind_t kind,

@@ -9,24 +9,28 @@
 
 #include <algorithm>
 
-// The order of a commit. Each step takes up where the one before has left off; delivering steps come back through
-// queue_step when the last subscriber has synced.
+// The order of a commit. Each step takes up where the one before has left off; steps that wait for clients come back
+// through queue_step when the answer is there, or the last subscriber has synced.
 //
-//   begin_commit    the session's transaction becomes the job's
-//   judge           callbacks that may change the transaction (hooks) belong in front of its call of trans_prepare, those
-//                   that may refuse it (validation points) behind: the registry knows both
+//   begin           the transaction becomes the job's
+//   call_hooks      daemons may change the transaction
+//   judge           the rules of the model
+//   call_valpoints  daemons may refuse it; a job that only validates ends here
 //   prepare         two-phase subscribers, by priority; a refusal goes to abort
 //   persist         from here on running shows the new data
 //   deliver         all subscribers, by priority
 //   end_delivery    operational data of deleted entries goes, commit notifications
 //   finish          the answer, then notifications of the operational data that went
+//
+// What fails before persist leaves the transaction as it was before its hooks.
 static void persist(server_t &server, job_t &job);
 
 // ---- the queue
 
-static bool is_running(const server_t &server)
+job_t *commit_queue_running(server_t &server)
 {
-    return !server.queue.jobs.empty() && server.queue.jobs.front()->stage != STAGE_QUEUED;
+    bool is_running = !server.queue.jobs.empty() && server.queue.jobs.front()->stage != STAGE_QUEUED;
+    return is_running ? server.queue.jobs.front().get() : nullptr;
 }
 
 void commit_queue_schedule(server_t &server)
@@ -43,37 +47,16 @@ void commit_queue_add(server_t &server, std::unique_ptr<job_t> job)
         commit_queue_schedule(server);
 }
 
-void commit_queue_forget(server_t &server, uint64_t connection)
-{
-    auto is_its_own = [&](const std::unique_ptr<job_t> &job) {
-        return job->stage == STAGE_QUEUED && job->reply_to.connection == connection;
-    };
-    std::erase_if(server.queue.jobs, is_its_own);
-    std::erase_if(server.triggers_for_phase_2, is_its_own);
-}
-
-void commit_queue_interrupt(server_t &server, uint64_t connection)
-{
-    auto &jobs = server.queue.jobs;
-    auto found = std::ranges::find_if(jobs, [&](const std::unique_ptr<job_t> &job) {
-        return job->stage == STAGE_QUEUED && job->kind == JOB_COMMIT && job->reply_to.connection == connection;
-    });
-    if (found == jobs.end())
-        return;
-    request_ref_t reply_to = (*found)->reply_to;
-    jobs.erase(found);
-    server_answer(server, reply_to, refused(CONFD_ERR_ABORTED, "interrupted"), {});
-}
-
 const diff_t *commit_queue_changes(server_t &server)
 {
-    return is_running(server) ? server.queue.jobs.front()->changes.get() : nullptr;
+    const job_t *job = commit_queue_running(server);
+    return job ? job->changes.get() : nullptr;
 }
 
 void commit_queue_tell_progress(server_t &server, const std::string &text)
 {
-    connection_t *conn =
-        is_running(server) ? server_find(server, server.queue.jobs.front()->reply_to.connection) : nullptr;
+    const job_t *job = commit_queue_running(server);
+    connection_t *conn = job ? server_find(server, job->reply_to.connection) : nullptr;
     if (!conn || conn->kind != WIRE_KIND_MAAPI)
         return;
     wire_writer_t push;
@@ -83,21 +66,62 @@ void commit_queue_tell_progress(server_t &server, const std::string &text)
 
 // ---- the end of a job
 
-// The transaction goes back to its session, or away with it.
+static bool is_commit(const job_t &job)
+{
+    return job.kind == JOB_COMMIT || job.kind == JOB_CANDIDATE || job.kind == JOB_PHASE_2;
+}
+
+// The session's transaction with the job's handle; null when the session or the transaction is gone.
+static session_trans_t *find_session_trans(server_t &server, const job_t &job)
+{
+    connection_t *conn = server_find(server, job.reply_to.connection);
+    if (!conn)
+        return nullptr;
+    auto found = conn->maapi.transactions.find(job.th);
+    return found != conn->maapi.transactions.end() ? &found->second : nullptr;
+}
+
+// Takes back what was done to the transaction for the job's sake.
+static void undo_judgement(server_t &server, job_t &job)
+{
+    callback_trans_stop_validation(server, job.daemons);
+    trans_unprepare(*job.trans);
+    trans_rewind(*job.trans, job.mark);
+}
+
+// The owner keeps the transaction open: daemons that know of it are not told of its end.
+static bool give_to_owner(server_t &server, job_t &job, bool is_committed)
+{
+    if (job.kind == JOB_CANDIDATE) {
+        if (!is_committed)
+            candidate_give_back(*server.store, std::move(job.trans));
+        return false;
+    }
+    if (server.init_daemons && job.th == server.init_th) {
+        if (is_committed)
+            server.init_daemons.reset();
+        else
+            server.init_trans = std::move(job.trans);
+        return !is_committed;
+    }
+    session_trans_t *owner = find_session_trans(server, job);
+    if (!owner)
+        return false;
+    owner->trans = std::move(job.trans);
+    owner->is_applied = is_committed && !job.keep_open;
+    return !owner->is_applied;
+}
+
+// The transaction goes back to its owner, or away.
 static void give_back_trans(server_t &server, job_t &job)
 {
     if (!job.trans)
         return;
-    if (job.kind == JOB_PHASE_2) {
-        server.init_trans = std::move(job.trans);
-        return;
-    }
-    connection_t *conn = server_find(server, job.reply_to.connection);
-    auto found = conn ? conn->maapi.transactions.find(job.th) : std::map<uint32_t, session_trans_t>::iterator{};
-    if (conn && found != conn->maapi.transactions.end()) {
-        found->second.trans = std::move(job.trans);
-        found->second.is_applied = job.answer.code == CONFD_ERR_OK && !job.keep_open;
-    }
+    bool is_committed = is_commit(job) && job.answer.code == CONFD_ERR_OK;
+    if (!is_committed)
+        undo_judgement(server, job);
+    if (!give_to_owner(server, job, is_committed))
+        callback_trans_finish(server, job.daemons);
     job.trans.reset();
 }
 
@@ -114,11 +138,10 @@ static void finish(server_t &server, job_t &job)
     commit_queue_t &queue = server.queue;
     datastore_drop_old(*server.store);
     queue.oper_jobs -= job.kind == JOB_OPER;
-    bool is_commit = job.kind == JOB_COMMIT || job.kind == JOB_PHASE_2;
     give_back_trans(server, job);
-    if (is_commit)
+    if (is_commit(job))
         queue.last_commit_ms = monotonic_ms() - job.start_ms;
-    queue.refusals += is_commit && job.answer.code != CONFD_ERR_OK;
+    queue.refusals += is_commit(job) && job.answer.code != CONFD_ERR_OK;
     wire_writer_t payload;
     if (job.kind == JOB_PHASE_2)
         payload.u32(server.phase);
@@ -128,7 +151,7 @@ static void finish(server_t &server, job_t &job)
     std::unique_ptr<job_t> done = std::move(queue.jobs.front());
     queue.jobs.pop_front();
     subscription_notify_oper(server, std::move(done->oper_changes));
-    if (is_commit && queue.jobs.empty())
+    if (is_commit(*done) && queue.jobs.empty())
         write_snapshot(server);
     commit_queue_schedule(server);
 }
@@ -140,6 +163,47 @@ static void fail(server_t &server, job_t &job, int code, std::string text)
                   text.c_str());
     job.answer = refused(code, std::move(text));
     finish(server, job);
+}
+
+// Has nothing happened yet that cannot be taken back?
+static bool can_be_left(const job_t &job)
+{
+    return job.stage == STAGE_HOOKS || job.stage == STAGE_VALIDATING;
+}
+
+// The agent itself wants to get to phase 2, whoever has asked for it.
+static job_t *find_leavable(server_t &server, uint64_t connection)
+{
+    job_t *job = commit_queue_running(server);
+    bool is_found = job && job->reply_to.connection == connection && job->kind != JOB_PHASE_2 && can_be_left(*job);
+    return is_found ? job : nullptr;
+}
+
+void commit_queue_forget(server_t &server, uint64_t connection)
+{
+    auto is_its_own = [&](const std::unique_ptr<job_t> &job) {
+        return job->stage == STAGE_QUEUED && job->reply_to.connection == connection;
+    };
+    std::erase_if(server.queue.jobs, is_its_own);
+    std::erase_if(server.triggers_for_phase_2, is_its_own);
+    if (job_t *job = find_leavable(server, connection))
+        fail(server, *job, CONFD_ERR_ABORTED, "the session has ended");
+}
+
+void commit_queue_interrupt(server_t &server, uint64_t connection)
+{
+    if (job_t *job = find_leavable(server, connection))
+        return fail(server, *job, CONFD_ERR_ABORTED, "interrupted");
+    auto &jobs = server.queue.jobs;
+    auto found = std::ranges::find_if(jobs, [&](const std::unique_ptr<job_t> &job) {
+        bool is_of_trans = is_commit(*job) || job->kind == JOB_VALIDATE;
+        return job->stage == STAGE_QUEUED && is_of_trans && job->reply_to.connection == connection;
+    });
+    if (found == jobs.end())
+        return;
+    request_ref_t reply_to = (*found)->reply_to;
+    jobs.erase(found);
+    server_answer(server, reply_to, refused(CONFD_ERR_ABORTED, "interrupted"), {});
 }
 
 // ---- delivering
@@ -163,8 +227,6 @@ static void prepare(server_t &server, job_t &job)
 static void abort_agreed(server_t &server, job_t &job)
 {
     job.stage = STAGE_ABORTING;
-    if (job.trans)
-        trans_unprepare(*job.trans);
     std::vector<int32_t> agreed = std::move(server.delivery.agreed);
     delivery_start(server, DELIVERY_ABORT, 0, agreed);
 }
@@ -195,7 +257,7 @@ static void persist(server_t &server, job_t &job)
 
 static void end_delivery(server_t &server, job_t &job)
 {
-    if (job.kind == JOB_COMMIT) {
+    if (is_commit(job)) {
         job.oper_changes = oper_prune(*server.store, *job.changes);
         if (!job.changes->is_empty())
             notif_send_commit(server, job.committer);
@@ -203,43 +265,109 @@ static void end_delivery(server_t &server, job_t &job)
     finish(server, job);
 }
 
-// False when the rules of the model refuse the transaction; the job has ended then.
-static bool judge(server_t &server, job_t &job)
+static void call_valpoints(server_t &server, job_t &job);
+
+// The rules of the model. A transaction that is only validated is not disturbed by another's lock.
+static void judge(server_t &server, job_t &job)
 {
     ds_error_t error;
-    if (trans_prepare(*job.trans, job.changes, error))
-        return true;
-    fail(server, job, error.code, error.text);
-    return false;
+    auto by_rules = job.kind == JOB_VALIDATE ? trans_judge : trans_prepare;
+    if (!by_rules(*job.trans, job.changes, error))
+        return fail(server, job, error.code, error.text);
+    job.stage = STAGE_VALIDATING;
+    job.validation.asker.daemons = job.daemons;
+    valpoint_begin(server, job.validation, *job.changes);
+    call_valpoints(server, job);
+}
+
+static void call_hooks(server_t &server, job_t &job)
+{
+    answer_t refusal;
+    run_state_t state = hook_step(server, job.hooks, refusal);
+    if (state == RUN_FAILED)
+        return fail(server, job, refusal.code, std::move(refusal.text));
+    if (state == RUN_DONE)
+        judge(server, job);
+}
+
+static void end_judgement(server_t &server, job_t &job);
+
+static void call_valpoints(server_t &server, job_t &job)
+{
+    answer_t refusal;
+    run_state_t state = valpoint_step(server, job.validation, refusal);
+    if (state == RUN_FAILED)
+        return fail(server, job, refusal.code, std::move(refusal.text));
+    if (state == RUN_DONE)
+        end_judgement(server, job);
+}
+
+// The job has its transaction.
+static void begin_judgement(server_t &server, job_t &job)
+{
+    job.stage = STAGE_HOOKS;
+    job.mark = trans_mark(*job.trans);
+    job.hooks.trans = job.trans.get();
+    job.hooks.asker.daemons = job.daemons;
+    call_hooks(server, job);
 }
 
 static void begin_commit(server_t &server, job_t &job)
 {
+    session_trans_t *owner = find_session_trans(server, job);
     connection_t *conn = server_find(server, job.reply_to.connection);
-    auto found = conn ? conn->maapi.transactions.find(job.th) : std::map<uint32_t, session_trans_t>::iterator{};
-    if (!conn || found == conn->maapi.transactions.end())
+    ds_error_t error;
+    if (!owner || !conn)
         return finish(server, job);
-    job.trans = std::move(found->second.trans);
+    if (job.kind == JOB_COMMIT && !datastore_check_lock(*server.store, conn->maapi.who.id, error))
+        return fail(server, job, error.code, error.text);
+    job.trans = std::move(owner->trans);
+    job.daemons = owner->daemons;
     job.committer = conn->maapi.who;
-    if (judge(server, job))
-        prepare(server, job);
+    begin_judgement(server, job);
 }
 
-// Nobody is served the init transaction: triggers of the initial read wait for this.
+static void begin_candidate(server_t &server, job_t &job)
+{
+    ds_error_t error;
+    if (!datastore_check_lock(*server.store, job.committer.id, error))
+        return fail(server, job, error.code, error.text);
+    job.th = server.next_transaction++;
+    job.trans = candidate_take(*server.store, job.committer.id);
+    job.daemons = callback_trans_make(job.th, WIRE_DB_RUNNING, true, job.committer);
+    begin_judgement(server, job);
+}
+
+static void take_init_trans(server_t &server, job_t &job)
+{
+    job.th = server.init_th;
+    job.trans = std::move(server.init_trans);
+    job.daemons = server.init_daemons;
+    begin_judgement(server, job);
+}
+
 static void begin_phase_2(server_t &server, job_t &job)
 {
     if (server.phase >= 2)
         return finish(server, job);
-    job.trans = std::move(server.init_trans);
-    if (!judge(server, job))
-        return;
+    take_init_trans(server, job);
+}
+
+static void begin_validation(server_t &server, job_t &job)
+{
+    if (server.init_trans && job.th == server.init_th)
+        take_init_trans(server, job);
+    else
+        begin_commit(server, job);
+}
+
+// Nobody is served the init transaction: triggers of the initial read wait for this.
+static void commit_init(server_t &server, job_t &job)
+{
     ds_error_t error;
-    if (!trans_commit(*job.trans, error)) {
-        trans_unprepare(*job.trans);
+    if (!trans_commit(*job.trans, error))
         return fail(server, job, error.code, error.text);
-    }
     server.queue.commits += !job.changes->is_empty();
-    job.trans.reset();
     job.oper_changes = oper_prune(*server.store, *job.changes);
     phase_enter_2(server);
     finish(server, job);
@@ -268,13 +396,13 @@ static void begin_oper(server_t &server, job_t &job)
 struct job_row_t {
     job_kind_t kind;
     void (*begin)(server_t &server, job_t &job);
+    void (*go_on)(server_t &server, job_t &job); // once its transaction has passed; null: it has none
 };
 
 static constexpr job_row_t job_rows[] = {
-    { JOB_COMMIT, begin_commit },
-    { JOB_PHASE_2, begin_phase_2 },
-    { JOB_TRIGGER, begin_trigger },
-    { JOB_OPER, begin_oper },
+    { JOB_COMMIT, begin_commit, prepare },       { JOB_CANDIDATE, begin_candidate, prepare },
+    { JOB_PHASE_2, begin_phase_2, commit_init }, { JOB_VALIDATE, begin_validation, finish },
+    { JOB_TRIGGER, begin_trigger, nullptr },     { JOB_OPER, begin_oper, nullptr },
 };
 static_assert(std::size(job_rows) == JOB_KINDS);
 
@@ -284,16 +412,21 @@ static void begin(server_t &server, job_t &job)
     job_rows[job.kind].begin(server, job);
 }
 
+// All have agreed to the transaction.
+static void end_judgement(server_t &server, job_t &job)
+{
+    callback_trans_stop_validation(server, job.daemons);
+    job_rows[job.kind].go_on(server, job);
+}
+
 struct stage_row_t {
     job_stage_t stage;
-    void (*go_on)(server_t &server, job_t &job); // once the stage's delivery has ended
+    void (*go_on)(server_t &server, job_t &job); // once the stage's delivery has ended, or an answer has come
 };
 
 static constexpr stage_row_t stage_rows[] = {
-    { STAGE_QUEUED, begin },
-    { STAGE_PREPARING, end_prepare },
-    { STAGE_ABORTING, finish },
-    { STAGE_DELIVERING, end_delivery },
+    { STAGE_QUEUED, begin },          { STAGE_HOOKS, call_hooks }, { STAGE_VALIDATING, call_valpoints },
+    { STAGE_PREPARING, end_prepare }, { STAGE_ABORTING, finish },  { STAGE_DELIVERING, end_delivery },
 };
 
 static void queue_step(evutil_socket_t, short, void *arg) noexcept

@@ -78,6 +78,7 @@ static void rebase(datastore_t &store, trans_t &trans)
     trans.generation = store.generation;
     trans.candidate_generation = store.candidate.generation;
     trans.conflict = {};
+    trans.is_prepared = false; // the consequences of a judgement went with the log
     if (trans.is_on_candidate && !make_candidate(store, trans))
         return;
     for (wish_t &wish : trans.wishes)
@@ -132,10 +133,17 @@ void datastore_drop_old(datastore_t &store)
 
 // ---- locks
 
-bool datastore_lock(datastore_t &store, uint64_t holder, const std::string &name, ds_error_t &error)
+bool datastore_check_lock(const datastore_t &store, uint64_t holder, ds_error_t &error)
 {
     if (store.lock_holder && store.lock_holder != holder)
         return ds_fail(error, CONFD_ERR_LOCKED, "running is locked by " + store.lock_name);
+    return true;
+}
+
+bool datastore_lock(datastore_t &store, uint64_t holder, const std::string &name, ds_error_t &error)
+{
+    if (!datastore_check_lock(store, holder, error))
+        return false;
     store.lock_holder = holder;
     store.lock_name = name;
     return true;

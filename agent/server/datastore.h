@@ -132,6 +132,8 @@ enum show_db_t : uint8_t {
 
 // The holder is a number of the caller's (a session), the name is for people. CONFD_ERR_LOCKED names the present holder.
 [[nodiscard]] bool datastore_lock(datastore_t &store, uint64_t holder, const std::string &name, ds_error_t &error);
+// Would another's lock keep the holder from applying a transaction?
+[[nodiscard]] bool datastore_check_lock(const datastore_t &store, uint64_t holder, ds_error_t &error);
 // CONFD_ERR_NOEXISTS when the holder has no lock.
 [[nodiscard]] bool datastore_unlock(datastore_t &store, uint64_t holder, ds_error_t &error);
 // Also when it has none: for a session that ends.
@@ -184,6 +186,8 @@ void trans_rewind(trans_t &trans, size_t mark);
 [[nodiscard]] bool trans_prepare(trans_t &trans, diff_ptr &diff, ds_error_t &error);
 // The judgement alone: another's lock or preparation does not matter, and nothing stays prepared.
 [[nodiscard]] bool trans_validate(trans_t &trans, diff_ptr &diff, ds_error_t &error);
+// As trans_validate, but the consequences stay in the transaction's view until trans_unprepare.
+[[nodiscard]] bool trans_judge(trans_t &trans, diff_ptr &diff, ds_error_t &error);
 // A prepared transaction is open again, with its edits.
 void trans_unprepare(trans_t &trans);
 

@@ -54,6 +54,8 @@ void diff_put_keypath(wire_writer_t &out, const diff_node_t &node);
 // Old and new value, as WIRE_SUB_DIFF gives them: C_NOEXISTS where there is none, a leaf-list's as C_LIST. Created and moved
 // entries of a user-ordered list have as new value the keys of the entry before as C_LIST, the first C_NOEXISTS.
 void diff_put_values(wire_writer_t &out, const diff_node_t &node);
+// The value now: C_NOEXISTS of what is deleted, else C_XMLTAG of an entry or container.
+void diff_put_new_value(wire_writer_t &out, const diff_node_t &node);
 
 // Writes what changed in the instance, its own begin and end left out, as items (u32 tag, u32 ns, value) and gives their
 // number. Containers stand between C_XMLBEGIN and C_XMLEND, leaves in the order of the model, deleted leaves and presence

@@ -60,6 +60,15 @@ void diff_put_values(wire_writer_t &out, const diff_node_t &node)
     put_values(out, *node.schema, node.schema->is(WIRE_NODE_LIST) ? node.place : node.new_values);
 }
 
+void diff_put_new_value(wire_writer_t &out, const diff_node_t &node)
+{
+    const schema_info_t &info = *node.schema;
+    if (info.is(WIRE_NODE_LEAF | WIRE_NODE_LEAF_LIST))
+        with_form(info, node.new_values, [&](const confd_value_t &value) { wire_put_value(out, value); });
+    else
+        wire_put_value(out, marker(node.op == WIRE_MOP_DELETED ? C_NOEXISTS : C_XMLTAG, info));
+}
+
 static void put_node(mods_writer_t &mods, const diff_node_t &node);
 
 static void put_children(mods_writer_t &mods, const diff_node_t &node)

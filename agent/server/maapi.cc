@@ -3,6 +3,8 @@
 
 #include "agent/server/server.h"
 
+#include <algorithm>
+
 answer_t maapi_no_session()
 {
     return refused(CONFD_ERR_NOSESSION, "start a user session on this connection first");
@@ -14,33 +16,89 @@ answer_t maapi_not_yet_open(const server_t &server)
                                            "; configuration is written from phase 2 on (agent_cmd start-phase2)");
 }
 
-bool maapi_is_init(const call_t &call, uint32_t th)
+// ---- handles
+
+// Of a server's open transaction.
+struct open_trans_t {
+    trans_t *trans = nullptr; // null: there is none
+    callback_trans_ref daemons;
+    bool is_applied = false;
+    bool can_be_edited = true; // no: it is being judged or delivered
+};
+
+// Of the job in progress.
+static open_trans_t find_in_job(server_t &server, uint32_t th)
 {
-    return call.server.init_trans && th == call.server.init_th;
+    const job_t *job = commit_queue_running(server);
+    if (!job || !job->trans || job->th != th)
+        return {};
+    return { job->trans.get(), job->daemons, false, job->stage == STAGE_HOOKS };
 }
 
-// The transaction of a handle: the session's, or the init transaction. Null, with the answer, when it cannot be used.
+static open_trans_t find_in_session(const connection_t &conn, uint32_t th)
+{
+    auto found = conn.maapi.transactions.find(th);
+    if (found == conn.maapi.transactions.end() || !found->second.trans)
+        return {};
+    return { found->second.trans.get(), found->second.daemons, found->second.is_applied, true };
+}
+
+static open_trans_t find_open(server_t &server, uint32_t th)
+{
+    open_trans_t open = find_in_job(server, th);
+    if (!open.trans && server.init_trans && th == server.init_th)
+        open = { server.init_trans.get(), server.init_daemons, false, true };
+    for (auto at = server.connections.begin(); !open.trans && at != server.connections.end(); ++at)
+        open = find_in_session(*at->second, th);
+    return open;
+}
+
+bool maapi_is_init(const call_t &call, uint32_t th)
+{
+    return th == call.server.init_th && (call.server.init_trans || find_in_job(call.server, th).trans);
+}
+
+bool maapi_is_open(server_t &server, uint32_t th)
+{
+    open_trans_t open = find_open(server, th);
+    return open.trans && !open.is_applied;
+}
+
+// One that the connection may use, by being its session's, attached to, or everybody's.
+static open_trans_t find_usable(const call_t &call, uint32_t th)
+{
+    open_trans_t open = find_in_session(call.conn, th);
+    bool is_usable =
+        call.conn.maapi.transactions.contains(th) || call.conn.maapi.attached.contains(th) || th == call.server.init_th;
+    return open.trans || !is_usable ? open : find_open(call.server, th);
+}
+
+static constexpr uint16_t edit_ops[] = {
+    WIRE_MAAPI_SET, WIRE_MAAPI_SET_TEXT, WIRE_MAAPI_CREATE, WIRE_MAAPI_DELETE, WIRE_MAAPI_LOAD, WIRE_MAAPI_MOVE,
+};
+
 trans_t *maapi_find_trans(const call_t &call, uint32_t th, answer_t *answer)
 {
-    if (maapi_is_init(call, th))
-        return call.server.init_trans.get();
-    auto found = call.conn.maapi.transactions.find(th);
-    if (found == call.conn.maapi.transactions.end()) {
+    open_trans_t open = find_usable(call, th);
+    bool is_edit = std::ranges::find(edit_ops, call.ref.op) != std::end(edit_ops);
+    if (!open.trans)
         *answer = refused(CONFD_ERR_NOEXISTS, "there is no transaction " + std::to_string(th));
-        return nullptr;
-    }
-    if (found->second.is_applied) {
+    else if (open.is_applied)
         *answer = refused(CONFD_ERR_BADSTATE, "the transaction is applied; finish it");
-        return nullptr;
-    }
-    return found->second.trans.get();
+    else if (is_edit && !open.can_be_edited)
+        *answer = refused(CONFD_ERR_BADSTATE,
+                          "transaction " + std::to_string(th) + " is being judged; only its hooks may still change it");
+    else
+        return open.trans;
+    return nullptr;
 }
 
 callback_trans_ref maapi_daemons(const call_t &call, uint32_t th)
 {
-    auto found = call.conn.maapi.transactions.find(th);
-    return found != call.conn.maapi.transactions.end() ? found->second.daemons : nullptr;
+    return find_usable(call, th).daemons;
 }
+
+// ---- targets
 
 answer_t maapi_find_target(const call_t &call, uint32_t th, std::string_view text, path_form_t form,
                            maapi_target_t *target)

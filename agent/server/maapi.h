@@ -17,12 +17,18 @@
 [[nodiscard]] answer_t maapi_not_yet_open(const server_t &server);
 
 [[nodiscard]] bool maapi_is_init(const call_t &call, uint32_t th);
-// The transaction of a handle: the session's, one that the connection is attached to, or the init transaction. Null, with
-// the answer, when it cannot be used.
+// The transaction of a handle: the session's, one that the connection is attached to, or the init transaction; also while
+// it is being applied, when it cannot be edited but by hooks. Null, with the answer, when the operation cannot use it.
 [[nodiscard]] trans_t *maapi_find_trans(const call_t &call, uint32_t th, answer_t *answer);
 
-// Who has been told of the session's transaction; null when the session has no such transaction.
+// Is there an open transaction with the handle, whosoever it is?
+[[nodiscard]] bool maapi_is_open(server_t &server, uint32_t th);
+
+// Who has been told of a transaction that the connection can use; null when there is none.
 [[nodiscard]] callback_trans_ref maapi_daemons(const call_t &call, uint32_t th);
+
+// CONFD_ERR_LOCKED when another session holds the lock of the candidate.
+[[nodiscard]] answer_t maapi_check_candidate_lock(const call_t &call);
 
 // What the operations on one path of a transaction begin with.
 struct maapi_target_t {

@@ -9,14 +9,72 @@
 static constexpr size_t MAX_IDENTITY_TEXT = 256;
 static constexpr size_t MAX_MESSAGE = 64 << 10;
 
+// ---- the lock of the candidate; running's is the datastore's
+
+static void release_candidate(server_t &server, uint32_t holder)
+{
+    if (server.candidate_holder != holder)
+        return;
+    server.candidate_holder = 0;
+    server.candidate_holder_name.clear();
+}
+
+answer_t maapi_check_candidate_lock(const call_t &call)
+{
+    if (call.server.candidate_holder == 0 || call.server.candidate_holder == call.conn.maapi.who.id)
+        return {};
+    return refused(CONFD_ERR_LOCKED, "the candidate is locked by " + call.server.candidate_holder_name);
+}
+
+static answer_t lock_candidate(call_t &call, const std::string &name)
+{
+    answer_t answer = maapi_check_candidate_lock(call);
+    if (answer.code != CONFD_ERR_OK)
+        return answer;
+    call.server.candidate_holder = call.conn.maapi.who.id;
+    call.server.candidate_holder_name = name;
+    return {};
+}
+
+static answer_t unlock_candidate(call_t &call)
+{
+    if (call.server.candidate_holder != call.conn.maapi.who.id)
+        return refused(CONFD_ERR_NOEXISTS, "the candidate is not locked by this session");
+    release_candidate(call.server, call.conn.maapi.who.id);
+    return {};
+}
+
+static answer_t lock_running(call_t &call, const std::string &name)
+{
+    ds_error_t error;
+    if (!datastore_lock(*call.server.store, call.conn.maapi.who.id, name, error))
+        return refused(error.code, error.text);
+    return {};
+}
+
+static answer_t unlock_running(call_t &call)
+{
+    ds_error_t error;
+    if (!datastore_unlock(*call.server.store, call.conn.maapi.who.id, error))
+        return refused(error.code, error.text);
+    return {};
+}
+
 // ---- sessions
 
 void maapi_session_end(server_t &server, maapi_session_t &session)
 {
     walk_end_all(server, session);
+    for (auto &[th, opened] : session.transactions)
+        if (opened.trans) // else the queue has it, and tells
+            callback_trans_finish(server, opened.daemons);
     session.transactions.clear();
-    if (session.who.id != 0)
+    session.attached.clear();
+    session.flags.clear();
+    if (session.who.id != 0) {
         datastore_release(*server.store, session.who.id);
+        release_candidate(server, session.who.id);
+    }
     session.who = {};
 }
 
@@ -50,43 +108,49 @@ static answer_t end_session(call_t &call)
     return {};
 }
 
-// ---- locks, messages, keys
+// ---- locking, messages, keys
 
-static answer_t check_lock(const call_t &call, uint8_t db)
+struct lock_row_t {
+    uint8_t db; // wire_db_t
+    answer_t (*lock)(call_t &call, const std::string &name);
+    answer_t (*unlock)(call_t &call);
+};
+static constexpr lock_row_t lock_rows[] = {
+    { WIRE_DB_RUNNING, lock_running, unlock_running },
+    { WIRE_DB_CANDIDATE, lock_candidate, unlock_candidate },
+};
+
+// The row of the datastore in the payload; null, with the answer, when it cannot be locked.
+static const lock_row_t *take_lock_row(call_t &call, answer_t *answer)
 {
-    if (call.conn.maapi.who.id == 0)
-        return maapi_no_session();
-    if (db != WIRE_DB_RUNNING)
-        return refused(CONFD_ERR_NOEXISTS, "datastore " + std::to_string(db) + " has no lock; running has one");
-    if (call.server.phase < 2) // a lock would keep the init transaction from being committed
-        return maapi_not_yet_open(call.server);
-    return {};
+    uint8_t db = call.in.u8();
+    auto row = std::ranges::find(lock_rows, db, &lock_row_t::db);
+    if (!call.in.finished())
+        *answer = malformed(call);
+    else if (call.conn.maapi.who.id == 0)
+        *answer = maapi_no_session();
+    else if (row == std::end(lock_rows))
+        *answer = refused(CONFD_ERR_NOEXISTS,
+                          "datastore " + std::to_string(db) + " has no lock; running and the candidate have one");
+    else if (call.server.phase < 2) // a lock would keep the init transaction from being committed
+        *answer = maapi_not_yet_open(call.server);
+    else
+        return row;
+    return nullptr;
 }
 
 static answer_t lock(call_t &call)
 {
-    uint8_t db = call.in.u8();
-    if (!call.in.finished())
-        return malformed(call);
-    answer_t answer = check_lock(call, db);
-    const session_identity_t &who = call.conn.maapi.who;
-    ds_error_t error;
-    if (answer.code == CONFD_ERR_OK &&
-        !datastore_lock(*call.server.store, who.id, who.user + " of " + connection_title(call.conn), error))
-        return refused(error.code, error.text);
-    return answer;
+    answer_t answer;
+    const lock_row_t *row = take_lock_row(call, &answer);
+    return row ? row->lock(call, call.conn.maapi.who.user + " of " + connection_title(call.conn)) : answer;
 }
 
 static answer_t unlock(call_t &call)
 {
-    uint8_t db = call.in.u8();
-    if (!call.in.finished())
-        return malformed(call);
-    answer_t answer = check_lock(call, db);
-    ds_error_t error;
-    if (answer.code == CONFD_ERR_OK && !datastore_unlock(*call.server.store, call.conn.maapi.who.id, error))
-        return refused(error.code, error.text);
-    return answer;
+    answer_t answer;
+    const lock_row_t *row = take_lock_row(call, &answer);
+    return row ? row->unlock(call) : answer;
 }
 
 static answer_t prio_message(call_t &call)

@@ -7,6 +7,9 @@ void phase_enter_1(server_t &server)
 {
     server.init_trans = trans_begin(*server.store, true, 0);
     server.init_th = server.next_transaction++;
+    server.init_daemons = callback_trans_make(server.init_th, WIRE_DB_RUNNING, true, { 0, "system", "system", "" });
+    const schema_t &schema = datastore_schema(*server.store);
+    server.points = { point_table_make(schema, "transaction-hook"), point_table_make(schema, "validate") };
     server.phase = 1;
     agent_log(LOG_NOTICE, "phase 1: the init transaction is open");
     for (const request_ref_t &ref : std::exchange(server.waiting_for_start, {}))

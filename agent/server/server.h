@@ -15,6 +15,7 @@
 #include "agent/server/dispatch.h"
 #include "agent/server/handle.h"
 #include "agent/server/lock.h"
+#include "agent/server/point.h"
 #include "agent/server/registry.h"
 #include "agent/server/stream.h"
 
@@ -45,8 +46,12 @@ struct server_t {
     std::vector<request_ref_t> waiting_for_start;
 
     datastore_ptr store;
-    trans_ptr init_trans; // phase 1 only
+    point_tables_t points;
+    trans_ptr init_trans; // phase 1 only; null while it is being judged
     uint32_t init_th = 0;
+    callback_trans_ref init_daemons; // phase 1 only: who has been told of it
+    uint32_t candidate_holder = 0;   // session that has locked the candidate; 0: free
+    std::string candidate_holder_name;
     lock_t cdb_locks[DB_COUNT]; // of CDB sessions
     registry_t registry;
     actions_t actions;

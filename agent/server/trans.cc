@@ -212,14 +212,19 @@ bool trans_prepare(trans_t &trans, diff_ptr &diff, ds_error_t &error)
         return ds_fail(error, CONFD_ERR_NOT_WRITABLE, "the transaction is for reading only");
     if (trans.is_on_candidate)
         return ds_fail(error, CONFD_ERR_BADSTATE, "a transaction on the candidate is merged into it, not committed");
-    if (store.lock_holder && store.lock_holder != trans.holder)
-        return ds_fail(error, CONFD_ERR_LOCKED, "running is locked by " + store.lock_name);
+    if (!datastore_check_lock(store, trans.holder, error))
+        return false;
     if (store.prepared && store.prepared != &trans)
         return ds_fail(error, CONFD_ERR_INUSE, "another transaction is being committed");
     if (!judge(trans, diff, error))
         return false;
     store.prepared = &trans;
     return true;
+}
+
+bool trans_judge(trans_t &trans, diff_ptr &diff, ds_error_t &error)
+{
+    return judge(trans, diff, error);
 }
 
 bool trans_validate(trans_t &trans, diff_ptr &diff, ds_error_t &error)
