@@ -8,7 +8,12 @@ static constexpr size_t NO_PARTY = SIZE_MAX;
 
 callback_trans_ref callback_trans_make(uint32_t th, uint8_t db, bool is_writable, const session_identity_t &who)
 {
-    return std::make_shared<callback_trans_t>(callback_trans_t{ th, db, is_writable, who, {} });
+    auto trans = std::make_shared<callback_trans_t>();
+    trans->th = th;
+    trans->db = db;
+    trans->is_writable = is_writable;
+    trans->who = who;
+    return trans;
 }
 
 void callback_put_session(wire_writer_t &out, const session_identity_t &who)
