@@ -104,6 +104,11 @@ struct question_t {
     provider_done_t done;
 };
 
+static bool has_name(const std::string &text, const std::string &callpoint)
+{
+    return text.find("callpoint \"" + callpoint + "\"") != std::string::npos;
+}
+
 static void take_reply(server_t &server, const question_t &question, const callback_reply_t &reply)
 {
     provider_answer_t answer;
@@ -111,8 +116,8 @@ static void take_reply(server_t &server, const question_t &question, const callb
     answer.code = reply.code;
     if (reply.code == CONFD_ERR_EXTERNAL)
         answer.text = question.place + " failed" + (reply.text.empty() ? ", without a reason" : ": " + reply.text);
-    else if (reply.code != CONFD_ERR_OK)
-        answer.text = reply.text;
+    else if (reply.code != CONFD_ERR_OK) // most texts name all that is needed
+        answer.text = has_name(reply.text, question.callpoint) ? reply.text : question.place + ": " + reply.text;
     else if (!question.parse(server, reply.payload, answer, fault)) {
         answer = {};
         answer.code = CONFD_ERR_EXTERNAL;
