@@ -3,6 +3,7 @@
 #include "agent/server/maapi.h"
 #include "agent/server/op.h"
 #include "agent/server/server.h"
+#include "agent/server/walk.h"
 
 static constexpr size_t MAX_OUTPUT = 1 << 20; // of one push
 static constexpr size_t MAX_TOKEN = 4096;
@@ -163,8 +164,9 @@ static answer_t interrupt(call_t &call)
 {
     if (!call.in.finished())
         return malformed(call);
-    if (!action_interrupt(call.server, call.conn.serial))
-        commit_queue_interrupt(call.server, call.conn.serial);
+    uint64_t serial = call.conn.serial;
+    if (!action_interrupt(call.server, serial) && !walk_interrupt(call.server, serial))
+        commit_queue_interrupt(call.server, serial);
     return unanswered();
 }
 

@@ -136,6 +136,21 @@ void walk_resume(server_t &server, walk_t &walk)
     server_answer(server, ref, answer, out.bytes);
 }
 
+bool walk_interrupt(server_t &server, uint64_t connection)
+{
+    connection_t *conn = server_find(server, connection);
+    if (!conn)
+        return false;
+    auto found = std::ranges::find_if(conn->maapi.walks, [](const auto &row) { return row.second->is_deferred; });
+    if (found == conn->maapi.walks.end())
+        return false;
+    walk_ref walk = found->second;
+    walk->is_deferred = false;
+    end_walk(server, conn->maapi, walk->id);
+    server_answer(server, walk->ref, refused(CONFD_ERR_ABORTED, "interrupted"), {});
+    return true;
+}
+
 static answer_t stop(call_t &call)
 {
     uint32_t id = call.in.u32();

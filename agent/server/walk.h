@@ -82,6 +82,9 @@ using walk_ref = std::shared_ptr<walk_t>;
 struct maapi_session_t;
 void walk_end_all(server_t &server, maapi_session_t &session);
 
+// Ends the walk for whose page the connection waits; false when it waits for none.
+[[nodiscard]] bool walk_interrupt(server_t &server, uint64_t connection);
+
 // ---- between walk.cc and walk_step.cc
 
 // Puts the walk before its target.

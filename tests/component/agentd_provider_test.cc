@@ -422,6 +422,25 @@ TEST(agentd_provider, walks_are_numbered_bounded_and_stopped)
     EXPECT_EQ(user.ask(WIRE_MAAPI_WALK, payload.bytes).status, 0);
 }
 
+TEST(agentd_provider, an_interrupt_ends_a_walk_that_waits_for_a_provider)
+{
+    agentd_process agent;
+    provider_script_t script;
+    script.stall_from = 1;
+    provider_daemon provider(agent, "rows", ALL_OBJECTS, script);
+    reading_client user(agent);
+    uint32_t walk = user.begin_walk("/prov/row");
+    wire_writer_t page;
+    page.u32(walk);
+    page.u32(100);
+    user.post(WIRE_MAAPI_WALK_NEXT, page.bytes);
+    for (int i = 0; i < 400 && provider.count("get_next_object") == 0; i++)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    user.post(WIRE_MAAPI_INTERRUPT, "");
+    EXPECT_EQ(user.read_frame().status, CONFD_ERR_ABORTED);
+    EXPECT_EQ(user.next_page(walk, 1).status, CONFD_ERR_NOEXISTS);
+}
+
 TEST(agentd_provider, stored_reads_say_that_provided_data_is_not_stored)
 {
     agentd_process agent;
