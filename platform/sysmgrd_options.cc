@@ -85,6 +85,13 @@ bool sysmgrd_options_read(int argc, char **argv, sysmgrd_settings_t *settings)
     return true;
 }
 
+// Beside the agent's stores: /var/confd/netconf_replay on a device, where cfgmgr empties it for an operator.
+static std::string replay_dir(const sysmgrd_settings_t &settings)
+{
+    size_t slash = settings.agent_state_dir.rfind('/');
+    return (slash == std::string::npos ? "." : settings.agent_state_dir.substr(0, slash)) + "/netconf_replay";
+}
+
 bool agent_config_provide(sysmgrd_settings_t *settings)
 {
     if (!settings->agent_config.empty())
@@ -99,6 +106,9 @@ bool agent_config_provide(sysmgrd_settings_t *settings)
                                                     "\n"
                                                     "state-dir = " +
                                                     settings->agent_state_dir +
+                                                    "\n"
+                                                    "replay-dir = " +
+                                                    replay_dir(*settings) +
                                                     "\n"
                                                     "log = syslog\n");
 }
