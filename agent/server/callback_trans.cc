@@ -120,6 +120,14 @@ void callback_trans_ask(server_t &server, const callback_trans_ref &trans, regis
         ask_for_worker(server, trans, control, is_validation);
 }
 
+uint64_t callback_trans_worker(const server_t &server, const callback_trans_t &trans, registration_kind_t kind,
+                               const std::string &point)
+{
+    const registration_t *row = registry_find(server.registry, kind, point);
+    size_t at = row ? find_party(trans, row->connection, kind == REGISTRATION_VALPOINT) : NO_PARTY;
+    return at == NO_PARTY ? 0 : trans.parties[at].worker;
+}
+
 // ---- the end
 
 static void tell_end(server_t &server, uint32_t th, const callback_party_t &party)

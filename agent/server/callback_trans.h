@@ -45,6 +45,10 @@ void callback_trans_ask(server_t &server, const callback_trans_ref &trans, regis
                         const std::string &point, uint16_t op, std::string payload, std::string what,
                         callback_done_t done);
 
+// The worker connection that serves the point in the transaction; 0 when none does, or not any more.
+[[nodiscard]] uint64_t callback_trans_worker(const server_t &server, const callback_trans_t &trans,
+                                             registration_kind_t kind, const std::string &point);
+
 // Tells daemons that the transaction ends (all, or only their validation of it); waits for none of them.
 void callback_trans_finish(server_t &server, const callback_trans_ref &trans);
 void callback_trans_stop_validation(server_t &server, const callback_trans_ref &trans);

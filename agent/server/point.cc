@@ -38,6 +38,23 @@ static void tell_progress(server_t &server, point_asker_t &asker, const std::str
     commit_queue_tell_progress(server, progress);
 }
 
+// A yes has no payload: one with something in it is garbage, and its sender goes.
+static void take_reply(server_t &server, const point_asker_t &asker, const std::string &point,
+                       const callback_reply_t &reply)
+{
+    asker.answer->is_pending = false;
+    asker.answer->code = reply.code;
+    asker.answer->text = reply.text;
+    if (reply.code == CONFD_ERR_OK && !reply.payload.empty()) {
+        asker.answer->code = CONFD_ERR_EXTERNAL;
+        asker.answer->text =
+            "the daemon of \"" + point + "\" has answered wrongly: an answer without a value was wanted";
+        callback_refuse_answer(server, callback_trans_worker(server, *asker.daemons, asker.kind, point),
+                               asker.answer->text);
+    }
+    commit_queue_schedule(server);
+}
+
 void point_ask(server_t &server, point_asker_t &asker, const point_call_t &call, std::string what,
                const std::string &progress)
 {
@@ -47,15 +64,11 @@ void point_ask(server_t &server, point_asker_t &asker, const point_call_t &call,
     payload.bytes += call.payload;
     tell_progress(server, asker, progress);
     asker.answer->is_pending = true;
-    std::weak_ptr<point_asker_t::answer_box_t> box = asker.answer;
-    auto take_answer = [box](server_t &of, const callback_reply_t &reply) {
-        auto answer = box.lock();
-        if (!answer)
-            return;
-        answer->is_pending = false;
-        answer->code = reply.code;
-        answer->text = reply.text;
-        commit_queue_schedule(of);
+    // The run may have ended by then; the name is the model's.
+    auto take_answer = [box = std::weak_ptr(asker.answer), daemons = asker.daemons, kind = asker.kind,
+                        point = call.point](server_t &of, const callback_reply_t &reply) {
+        if (auto answer = box.lock())
+            take_reply(of, { kind, daemons, answer, {} }, *point, reply);
     };
     callback_trans_ask(server, asker.daemons, asker.kind, *call.point, call.op, std::move(payload.bytes),
                        std::move(what), take_answer);

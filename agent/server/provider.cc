@@ -85,16 +85,6 @@ uint32_t provider_find_forms(server_t &server, const path_t &path, const provide
     return 0;
 }
 
-// The worker that has been asked; 0 when it has gone.
-static uint64_t worker_of(server_t &server, const callback_trans_t &trans, const std::string &callpoint)
-{
-    const registration_t *row = registry_find(server.registry, REGISTRATION_DATA, callpoint);
-    for (const callback_party_t &party : trans.parties)
-        if (row && party.control == row->connection && !party.is_validation)
-            return party.worker;
-    return 0;
-}
-
 // What a question is about, kept until its answer.
 struct question_t {
     callback_trans_ref trans;
@@ -123,7 +113,9 @@ static void take_reply(server_t &server, const question_t &question, const callb
         answer.code = CONFD_ERR_EXTERNAL;
         answer.text = question.place + ": " + fault.text;
         if (fault.is_unreadable)
-            callback_refuse_answer(server, worker_of(server, *question.trans, question.callpoint), answer.text);
+            callback_refuse_answer(
+                server, callback_trans_worker(server, *question.trans, REGISTRATION_DATA, question.callpoint),
+                answer.text);
     }
     question.done(server, answer);
 }
