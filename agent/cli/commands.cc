@@ -47,8 +47,6 @@ constexpr command_t commands[] = {
       "show agent status", "the agent's own state" },
     { "monitor stream",     BOTH,               args_t::STREAM,      PIPE_LINES,  run_monitor_stream,
       "monitor stream NAME", "what a stream tells from now on; ^C ends" },
-    { "request",            BOTH,               args_t::ACTION,      PIPE_SHOW,   run_request,
-      "request PATH ACTION [PARAMETER [VALUE]]...", "run an action" },
     { "configure",          MODE_OPERATIONAL,   args_t::NONE,        PIPE_NONE,   run_configure,
       "configure", "enter configuration mode" },
     { "set",                MODE_CONFIGURATION, args_t::SETTING,     PIPE_NONE,   run_set,
@@ -88,9 +86,9 @@ constexpr command_t commands[] = {
 };
 // clang-format on
 
-// An rpc at the top is a command by its own name.
-constexpr command_t rpc_command = {
-    "", BOTH, args_t::ACTION, PIPE_SHOW, run_request, "RPC [PARAMETER [VALUE]]...", "run an rpc",
+// An action of the models is a command by its path, an rpc by its name.
+constexpr command_t action_command = {
+    "", BOTH, args_t::ACTION, PIPE_SHOW, run_action, "PATH ACTION [PARAMETER [VALUE]]...", "run an action",
 };
 
 size_t count_words(std::string_view name)
@@ -109,8 +107,8 @@ bool begins_words(std::string_view name, words_view words)
 bool fail_unknown_command(const shell_t &shell, const word_t &word, cli_error_t &error)
 {
     std::vector<std::string> names;
-    for (const lysc_node *rpc : shell.schema.rpcs)
-        names.emplace_back(rpc->name);
+    for (const lysc_node *node : schema_action_roots(shell.schema))
+        names.emplace_back(node->name);
     for (const command_t &row : commands) {
         std::string name(row.name);
         name = name.substr(0, name.find(' '));
@@ -126,6 +124,8 @@ bool fail_unknown_command(const shell_t &shell, const word_t &word, cli_error_t 
                                                                 : "operational mode; type 'exit' first"),
                             word.column);
     }
+    if (schema_find_child(shell.schema, nullptr, word.text))
+        return cli_fail(error, "'" + word.text + "' is no command; 'show " + word.text + "' shows it", word.column);
     return cli_fail(error, "unknown command '" + word.text + "'" + cli_did_you_mean(word.text, names), word.column);
 }
 
@@ -151,8 +151,11 @@ const command_t *shell_find_command(uint8_t mode, words_view words, size_t &name
 const command_t *shell_find_command(const schema_t &schema, uint8_t mode, words_view words, size_t &name_words)
 {
     const command_t *found = shell_find_command(mode, words, name_words);
-    bool is_rpc = !found && !words.empty() && schema_find_in(schema.rpcs, words.front().text);
-    return is_rpc ? &rpc_command : found;
+    if (found || words.empty())
+        return found;
+    const lysc_node *node = schema_find_child(schema, nullptr, words.front().text);
+    bool is_action = schema_find_in(schema.rpcs, words.front().text) || (node && schema_leads_to_action(node));
+    return is_action ? &action_command : nullptr;
 }
 
 bool shell_run(shell_t &shell, words_view words, cli_error_t &error)

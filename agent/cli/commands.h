@@ -11,8 +11,8 @@
 [[nodiscard]] bool run_show_transaction(shell_t &shell, words_view args, cli_error_t &error);
 [[nodiscard]] bool run_compare(shell_t &shell, words_view args, cli_error_t &error);
 
-// request.cc
-[[nodiscard]] bool run_request(shell_t &shell, words_view args, cli_error_t &error);
+// action.cc
+[[nodiscard]] bool run_action(shell_t &shell, words_view args, cli_error_t &error);
 
 // status.cc
 [[nodiscard]] bool run_show_agent_status(shell_t &shell, words_view args, cli_error_t &error);

@@ -265,12 +265,12 @@ void offer_arguments(query_t &query, const command_t &command, words_view args)
         query.offer("|", "filter it, or show it in another format");
 }
 
-// An rpc at the top is a command by its name.
-void offer_rpcs(query_t &query)
+// The path of an action is a command.
+void offer_action_roots(query_t &query)
 {
     if (query.words.empty())
-        for (const lysc_node *rpc : schema_actions(query.schema, nullptr))
-            query.offer(rpc->name, schema_help(rpc));
+        for (const lysc_node *node : schema_action_roots(query.schema))
+            query.offer(node->name, schema_help(node));
 }
 
 } // namespace
@@ -293,7 +293,7 @@ completion_t cli_complete(const schema_t &schema, uint8_t mode, const path_t &pl
     size_t name_words = 0;
     const command_t *command = shell_find_command(schema, mode, words, name_words);
     offer_command_words(query);
-    offer_rpcs(query);
+    offer_action_roots(query);
     bool is_longer_name = name_words < words.size() && !query.result.choices.empty();
     if (command && !is_longer_name)
         offer_arguments(query, *command, query.words.subspan(name_words));

@@ -133,6 +133,15 @@ bool schema_leads_to_action(const lysc_node *node)
     return false;
 }
 
+std::vector<const lysc_node *> schema_action_roots(const schema_t &schema)
+{
+    std::vector<const lysc_node *> nodes = schema.rpcs;
+    for (const lysc_node *root : schema.roots)
+        if (schema_leads_to_action(root))
+            nodes.push_back(root);
+    return nodes;
+}
+
 const lysc_node *schema_input(const lysc_node *action)
 {
     return &reinterpret_cast<const lysc_node_action *>(action)->input.node;

@@ -87,7 +87,7 @@ void shell_clear_status(shell_t &shell);
 [[nodiscard]] std::span<const command_t> shell_commands();
 // The command whose name begins the words, the longest name first; null when there is none.
 [[nodiscard]] const command_t *shell_find_command(uint8_t mode, words_view words, size_t &name_words);
-// The same, where the name of an rpc is a command too (of no words: the rpc's name is its first argument).
+// The same, where the path of an action is a command too: one whose name has no words, so that the path is its arguments.
 [[nodiscard]] const command_t *shell_find_command(const schema_t &schema, uint8_t mode, words_view words,
                                                   size_t &name_words);
 

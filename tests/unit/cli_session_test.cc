@@ -423,13 +423,13 @@ TEST(cli_shell, a_bad_command_is_refused_before_the_agent_sees_it)
         { "show shop | include", "TEXT is missing behind 'include'", NONE },
         { "show shop |", "what is to stand behind '|'?", 10 },
         { "commit | count", "this command takes no '|'", 7 },
-        { "request shop shelf 7 item a 1 sel", "unknown action 'sel' below 'item'; did you mean 'sell'?", 30 },
-        { "request shop shelf 7", "which action? '?' shows those at 'shop shelf 7'", NONE },
-        { "request shop shelf 7 item a 1 sell", "'count' is missing: 0..65535", NONE },
-        { "request shop shelf 7 item a 1 sell count x", "bad value 'x' for 'count': 0..65535", 41 },
-        { "request shop shelf 7 item a 1 sell count 1 count 2", "'count' is given twice", 43 },
-        { "request shop shelf 7 item a 1 sell cont 1", "'sell' has no parameter 'cont'; did you mean 'count'?", 35 },
-        { "request shop shelf 7 item a 1 sell pin \"\"", "bad value for 'pin': 1..16 characters", 39 },
+        { "shop shelf 7 item a 1 sel", "unknown action 'sel' below 'item'; did you mean 'sell'?", 22 },
+        { "shop shelf 7", "which action? '?' shows those at 'shop shelf 7'", NONE },
+        { "shop shelf 7 item a 1 sell", "'count' is missing: 0..65535", NONE },
+        { "shop shelf 7 item a 1 sell count x", "bad value 'x' for 'count': 0..65535", 33 },
+        { "shop shelf 7 item a 1 sell count 1 count 2", "'count' is given twice", 35 },
+        { "shop shelf 7 item a 1 sell cont 1", "'sell' has no parameter 'cont'; did you mean 'count'?", 27 },
+        { "shop shelf 7 item a 1 sell pin \"\"", "bad value for 'pin': 1..16 characters", 31 },
         { "monitor x", "'monitor stream' is the command that begins with 'monitor'", 0 },
         { "show notifications stream x last 0", "'0' is no number of minutes", 33 },
         { "set shop pin 12345678901234567890", "bad value for 'pin': 1..16 characters", 13 },
@@ -453,11 +453,10 @@ TEST(cli_shell, parameters_of_an_action_are_quoted_by_their_types_and_its_result
     shell_fixture_t f;
     f.agent.action_output = "{\"receipt\":77}";
     EXPECT_TRUE(shell_run_line(
-        f.shell, "request shop shelf 7 item a 1 sell gift coupon 1 count 3 coupon \"b c\" card text \"12\" buyer 5",
-        f.error))
+        f.shell, "shop shelf 7 item a 1 sell gift coupon 1 count 3 coupon \"b c\" card text \"12\" buyer 5", f.error))
         << f.error.text;
     EXPECT_EQ(f.printed(), "at it\nreceipt 77\n");
-    EXPECT_TRUE(shell_run_line(f.shell, "audit; request audit shelf 7 | display json", f.error)) << f.error.text;
+    EXPECT_TRUE(shell_run_line(f.shell, "audit; audit shelf 7 | display json", f.error)) << f.error.text;
     ASSERT_EQ(f.agent.calls.size(), 3u);
     std::string blanks;
     for (char c : f.agent.calls[0])
@@ -495,8 +494,7 @@ TEST(cli_shell, a_secret_is_asked_for_and_does_not_get_into_the_history)
         { "set shop pin 1234", "set shop pin" },
         { "set  shop mood good", "set  shop mood good" },
         { "set shop mood good; set shop pin 1234", "set shop mood good; set shop pin" },
-        { "request shop shelf 7 item a 1 sell count 3 pin 1234 gift",
-          "request shop shelf 7 item a 1 sell count 3 pin gift" },
+        { "shop shelf 7 item a 1 sell count 3 pin 1234 gift", "shop shelf 7 item a 1 sell count 3 pin gift" },
     };
     for (const auto &[typed, kept] : lines)
         EXPECT_EQ(shell_without_secrets(f.shell, typed), kept);

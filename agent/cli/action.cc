@@ -1,4 +1,4 @@
-// Actions and rpcs of the models as commands: `request PATH ACTION [PARAMETER [VALUE]]...`.
+// Actions and rpcs of the models as commands: `PATH ACTION [PARAMETER [VALUE]]...`.
 #include "agent/cli/commands.h"
 #include "agent/cli/json_read.h"
 
@@ -132,7 +132,7 @@ std::string json_of(const schema_t &schema, const std::vector<item_t> &items)
 
 } // namespace
 
-bool run_request(shell_t &shell, words_view args, cli_error_t &error)
+bool run_action(shell_t &shell, words_view args, cli_error_t &error)
 {
     path_t path;
     const lysc_node *action = nullptr;
