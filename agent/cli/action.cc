@@ -44,7 +44,7 @@ private:
     {
         if (schema_is_leaf(node) || schema_is_leaf_list(node))
             return take_leaf(node, error);
-        item_t item = { schema_is_list(node) ? WIRE_WALK_ENTRY : WIRE_WALK_CONTAINER, node->name, {}, node };
+        item_t item = { schema_is_list(node) ? WIRE_WALK_ENTRY : WIRE_WALK_CONTAINER, node->name, {}, node, "" };
         for (const lysc_node *key : schema_keys(node)) {
             std::string value;
             if (!take_value(key, value, error))
@@ -69,7 +69,7 @@ private:
             same->values.push_back(value);
         else
             items.push_back(
-                { schema_is_leaf(node) ? WIRE_WALK_LEAF : WIRE_WALK_LEAF_LIST, node->name, { value }, node });
+                { schema_is_leaf(node) ? WIRE_WALK_LEAF : WIRE_WALK_LEAF_LIST, node->name, { value }, node, "" });
         return true;
     }
     bool take_value(const lysc_node *leaf, std::string &value, cli_error_t &error)
@@ -157,6 +157,6 @@ bool run_action(shell_t &shell, words_view args, cli_error_t &error)
     json_place_t place = { &shell.schema, schema_children(shell.schema, schema_output(action)) };
     if (!ok || !json_read_items(place, document, items, error))
         return false;
-    shell_show_items(shell, items, format_t::TREE);
+    shell_show_items(shell, items, {});
     return true;
 }

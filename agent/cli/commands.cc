@@ -181,8 +181,12 @@ bool shell_run_line(shell_t &shell, std::string_view line, cli_error_t &error)
     line_t read;
     if (!cli_split_line(line, read, error))
         return false;
-    for (const std::vector<word_t> &words : read.commands)
-        if (!shell.wants_exit && (!shell_run(shell, words, error) || shell_is_interrupted(shell, error)))
+    for (const std::vector<word_t> &words : read.commands) {
+        bool is_first = &words == &read.commands.front();
+        if (shell.wants_exit || (!is_first && shell_is_interrupted(shell, error)))
+            return shell.wants_exit;
+        if (!shell_run(shell, words, error))
             return false;
+    }
     return true;
 }

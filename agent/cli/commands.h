@@ -39,7 +39,7 @@
 [[nodiscard]] output_t shell_output(shell_t &shell, pager_t &pager);
 // Columns of the terminal; 0 without one.
 [[nodiscard]] size_t shell_columns(const shell_t &shell);
-// Shows items that are in memory.
-void shell_show_items(shell_t &shell, const std::vector<item_t> &items, format_t by_default);
+// Shows items that are in memory, in the format of the options if none is asked for.
+void shell_show_items(shell_t &shell, const std::vector<item_t> &items, render_options_t options);
 
 #endif

@@ -262,7 +262,7 @@ void offer_arguments(query_t &query, const command_t &command, words_view args)
         return query.offer(pipe_choices(args.subspan(pipe + 1), command.pipes));
     offer_by_kind(query, command.args, args);
     if (command.pipes != PIPE_NONE && query.partial.empty())
-        query.offer("|", "filter it, or show it in another format");
+        query.offer("|", "filter it, or show it in another format", true);
 }
 
 // The path of an action is a command.

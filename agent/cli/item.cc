@@ -47,6 +47,15 @@ void item_tracker_t::take(item_t &item)
         item_cover_secret(item);
 }
 
+std::vector<std::string> item_key_names(const item_t &entry)
+{
+    std::vector<std::string> names;
+    for (const lysc_node *key : schema_keys(entry.node))
+        names.emplace_back(key->name);
+    names.resize(entry.values.size(), entry.key);
+    return names;
+}
+
 std::string item_typed_name(const schema_t &schema, const item_t &item)
 {
     const lysc_node *first = item.node ? schema_find_child(schema, lysc_data_parent(item.node), item.name) : nullptr;
@@ -59,7 +68,7 @@ std::vector<item_t> items_around(const path_t &path)
     for (size_t i = 0; i + 1 < path.steps.size(); i++) {
         const path_step_t &step = path.steps[i];
         wire_walk_item_t kind = schema_is_list(step.node) ? WIRE_WALK_ENTRY : WIRE_WALK_CONTAINER;
-        items.push_back({ kind, step.node->name, step.keys, step.node });
+        items.push_back({ kind, step.node->name, step.keys, step.node, "" });
     }
     return items;
 }

@@ -14,7 +14,11 @@ struct item_t {
     std::string name;                // of the node, without its module; of a note its text
     std::vector<std::string> values; // keys of an entry, value of a leaf, values of a leaf-list
     const lysc_node *node = nullptr; // null: the models here do not know it
+    std::string key;                 // name of the only key of an entry that the models do not know
 };
+
+// Names of the entry's keys, one for each value.
+[[nodiscard]] std::vector<std::string> item_key_names(const item_t &entry);
 
 // Follows a sequence of items through the models, and gives each its node. place is where the sequence starts: the node
 // above its first items (null: the top).

@@ -178,13 +178,13 @@ private:
     {
         std::string name = plain_name(json);
         if (json.kind == json_kind_t::OBJECT) {
-            items.push_back({ WIRE_WALK_CONTAINER, name, {}, node });
+            items.push_back({ WIRE_WALK_CONTAINER, name, {}, node, "" });
             add_members(json, nodes_below(node));
             items.push_back({});
         } else if (json.kind == json_kind_t::ARRAY) {
             add_array(json, name, node);
         } else {
-            items.push_back({ WIRE_WALK_LEAF, name, { json.text }, node });
+            items.push_back({ WIRE_WALK_LEAF, name, { json.text }, node, "" });
             item_cover_secret(items.back());
         }
     }
@@ -198,7 +198,7 @@ private:
         }
         bool is_empty_leaf = json.members.size() == 1 && json.members.front().kind == json_kind_t::WORD &&
                              json.members.front().text == "null";
-        item_t item = { is_empty_leaf ? WIRE_WALK_LEAF : WIRE_WALK_LEAF_LIST, name, {}, node };
+        item_t item = { is_empty_leaf ? WIRE_WALK_LEAF : WIRE_WALK_LEAF_LIST, name, {}, node, "" };
         for (const json_t &value : json.members)
             item.values.push_back(is_empty_leaf ? "" : value.text);
         items.push_back(std::move(item));
@@ -210,7 +210,7 @@ private:
             keys.emplace_back(key->name);
         if (keys.empty() && !entry.members.empty())
             keys.push_back(plain_name(entry.members.front()));
-        item_t item = { WIRE_WALK_ENTRY, name, {}, node };
+        item_t item = { WIRE_WALK_ENTRY, name, {}, node, keys.empty() ? "" : keys.front() };
         for (const std::string &key : keys)
             for (const json_t &member : entry.members)
                 if (plain_name(member) == key)

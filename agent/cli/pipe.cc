@@ -166,6 +166,6 @@ std::vector<choice_t> pipe_choices(words_view behind, uint8_t allowed)
     else if (takes_argument)
         choices.push_back({ std::string("<") + row->argument + ">", "", true });
     else if (row)
-        choices.push_back({ "|", "and then", false });
+        choices.push_back({ "|", "and then", true });
     return choices;
 }

@@ -34,6 +34,7 @@ struct render_options_t {
     format_t format = format_t::TREE;
     size_t width = 0; // of a table: the room on a line; 0: any
     size_t outer = 0; // of a table: so many first containers and entries are shown as a tree, what they hold as tables
+    bool has_titles = false; // of tables at the top too: the list's name stands above
 };
 
 // TREE: one line a node, two blanks of indent a level, entries with their keys; containers that hold nothing are left

@@ -50,6 +50,18 @@ std::string json_name(const item_t &item)
     return json_quote(item.node ? schema_json_name(item.node) : item.name);
 }
 
+// The keys of an entry as leaves.
+std::vector<item_t> key_leaves(const item_t &entry)
+{
+    std::vector<item_t> leaves;
+    std::vector<std::string> names = item_key_names(entry);
+    std::vector<const lysc_node *> nodes = schema_keys(entry.node);
+    nodes.resize(names.size(), nullptr);
+    for (size_t i = 0; i < entry.values.size(); i++)
+        leaves.push_back({ WIRE_WALK_LEAF, names[i], { entry.values[i] }, nodes[i], "" });
+    return leaves;
+}
+
 class json_renderer_t
 {
 public:
@@ -128,11 +140,9 @@ private:
         }
         text_ += (is_next ? ",\n" : "\n") + indent() + "{";
         objects_.emplace_back();
-        std::vector<const lysc_node *> keys = schema_keys(item.node);
-        for (size_t i = 0; i < item.values.size() && i < keys.size(); i++) {
-            item_t key = { WIRE_WALK_LEAF, keys[i]->name, { item.values[i] }, keys[i] };
+        for (const item_t &key : key_leaves(item)) {
             begin_member(key);
-            text_ += json_value(keys[i], item.values[i]);
+            text_ += json_value(key.node, key.values.front());
         }
     }
     void add_array(const item_t &item)
@@ -230,9 +240,8 @@ private:
     std::string keys_of(const item_t &entry) const
     {
         std::string text;
-        std::vector<const lysc_node *> keys = schema_keys(entry.node);
-        for (size_t i = 0; i < entry.values.size() && i < keys.size(); i++)
-            text += leaf({ WIRE_WALK_LEAF, keys[i]->name, {}, keys[i] }, entry.values[i]);
+        for (const item_t &key : key_leaves(entry))
+            text += leaf(key, key.values.front());
         return text;
     }
     bool end_element()

@@ -73,12 +73,13 @@ private:
     bool begin_table(const item_t &item)
     {
         list_name_ = item.name;
-        size_t indent = levels_ == 0 ? 0 : 2 * (levels_ + 1);
+        bool has_title = levels_ > 0 || options_.has_titles;
+        size_t indent = has_title ? 2 * (levels_ + 1) : 0;
         table_.emplace(output_, indent, options_.width, item.values.size());
         std::vector<std::string> names;
         add_column_names(schema_, item.node, "", names);
         table_->set_order(std::move(names));
-        return levels_ == 0 || tree_.take({ WIRE_WALK_LEAF, item.name, {}, nullptr });
+        return !has_title || tree_.take({ WIRE_WALK_LEAF, item.name, {}, nullptr, "" });
     }
     bool end_table()
     {
@@ -92,12 +93,10 @@ private:
         is_in_row_ = true;
         is_row_out_ = false;
         row_ = {};
-        std::vector<const lysc_node *> keys = schema_keys(item.node);
+        std::vector<std::string> names = item_key_names(item);
+        std::vector<const lysc_node *> nodes = schema_keys(item.node);
         for (size_t i = 0; i < item.values.size(); i++)
-            if (i < keys.size())
-                row_.cells.push_back({ keys[i]->name, item.values[i], is_number(keys[i]) });
-            else
-                row_.cells.push_back({ "key", item.values[i] });
+            row_.cells.push_back({ names[i], item.values[i], i < nodes.size() && is_number(nodes[i]) });
         return true;
     }
     bool take_inside(const item_t &item)

@@ -213,7 +213,7 @@ bool shell_run_lines(shell_t &shell, FILE *input, const std::string &name, cli_e
     bool ok = true;
     while (ok && !shell.wants_exit && getline(&line, &room, input) >= 0) {
         number++;
-        ok = shell_run_line(shell, line, error);
+        ok = shell_run_line(shell, line, error) && !shell_is_interrupted(shell, error);
         fflush(shell.out); // who feeds the lines through a pipe may wait for what each has said
     }
     free(line);

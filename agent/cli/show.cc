@@ -91,8 +91,8 @@ bool show(shell_t &shell, show_source_t source, const path_t &path, cli_error_t 
     pager_t pager(shell.screen);
     output_t output = shell_output(shell, pager);
     bool is_whole_list = path.is_whole_list;
-    renderer_t renderer =
-        render_make(shell.schema, output, { format, shell_columns(shell), is_whole_list ? 0 : path.steps.size() });
+    renderer_t renderer = render_make(shell.schema, output,
+                                      { format, shell_columns(shell), is_whole_list ? 0 : path.steps.size(), false });
     showing_t showing = { shell, path, output, renderer, format == format_t::TABLE && is_whole_list, false, {} };
     session_walk_t walk(shell.session);
     shell.wait.interrupt_note = "";
@@ -128,12 +128,13 @@ size_t shell_columns(const shell_t &shell)
     return columns;
 }
 
-void shell_show_items(shell_t &shell, const std::vector<item_t> &items, format_t by_default)
+void shell_show_items(shell_t &shell, const std::vector<item_t> &items, render_options_t options)
 {
     pager_t pager(shell.screen);
     output_t output = shell_output(shell, pager);
-    renderer_t renderer =
-        render_make(shell.schema, output, { shell.pipe.format.value_or(by_default), shell_columns(shell), 0 });
+    options.format = shell.pipe.format.value_or(options.format);
+    options.width = shell_columns(shell);
+    renderer_t renderer = render_make(shell.schema, output, options);
     for (const item_t &item : items)
         if (!renderer.take(item))
             break;
@@ -153,7 +154,7 @@ std::string value_words(const schema_t &schema, const std::string &typed_path, c
     bool is_known = line.commands.size() == 1 && path_resolve(schema, line.commands.front(), path, error);
     if (is_known && schema_is_leaf_list(path.node))
         return value;
-    item_t item = { WIRE_WALK_LEAF, "", { value }, is_known ? path.node : nullptr };
+    item_t item = { WIRE_WALK_LEAF, "", { value }, is_known ? path.node : nullptr, "" };
     item_cover_secret(item);
     return cli_quote_word(item.values.front());
 }
@@ -203,6 +204,21 @@ bool compare(shell_t &shell, const path_t &path, cli_error_t &error)
     return true;
 }
 
+// At the top stand data of the models and what else can be shown.
+bool fail_unknown_show(const shell_t &shell, const word_t &word, cli_error_t &error)
+{
+    static constexpr std::string_view SHOW = "show ";
+    std::vector<std::string> names;
+    for (const command_t &row : shell_commands()) {
+        std::string_view name(row.name);
+        if ((row.modes & shell.mode) && name.starts_with(SHOW))
+            names.emplace_back(name.substr(SHOW.size(), name.find(' ', SHOW.size()) - SHOW.size()));
+    }
+    for (const lysc_node *root : shell.schema.roots)
+        names.emplace_back(root->name);
+    return cli_fail(error, "there is no '" + word.text + "' to show" + cli_did_you_mean(word.text, names), word.column);
+}
+
 } // namespace
 
 bool run_show_running(shell_t &shell, words_view args, cli_error_t &error)
@@ -227,7 +243,9 @@ bool run_show_data(shell_t &shell, words_view args, cli_error_t &error)
     path_t path;
     if (args.empty())
         return cli_fail(error, "show what? give a path, or 'configuration'");
-    return path_resolve(shell.schema, args, path, error) && show(shell, show_source_t::OPERATIONAL, path, error);
+    if (!path_resolve(shell.schema, args, path, error))
+        return path.node ? false : fail_unknown_show(shell, args.front(), error);
+    return show(shell, show_source_t::OPERATIONAL, path, error);
 }
 
 bool run_compare(shell_t &shell, words_view args, cli_error_t &error)

@@ -41,7 +41,7 @@ bool run_show_agent_status(shell_t &shell, words_view, cli_error_t &error)
     std::vector<item_t> items;
     if (!fetch_status(shell, items, error))
         return false;
-    shell_show_items(shell, items, format_t::TREE);
+    shell_show_items(shell, items, { format_t::TABLE, 0, 0, true });
     return true;
 }
 
@@ -53,7 +53,7 @@ bool run_show_sessions(shell_t &shell, words_view, cli_error_t &error)
     keep_list(items, "sessions");
     if (items.empty())
         return cli_fail(error, "the agent does not tell its sessions");
-    shell_show_items(shell, items, format_t::TABLE);
+    shell_show_items(shell, items, { format_t::TABLE });
     return true;
 }
 

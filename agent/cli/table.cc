@@ -10,7 +10,7 @@ namespace
 
 constexpr size_t PAGE_ROWS = 100;
 constexpr size_t PAGE_BYTES = 1u << 20; // rows with very long texts make a page earlier
-constexpr size_t WIDEST = 40;           // a longer cell takes its room from the cells behind it, in its own row only
+constexpr size_t WIDEST = 56;           // a longer cell takes its room from the cells behind it, in its own row only
 constexpr size_t GAP = 2;
 constexpr size_t BELOW_INDENT = 2;
 

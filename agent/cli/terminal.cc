@@ -168,16 +168,25 @@ void list_choices(const terminal_t &terminal, const completion_t &completion)
     fflush(out);
 }
 
+// What Tab inserts: nothing where any value may stand and none of it was typed, as only the operator knows it.
+std::string insertion(const completion_t &completion)
+{
+    size_t words = 0;
+    bool has_any_value = false;
+    for (const choice_t &choice : completion.choices) {
+        words += !choice.is_placeholder;
+        has_any_value = has_any_value || (choice.is_placeholder && choice.text.starts_with('<'));
+    }
+    if (has_any_value && completion.typed == 0)
+        return "";
+    return cli_common_prefix(completion.choices) + (words == 1 ? " " : "");
+}
+
 unsigned char on_tab(EditLine *editor, int) noexcept
 {
     completion_t completion = complete_here(editor, '\t');
-    std::string insert = cli_common_prefix(completion.choices);
-    size_t words = 0;
-    for (const choice_t &choice : completion.choices)
-        words += !choice.is_placeholder;
-    if (words == 1)
-        insert += " ";
-    if (words > 0 && insert.size() > completion.typed) {
+    std::string insert = insertion(completion);
+    if (insert.size() > completion.typed) {
         el_deletestr(editor, static_cast<int>(completion.typed));
         return el_insertstr(editor, insert.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
     }

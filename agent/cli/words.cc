@@ -152,6 +152,18 @@ size_t distance_of(std::string_view a, std::string_view b)
     return row[b.size()];
 }
 
+// The word's letters stand in the candidate in this order, from its first on: a name with letters left out.
+bool is_shortened(std::string_view word, std::string_view candidate)
+{
+    static constexpr size_t SHORTEST = 3;
+    if (word.size() < SHORTEST || candidate.empty() || word.front() != candidate.front())
+        return false;
+    size_t taken = 0;
+    for (char c : candidate)
+        taken += taken < word.size() && c == word[taken];
+    return taken == word.size();
+}
+
 } // namespace
 
 std::vector<std::string> cli_near_words(std::string_view word, std::span<const std::string> candidates)
@@ -166,6 +178,8 @@ std::vector<std::string> cli_near_words(std::string_view word, std::span<const s
         if (candidate.size() > LONGEST)
             continue;
         size_t distance = candidate.starts_with(word) ? 0 : distance_of(word, candidate);
+        if (distance > limit && is_shortened(word, candidate))
+            distance = limit;
         if (distance <= limit && distance < candidate.size())
             ranked.emplace_back(distance, &candidate);
     }

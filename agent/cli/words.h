@@ -52,7 +52,8 @@ struct line_t {
 // Columns that the text takes on a terminal.
 [[nodiscard]] size_t cli_width(std::string_view text);
 
-// The candidates most like word, best first, at most three: those that begin with it, or differ by a few letters.
+// The candidates most like word, best first, at most three: those that begin with it, differ by a few letters, or are
+// longer by letters left out.
 [[nodiscard]] std::vector<std::string> cli_near_words(std::string_view word, std::span<const std::string> candidates);
 // "; did you mean 'x'?", or nothing when no candidate is near.
 [[nodiscard]] std::string cli_did_you_mean(std::string_view word, std::span<const std::string> candidates);

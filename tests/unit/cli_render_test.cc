@@ -198,13 +198,13 @@ TEST(cli_render, a_list_is_a_table_and_what_has_no_column_stands_below_its_row)
 
 TEST(cli_render, a_longer_cell_moves_only_its_own_row_and_a_narrow_window_leaves_the_keys)
 {
-    std::string longest(45, 'm');
+    std::string longest(60, 'm');
     std::vector<item_t> items = items_of("item { " + longest + ",1\n price = 2.00\nitem { b,20\n price = 13.00\n",
                                          schema_find_child(shop_schema(), shop_node(), "shelf"));
-    EXPECT_EQ(rendered(items, { format_t::TABLE }), "maker" + std::string(35, ' ') + "  code  price\n" + longest +
-                                                        "  1  2.00\n" + "b" + std::string(39, ' ') + "    20  13.00\n");
-    EXPECT_EQ(rendered(items, { format_t::TABLE, 20 }), "maker" + std::string(35, ' ') + "  code\n" + longest +
-                                                            "  1\n  price 2.00\n" + "b" + std::string(39, ' ') +
+    EXPECT_EQ(rendered(items, { format_t::TABLE }), "maker" + std::string(51, ' ') + "  code  price\n" + longest +
+                                                        "  1  2.00\n" + "b" + std::string(55, ' ') + "    20  13.00\n");
+    EXPECT_EQ(rendered(items, { format_t::TABLE, 20 }), "maker" + std::string(51, ' ') + "  code\n" + longest +
+                                                            "  1\n  price 2.00\n" + "b" + std::string(55, ' ') +
                                                             "    20\n  price 13.00\n");
 }
 

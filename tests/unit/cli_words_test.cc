@@ -103,6 +103,8 @@ TEST(cli_words, near_names_are_offered_and_far_ones_are_not)
     EXPECT_EQ(cli_did_you_mean("vpn-instace", names), "; did you mean 'vpn-instance'?");
     EXPECT_EQ(cli_did_you_mean("inter", names), "; did you mean 'interface'?");
     EXPECT_EQ(cli_did_you_mean("nane", names), "; did you mean 'name'?");
+    EXPECT_EQ(cli_did_you_mean("intfc", names), "; did you mean 'interface'?");
+    EXPECT_EQ(cli_did_you_mean("ae", names), "");
     EXPECT_EQ(cli_did_you_mean("shutdown", names), "");
     EXPECT_EQ(cli_did_you_mean("", names), "");
     EXPECT_EQ(cli_did_you_mean(std::string(10000, 'x'), names), "");
