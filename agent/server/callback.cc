@@ -124,7 +124,10 @@ void callback_forget(server_t &server, connection_t &conn)
     conn.callbacks = {};
     std::string why = conn.failure.empty() ? "has disconnected" : conn.failure;
     while (!queue.questions.empty()) {
-        std::string text = connection_title(conn) + " " + why + "; it was asked for " + queue.questions.front().what;
+        const std::string &what = queue.questions.front().what;
+        std::string text = connection_title(conn) + " " + why;
+        if (why.find(what) == std::string::npos)
+            text += "; it was asked for " + what;
         end_first(server, queue, unavailable(std::move(text)));
     }
 }

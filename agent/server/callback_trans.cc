@@ -89,6 +89,14 @@ static void ask_for_worker(server_t &server, const callback_trans_ref &trans, ui
 
 // ---- asking
 
+// A daemon whose worker is gone may have another: it chooses again.
+static void forget_lost_worker(server_t &server, callback_trans_t &trans, uint64_t control, bool is_validation)
+{
+    size_t at = find_party(trans, control, is_validation);
+    if (at != NO_PARTY && trans.parties[at].worker != 0 && !server_find(server, trans.parties[at].worker))
+        trans.parties.erase(trans.parties.begin() + static_cast<ptrdiff_t>(at));
+}
+
 void callback_trans_ask(server_t &server, const callback_trans_ref &trans, registration_kind_t kind,
                         const std::string &point, uint16_t op, std::string payload, std::string what,
                         callback_done_t done)
@@ -101,6 +109,7 @@ void callback_trans_ask(server_t &server, const callback_trans_ref &trans, regis
     }
     uint64_t control = row->connection;
     bool is_validation = kind == REGISTRATION_VALPOINT;
+    forget_lost_worker(server, *trans, control, is_validation);
     size_t at = find_party(*trans, control, is_validation);
     bool is_new = at == NO_PARTY;
     if (is_new) {
