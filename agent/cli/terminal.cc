@@ -216,14 +216,14 @@ void load_history(terminal_t &terminal)
 // What the device's owner wants everybody to read who comes in.
 void show_banner(shell_t &shell)
 {
-    static constexpr const char *words[] = { "confdConfig", "cli", "banner" };
-    const lysc_node *node = nullptr;
-    for (const char *word : words)
-        node = &word == &words[0] || node ? schema_find_child(shell.schema, node, word) : nullptr;
     std::string text;
     cli_error_t error;
-    if (!node || !session_get_text(shell.session, BANNER_PATH, text, error))
-        return; // the agent has no such setting
+    const lysc_node *node = nullptr;
+    for (const char *name : { "confdConfig", "cli", "banner" })
+        if (!(node = schema_find_child(shell.schema, node, name)))
+            return; // the device has no such setting
+    if (!session_get_text(shell.session, BANNER_PATH, text, error))
+        return; // a lost connection is told by the next command
     while (!text.empty()) {
         size_t end = std::min(text.find('\n'), text.size());
         fprintf(shell.out, "%s\n", pager_safe_text(text.substr(0, end)).c_str());

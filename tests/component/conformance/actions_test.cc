@@ -264,7 +264,7 @@ TEST_F(actions, the_command_line_runs_them)
     std::string output = run_cli("dump", &status);
     EXPECT_EQ(status, 0) << output;
     EXPECT_TRUE(mentions(output, "all of it")) << output;
-    output = run_cli("request act add a 7", &status);
+    output = run_cli("act add a 7", &status);
     EXPECT_EQ(status, 0) << output;
     EXPECT_TRUE(mentions(output, "12")) << output;
     output = run_cli("unserved", &status);
