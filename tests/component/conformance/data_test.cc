@@ -240,6 +240,7 @@ cdb_iter_ret log_move(confd_hkeypath_t *kp, cdb_iter_op op, confd_value_t *, con
 
 TEST_F(data, a_move_is_told_to_subscribers_as_such)
 {
+    load_schema();
     ASSERT_EQ(
         commit(agent,
                { { "/data/vpn{5}/rule{a}", "+" }, { "/data/vpn{5}/rule{b}", "+" }, { "/data/vpn{5}/rule{c}", "+" } })

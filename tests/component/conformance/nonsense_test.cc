@@ -159,6 +159,11 @@ struct asked_row_t {
     outcome_t (*ask)(const conform_agent &agent);
 };
 
+void PrintTo(const asked_row_t &row, std::ostream *out)
+{
+    *out << row.name;
+}
+
 constexpr asked_row_t asked_rows[] = {
     { "hook", WIRE_REG_DATA_CB, "hook-banner",
       [](const conform_agent &agent) {
