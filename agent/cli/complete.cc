@@ -150,8 +150,10 @@ void offer_path(query_t &query, args_t args, words_view words)
     bool ok = path_walk(query.schema, words, path, used, error);
     if (is_key_missing(path, ok, error))
         return offer_keys(query, path, words);
-    if (!ok)
+    if (!ok) {
+        query.result.problem = error.text;
         return;
+    }
     bool is_leaf_list = schema_is_leaf_list(path.node);
     if (!schema_is_leaf(path.node) && !is_leaf_list)
         return offer_children(query, args, path.node);
@@ -215,6 +217,8 @@ void offer_action(query_t &query, words_view words)
     bool ok = path_walk_action(query.schema, words, path, action, used, error);
     if (is_key_missing(path, ok, error))
         return offer_keys(query, path, words);
+    if (!ok)
+        query.result.problem = error.text;
     if (action)
         offer_parameters(query, path, action, words.subspan(used));
     else if (ok)
@@ -261,7 +265,7 @@ void offer_arguments(query_t &query, const command_t &command, words_view args)
     if (pipe < args.size())
         return query.offer(pipe_choices(args.subspan(pipe + 1), command.pipes));
     offer_by_kind(query, command.args, args);
-    if (command.pipes != PIPE_NONE && query.partial.empty())
+    if (command.pipes != PIPE_NONE && query.partial.empty() && query.result.problem.empty())
         query.offer("|", "filter it, or show it in another format", true);
 }
 

@@ -20,6 +20,7 @@ struct complete_source_t {
 
 struct completion_t {
     std::vector<choice_t> choices; // those that begin with the word typed so far, placeholders always
+    std::string problem;           // what is wrong with the words before; empty: nothing
     size_t typed = 0;              // bytes of the line that the choice replaces, up to its end
 };
 

@@ -85,6 +85,7 @@ bool note_interrupt(void *sink) noexcept
     if (!shell.take_interrupt || !shell.take_interrupt())
         return false;
     shell.wait.was_interrupted = true;
+    shell.wait.has_status_line = shell.screen.out; // the terminal has shown the key
     shell_clear_status(shell);
     if (shell.wait.interrupt_note) {
         fprintf(shell.news, "%s\n", shell.wait.interrupt_note);

@@ -39,7 +39,7 @@ struct wait_t {
     std::string progress; // what the agent said last
     std::string shown;    // what of it the operator has seen
     time_t since = 0;
-    bool has_status_line = false;
+    bool has_status_line = false; // the cursor's line is to be cleared before other text
     bool was_interrupted = false;
     const char *interrupt_note = nullptr; // what ^C does, told when it is pressed
 };

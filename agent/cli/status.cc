@@ -144,6 +144,8 @@ bool show_stream(shell_t &shell, const std::string &name, int64_t since, bool is
     stream.on_event = take_event;
     bool ok = session_connect(stream, shell.peer, WIRE_KIND_NOTIF, lost) &&
               session_stream(stream, name, since, is_past_only, lost);
+    if (ok && !is_past_only && shell.screen.out)
+        fprintf(shell.news, "from now on; ^C ends\n");
     while (ok && sink.goes_on && !sink.is_over && !shell_is_interrupted(shell, error))
         ok = session_wait_pushes(stream, lost);
     sink.output.end();

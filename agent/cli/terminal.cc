@@ -164,7 +164,7 @@ void list_choices(const terminal_t &terminal, const completion_t &completion)
     for (const choice_t &choice : completion.choices)
         fprintf(out, "  %-*s  %s\r\n", static_cast<int>(width), choice.text.c_str(), choice.help.c_str());
     if (completion.choices.empty())
-        fputs("  nothing more may follow\r\n", out);
+        fprintf(out, "  %s\r\n", completion.problem.empty() ? "nothing more may follow" : completion.problem.c_str());
     fflush(out);
 }
 

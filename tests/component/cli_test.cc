@@ -1,6 +1,7 @@
 // The operator's cli against the real agent with the device's own models: what is typed, what is printed, and how the
 // program ends.
 #include "tests/component/agentd_process.h"
+#include "tests/component/cli_terminal.h"
 
 #include <gtest/gtest.h>
 
@@ -188,6 +189,32 @@ TEST_F(cli, the_agent_tells_its_state_and_who_is_connected)
     cli_run_t sessions = command("show sessions | include cli");
     EXPECT_EQ(sessions.status, 0) << sessions.output;
     EXPECT_NE(sessions.output.find("127.0.0.1"), std::string::npos) << sessions.output;
+}
+
+TEST_F(cli, a_terminal_completes_pages_and_keeps_secrets)
+{
+    ASSERT_EQ(run({ "--commit", write("two.cfg", TWO_VPNS) }).status, 0);
+    ASSERT_EQ(command("configure; set confdConfig cli banner \"First line\\nSecond line\"; commit").status, 0);
+    cli_terminal terminal({ CLI_PROGRAM, "--port", std::to_string(agent.port()), "--yang", TEST_YANG_DIR },
+                          agent.dir().path(""), 5);
+    EXPECT_TRUE(terminal.expect("First line\r\nSecond line\r\n")) << terminal.seen;
+    EXPECT_TRUE(terminal.type("show configu\t", "ration ")) << terminal.seen;
+    EXPECT_TRUE(terminal.type("vpn vpn-instance ?", "<0..65529>")) << terminal.seen;
+    EXPECT_TRUE(terminal.type("\r", "--More--")) << terminal.seen;
+    EXPECT_TRUE(terminal.type("q", "> ")) << terminal.seen;
+    EXPECT_TRUE(terminal.type("configur\r", "did you mean 'configure'?")) << terminal.seen;
+    EXPECT_TRUE(terminal.type("configure\r", "(config)# ")) << terminal.seen;
+    std::string leaf = "vpn vpn-instance 10 interface ppp1 ppp authentication chap password";
+    EXPECT_TRUE(terminal.type("set " + leaf + "\r", "password: ")) << terminal.seen;
+    EXPECT_TRUE(terminal.type("hidden1\r", "password again: ")) << terminal.seen;
+    EXPECT_TRUE(terminal.type("hidden1\r", "(config)# ")) << terminal.seen;
+    EXPECT_EQ(terminal.seen.find("hidden"), std::string::npos) << terminal.seen;
+    EXPECT_TRUE(terminal.type("set " + leaf + " hidden2\r", "(config)# ")) << terminal.seen;
+    EXPECT_TRUE(terminal.type("show " + leaf + " | include pass\r", "password $8$")) << terminal.seen;
+    EXPECT_TRUE(terminal.expect("# ")) << terminal.seen;
+    std::string history = agent.dir().read(".cfgmgr_cli_history");
+    EXPECT_NE(history.find("set " + leaf + "\n"), std::string::npos) << history;
+    EXPECT_EQ(history.find("hidden"), std::string::npos) << history;
 }
 
 TEST_F(cli, an_agent_that_is_gone_ends_it_with_2)
