@@ -255,6 +255,7 @@ bool trans_commit(trans_t &trans, ds_error_t &error)
     store.changes += diff->is_empty() ? 0 : 1;
     store.last_commit = std::move(trans.log);
     trans.wishes.clear();
+    store.candidate.generation += trans.wishes_taken > 0; // who missed them in the candidate finds them in running
     trans.wishes_taken = 0;
     trans.generation = store.generation;
     forget_preparation(trans);

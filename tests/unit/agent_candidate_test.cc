@@ -88,6 +88,20 @@ TEST(agent_candidate, it_is_committed_as_a_transaction_and_what_is_not_committed
     EXPECT_EQ(text_at(store, {}, "/vpn/main"), "1");
 }
 
+TEST(agent_candidate, what_misses_it_while_it_is_committed_finds_it_in_running_afterwards)
+{
+    datastore_ptr store = open_store();
+    ASSERT_EQ(merge(store, { "set " + MTU + " 900" }), 0);
+    trans_ptr other = candidate_begin(*store, true, 2);
+    ASSERT_EQ(edit(*other, "set " + MTU + " 901"), 0);
+    trans_ptr taken = candidate_take(*store, 3);
+    ds_error_t error;
+    EXPECT_FALSE(trans_check(*other, error)); // neither there nor here
+    ASSERT_TRUE(apply(*taken, error)) << error.text;
+    EXPECT_TRUE(trans_check(*other, error)) << error.text;
+    EXPECT_EQ(text_at(store, { VIEW_TRANS, other.get() }, MTU), "901");
+}
+
 TEST(agent_candidate, it_follows_running_and_names_what_it_has_lost)
 {
     datastore_ptr store = open_store();
