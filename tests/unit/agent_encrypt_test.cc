@@ -58,6 +58,10 @@ TEST(agent_encrypt, the_same_clear_text_keeps_what_is_stored)
         { "set " + SECRET + " two", "set " + SECRET + " one" },
         { "delete " + SECRET, "set " + SECRET + " one" },
         { "delete /vpn/vpn-instance{1}", "set " + SECRET + " one" },
+        { "delete /vpn/vpn-instance", "set " + SECRET + " one" },
+        { "set " + SECRET + " two", "delete /vpn/vpn-instance{1}", "set " + SECRET + " one" },
+        { "delete " + SECRET, "delete /vpn/vpn-instance{1}", "set " + SECRET + " one" },
+        { "delete /vpn/vpn-instance{1}", "set " + SECRET + " two", "set " + SECRET + " one" },
     };
     for (const auto &script : scripts) {
         EXPECT_EQ(diff_text(*commit(store, script)), "") << script.front();
