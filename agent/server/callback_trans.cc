@@ -49,16 +49,18 @@ static void give_up_party(server_t &server, callback_trans_t &trans, size_t part
     end_all(server, waiting, reply);
 }
 
+static void tell_end(server_t &server, uint32_t th, const callback_party_t &party);
+
 static void take_worker(server_t &server, callback_trans_t &trans, uint64_t control, bool is_validation,
                         const callback_reply_t &reply)
 {
+    wire_reader_t in(reply.payload); // empty when the init has failed
+    uint64_t worker = callback_find_worker(server, control, in.u32());
     size_t at = find_party(trans, control, is_validation);
-    if (at == NO_PARTY)
-        return;
+    if (at == NO_PARTY) // has ended meanwhile, which a daemon that knows of it has to hear
+        return tell_end(server, trans.th, { control, worker, is_validation, {} });
     if (reply.code != CONFD_ERR_OK)
         return give_up_party(server, trans, at, reply);
-    wire_reader_t in(reply.payload);
-    uint64_t worker = callback_find_worker(server, control, in.u32());
     if (worker == 0) {
         callback_reply_t refusal = { CONFD_ERR_UNAVAILABLE, "the daemon's init callback has chosen no worker", {} };
         return give_up_party(server, trans, at, refusal);

@@ -441,6 +441,30 @@ TEST(agentd_provider, an_interrupt_ends_a_walk_that_waits_for_a_provider)
     EXPECT_EQ(user.next_page(walk, 1).status, CONFD_ERR_NOEXISTS);
 }
 
+TEST(agentd_provider, a_reading_that_ends_while_the_daemon_chooses_a_worker_is_ended_there_too)
+{
+    agentd_process agent;
+    scripted_daemon daemon(agent);
+    wire_writer_t row;
+    row.text("rows");
+    row.u32(ALL_OBJECTS);
+    EXPECT_EQ(daemon.control.ask(WIRE_REG_DATA_CB, row.bytes).status, 0);
+    daemon.done();
+    reading_client user(agent);
+    wire_writer_t page;
+    page.u32(user.begin_walk("/prov/row"));
+    page.u32(100);
+    user.post(WIRE_MAAPI_WALK_NEXT, page.bytes);
+    std::string begun = daemon.control.expect(WIRE_CB_TRANS_INIT);
+    user.post(WIRE_MAAPI_INTERRUPT, "");
+    EXPECT_EQ(user.read_frame().status, CONFD_ERR_ABORTED);
+    wire_writer_t choice;
+    choice.u32(daemon.worker.number);
+    daemon.control.answer(WIRE_CB_TRANS_INIT, choice.bytes);
+    std::string ended = daemon.worker.expect(WIRE_CB_TRANS_FINISH);
+    EXPECT_EQ(wire_reader_t(ended).u32(), wire_reader_t(begun).u32());
+}
+
 TEST(agentd_provider, stored_reads_say_that_provided_data_is_not_stored)
 {
     agentd_process agent;
