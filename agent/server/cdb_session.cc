@@ -177,10 +177,9 @@ template <oper_edit_t Edit> static answer_t edit(call_t &call)
     return {};
 }
 
-static answer_t set_elem(call_t &call)
+// Gives the diff of a write at the path.
+template <typename Write> static answer_t write_at(call_t &call, const std::string &text, Write write)
 {
-    std::string text(call.in.text());
-    value_holder holder(call.in);
     if (!call.in.finished())
         return malformed(call);
     if (!call.conn.cdb.is_open)
@@ -192,31 +191,28 @@ static answer_t set_elem(call_t &call)
     diff_ptr diff;
     ds_error_t error;
     if (!path_parse(datastore_schema(*call.server.store), text, PATH_INSTANCE, path, error) ||
-        !oper_set(*call.server.store, path, holder.value, diff, error))
+        !write(*call.server.store, path, diff, error))
         return refused(error.code, error.text);
     subscription_notify_oper(call.server, std::move(diff));
     return {};
+}
+
+static answer_t set_elem(call_t &call)
+{
+    std::string text(call.in.text());
+    value_holder holder(call.in);
+    return write_at(call, text, [&](datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error) {
+        return oper_set(store, path, holder.value, diff, error);
+    });
 }
 
 static answer_t set_values(call_t &call)
 {
     std::string text(call.in.text());
     tag_values_t values(call.in);
-    if (!call.in.finished())
-        return malformed(call);
-    if (!call.conn.cdb.is_open)
-        return refused(CONFD_ERR_NOSESSION, "start a session on this connection first");
-    answer_t answer = check_operational(call);
-    if (answer.code != CONFD_ERR_OK)
-        return answer;
-    path_t path;
-    diff_ptr diff;
-    ds_error_t error;
-    if (!path_parse(datastore_schema(*call.server.store), text, PATH_INSTANCE, path, error) ||
-        !oper_set_values(*call.server.store, path, values.values, diff, error))
-        return refused(error.code, error.text);
-    subscription_notify_oper(call.server, std::move(diff));
-    return {};
+    return write_at(call, text, [&](datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error) {
+        return oper_set_values(store, path, values.values, diff, error);
+    });
 }
 
 // ---- triggered reads

@@ -317,8 +317,8 @@ static void begin_commit(server_t &server, job_t &job)
     session_trans_t *owner = find_session_trans(server, job);
     connection_t *conn = server_find(server, job.reply_to.connection);
     ds_error_t error;
-    if (!owner || !conn)
-        return finish(server, job);
+    if (!owner || !conn) // its session, or the init transaction, has ended while it was queued
+        return fail(server, job, CONFD_ERR_NOEXISTS, "there is no transaction " + std::to_string(job.th));
     if (job.kind == JOB_COMMIT && !datastore_check_lock(*server.store, conn->maapi.who.id, error))
         return fail(server, job, error.code, error.text);
     job.trans = std::move(owner->trans);

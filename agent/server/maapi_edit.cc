@@ -50,7 +50,7 @@ static answer_t move(call_t &call)
     std::string_view text = call.in.text();
     auto where = static_cast<wire_move_t>(call.in.u8()); // judged by trans_move
     maapi_keys_t to(call.in);
-    if (!call.in.finished())
+    if (!call.in.finished() || !to.is_ok)
         return malformed(call);
     maapi_target_t target;
     answer_t answer = maapi_find_target(call, th, text, PATH_INSTANCE, &target);
