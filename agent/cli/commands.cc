@@ -14,16 +14,14 @@ bool run_help(shell_t &shell, words_view, cli_error_t &)
     for (const command_t &row : shell_commands())
         if (row.modes & shell.mode) {
             std::string usage(row.usage);
-            usage.resize(std::max<size_t>(usage.size(), 50), ' ');
+            usage.resize(std::max<size_t>(usage.size(), 46), ' ');
             text += "  " + usage + " " + row.help + "\n";
         }
-    text +=
-        "\n"
-        "  Tab completes a word, ? shows what may stand here. Quote words that hold blanks; ';' joins commands.\n"
-        "  Behind a show: | display tree, table, set, json or xml, | include TEXT, | exclude TEXT, | count,\n"
-        "  | no-more, and for configuration | compare.\n"
-        "  An action of the models runs by its path: request PATH ACTION [PARAMETER [VALUE]]...; an rpc at the top\n"
-        "  by its name alone.\n";
+    text += "\n"
+            "  PATH ACTION [PARAMETER [VALUE]]... runs an action of the models.\n"
+            "  Behind a show: | display tree, table, set, json or xml   | include TEXT   | exclude TEXT\n"
+            "                 | count   | no-more   and for configuration | compare\n"
+            "  Tab completes a word, ? shows what may stand here. Quote words with blanks; ';' joins commands.\n";
     (void)output.write(text); // nothing follows, whether or not it is read
     output.end();
     return true;
@@ -173,7 +171,11 @@ bool shell_run(shell_t &shell, words_view words, cli_error_t &error)
     if (command->args == args_t::NONE && !args.empty())
         return cli_fail(error, "unexpected '" + args.front().text + "' behind '" + command->name + "'",
                         args.front().column);
-    return command->run(shell, args, error);
+    if (command->run(shell, args, error))
+        return true;
+    if (error.status != 0)
+        error.text = path_words_in(error.text);
+    return false;
 }
 
 bool shell_run_line(shell_t &shell, std::string_view line, cli_error_t &error)

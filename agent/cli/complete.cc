@@ -172,13 +172,12 @@ void offer_placing(query_t &query, words_view words)
     bool ok = path_walk(query.schema, words, path, used, error);
     bool is_entry = schema_is_user_ordered(path.node) && !path.is_whole_list &&
                     (schema_is_list(path.node) || (ok && used + 1 == words.size()));
-    if (ok && is_entry) {
-        query.offer("first", "before all others");
-        query.offer("last", "behind all others");
-        query.offer("before", "before another");
-        query.offer("after", "behind another");
-    }
-    offer_path(query, args_t::PLACING, words);
+    if (!ok || !is_entry)
+        return offer_path(query, args_t::PLACING, words);
+    query.offer("first", "before all others");
+    query.offer("last", "behind all others");
+    query.offer("before", "before another");
+    query.offer("after", "behind another");
 }
 
 // Parameters that were not given yet, or the value of the one that was named last.

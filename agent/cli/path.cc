@@ -186,3 +186,36 @@ std::string path_words_of(const std::string &agent_path)
     }
     return out;
 }
+
+namespace
+{
+
+// A blank or a sign of the sentence; a colon may also stand in a name.
+bool ends_path(const std::string &text, size_t at)
+{
+    bool is_last = at + 1 == text.size() || text[at + 1] == ' ';
+    return text[at] == ' ' || (is_last && std::string_view(":,;").find(text[at]) != std::string_view::npos);
+}
+
+} // namespace
+
+std::string path_words_in(const std::string &text)
+{
+    bool is_quoted = false;
+    bool is_key = false;
+    size_t end = 0;
+    for (; end < text.size(); end++) {
+        char c = text[end];
+        if (is_quoted && c == '\\')
+            end++;
+        else if (is_key && c == '"')
+            is_quoted = !is_quoted;
+        else if (!is_quoted && (c == '{' || c == '}'))
+            is_key = c == '{';
+        else if (!is_key && ends_path(text, end))
+            break;
+    }
+    end = std::min(end, text.size());
+    bool has_path = text.starts_with('/') && end > 1;
+    return has_path ? "'" + path_words_of(text.substr(0, end)) + "'" + text.substr(end) : text;
+}

@@ -45,4 +45,8 @@ struct path_t {
 // An agent's path as the operator types it: the words, quoted where needed. Text that is no path is given back as it is.
 [[nodiscard]] std::string path_words_of(const std::string &agent_path);
 
+// A text of the agent that begins with a path, with that path in quotes as it is typed: "/vpn/vpn-instance{5}/name is
+// too long" as "'vpn vpn-instance 5 name' is too long".
+[[nodiscard]] std::string path_words_in(const std::string &text);
+
 #endif

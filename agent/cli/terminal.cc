@@ -156,16 +156,22 @@ completion_t complete_here(EditLine *editor, char key)
 
 void list_choices(const terminal_t &terminal, const completion_t &completion)
 {
-    FILE *out = terminal.shell.out;
-    fputs("\r\n", out);
+    static constexpr size_t WIDEST = 28; // a longer choice takes its room from its own help
+    pager_t pager(terminal.shell.screen);
+    fputs("\r\n", terminal.shell.out);
     size_t width = 0;
     for (const choice_t &choice : completion.choices)
-        width = std::max(width, std::min<size_t>(choice.text.size(), 28));
-    for (const choice_t &choice : completion.choices)
-        fprintf(out, "  %-*s  %s\r\n", static_cast<int>(width), choice.text.c_str(), choice.help.c_str());
+        width = std::max(width, std::min(cli_width(choice.text), WIDEST));
+    for (const choice_t &choice : completion.choices) {
+        std::string line = "  " + choice.text;
+        if (!choice.help.empty())
+            line += std::string(width + 2 - std::min(cli_width(choice.text), width), ' ') + choice.help;
+        if (!pager.put(line))
+            break;
+    }
     if (completion.choices.empty())
-        fprintf(out, "  %s\r\n", completion.problem.empty() ? "nothing more may follow" : completion.problem.c_str());
-    fflush(out);
+        (void)pager.put("  " + (completion.problem.empty() ? "nothing more may follow" : completion.problem));
+    fflush(terminal.shell.out);
 }
 
 // What Tab inserts: nothing where any value may stand and none of it was typed, as only the operator knows it.

@@ -106,7 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (input[0] == 0)
         try_document(input.substr(1));
     else if (input[0] == 1)
-        (void)path_words_of(std::string(input.substr(1)));
+        (void)path_words_in(std::string(input.substr(1)));
     else
         try_lines(input);
     return 0;

@@ -76,7 +76,7 @@ TEST(cli_complete, the_words_that_may_stand_at_the_cursor_are_offered)
         { MODE_CONFIGURATION, "set shop town A", "Ashby Aton" },
         { MODE_CONFIGURATION, "delete shop mood ", "" },
         { MODE_CONFIGURATION, "move shop sign a ", "first last before after" },
-        { MODE_CONFIGURATION, "move shop shelf 7 label x ", "first last before after <text>" },
+        { MODE_CONFIGURATION, "move shop shelf 7 label x ", "first last before after" },
         { MODE_CONFIGURATION, "set shop shelf ", "7 70 <0..255>" },
         { MODE_CONFIGURATION, "set shop shelf 7 item ", "acme \"big co\" <text>" },
         { MODE_CONFIGURATION, "set shop shelf 7 item acme ", "1 3 <0..65535>" },

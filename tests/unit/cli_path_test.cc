@@ -84,6 +84,21 @@ TEST(cli_path, an_agents_path_reads_back_as_it_is_typed)
     EXPECT_EQ(path_words_of("/a{\"open"), "a open");
 }
 
+TEST(cli_path, a_path_at_the_start_of_the_agents_words_is_told_as_it_is_typed)
+{
+    static const std::pair<const char *, const char *> texts[] = {
+        { "/shop/shelf{7}/item{\"big co\" 1}/price has to be set",
+          "'shop shelf 7 item \"big co\" 1 price' has to be set" },
+        { "/shop:shop/mood: bad value", "'shop:shop mood': bad value" },
+        { "/shop", "'shop'" },
+        { "no /shop", "no /shop" },
+        { "/ is all", "/ is all" },
+        { "", "" },
+    };
+    for (const auto &[text, told] : texts)
+        EXPECT_EQ(path_words_in(text), told);
+}
+
 struct rule_case_t {
     const char *leaf;
     const char *value;
