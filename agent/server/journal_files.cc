@@ -67,7 +67,8 @@ static uint64_t generation_of(std::string_view name, std::string_view prefix, st
     std::string_view digits = name.substr(prefix.size(), name.size() - prefix.size() - suffix.size());
     uint64_t generation = 0;
     auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), generation);
-    return failure == std::errc() && end == digits.data() + digits.size() ? generation : 0;
+    bool is_ours = failure == std::errc() && end == digits.data() + digits.size() && digits[0] != '0';
+    return is_ours ? generation : 0;
 }
 
 struct generations_t {

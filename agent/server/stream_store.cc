@@ -15,6 +15,7 @@
 static constexpr uint32_t RECORD_MAGIC = 0x31767365; // "esv1"
 static constexpr uint32_t MAX_DOCUMENT = 1 << 20;
 static constexpr size_t MAX_STREAM_NAME = 64;
+static constexpr uint64_t MAX_NUMBER = INT64_MAX; // of a file that is taken up: the store goes on counting behind it
 static constexpr std::string_view SUFFIX = ".events";
 
 struct record_header_t {
@@ -41,7 +42,7 @@ static std::string file_path(const stream_store_t &store, const std::string &str
     return store.dir + "/" + stream + "-" + std::to_string(number) + std::string(SUFFIX);
 }
 
-// "corvane-12.events" into its parts.
+// "corvane-12.events" into its parts; only names that this store would give.
 static bool parse_file_name(std::string_view name, std::string *stream, uint64_t *number)
 {
     if (!name.ends_with(SUFFIX))
@@ -53,7 +54,7 @@ static bool parse_file_name(std::string_view name, std::string *stream, uint64_t
     std::string_view digits = name.substr(dash + 1);
     auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), *number);
     *stream = name.substr(0, dash);
-    return failure == std::errc() && end == digits.data() + digits.size() && *number > 0;
+    return failure == std::errc() && end == digits.data() + digits.size() && digits[0] != '0' && *number < MAX_NUMBER;
 }
 
 // ---- records
