@@ -28,109 +28,6 @@ datastore_stats_t datastore_stats(const datastore_t &store)
     return { store.changes, store.journal.size };
 }
 
-// ---- views
-
-// Takes out whatever stands in running beyond what is committed, or brings the last commit back.
-static void show_running(datastore_t &store)
-{
-    if (store.mounted)
-        log_undo(store.mounted->log);
-    store.mounted = nullptr;
-    log_redo(store.last_commit);
-}
-
-// Has somebody else done meanwhile what the wish was for?
-static bool is_done_already(const wish_t &wish, const ds_error_t &error)
-{
-    return (wish.kind == WISH_CREATE && error.code == CONFD_ERR_ALREADY_EXISTS) ||
-           (wish.kind == WISH_DELETE && error.code == CONFD_ERR_NOEXISTS);
-}
-
-// Makes a wish again, on a running that has moved.
-static bool make_again(trans_t &trans, wish_t &wish)
-{
-    edit_ground_t before = wish.ground;
-    ds_error_t error;
-    wish.first_edit = trans.log.edits.size();
-    if (wish_apply(trans.log, wish, error) ? wish.ground.made <= before.made : is_done_already(wish, error))
-        return true;
-    log_rollback(trans.log, 0);
-    wish.ground = before;
-    std::string why = error.code ? error.text : "what it stands in has been deleted";
-    return ds_fail(trans.conflict, CONFD_ERR_CONFLICT,
-                   "running has changed under the transaction at " + path_text(wish.path) + ": " + why);
-}
-
-// The candidate's wishes stay as they were when they became the candidate's, whoever looks at them.
-static bool make_candidate(datastore_t &store, trans_t &trans)
-{
-    for (const wish_t &wish : store.candidate.wishes) {
-        wish_t copy = wish;
-        if (!make_again(trans, copy))
-            return false;
-    }
-    return true;
-}
-
-static void rebase(datastore_t &store, trans_t &trans)
-{
-    log_forget(trans.log);
-    trans.generation = store.generation;
-    trans.candidate_generation = store.candidate.generation;
-    trans.conflict = {};
-    trans.is_prepared = false; // the consequences of a judgement went with the log
-    if (trans.is_on_candidate && !make_candidate(store, trans))
-        return;
-    for (wish_t &wish : trans.wishes)
-        if (!make_again(trans, wish))
-            return;
-}
-
-// A conflict with running is for good, but the candidate may have lost what was in the way.
-static bool is_up_to_date(const datastore_t &store, const trans_t &trans)
-{
-    bool has_candidate = !trans.is_on_candidate || trans.candidate_generation == store.candidate.generation;
-    return has_candidate && (trans.conflict.code || trans.generation == store.generation);
-}
-
-static void show_trans(datastore_t &store, trans_t &trans)
-{
-    if (store.mounted == &trans)
-        return;
-    show_running(store);
-    if (!is_up_to_date(store, trans))
-        rebase(store, trans);
-    else
-        log_redo(trans.log);
-    store.mounted = trans.conflict.code ? nullptr : &trans;
-}
-
-void store_show_view(datastore_t &store, view_t view)
-{
-    if (view.kind == VIEW_TRANS) {
-        show_trans(store, *view.trans);
-    } else if (view.kind == VIEW_RUNNING || store.last_commit.edits.empty()) {
-        show_running(store);
-    } else if (store.last_commit.is_applied) {
-        show_running(store);
-        log_undo(store.last_commit);
-    }
-}
-
-tree_t &store_tree(datastore_t &store, view_t view, const path_t &path)
-{
-    if (path.node() && !path.node()->is(WIRE_NODE_CONFIG))
-        return store.operational;
-    store_show_view(store, view);
-    return store.running;
-}
-
-void datastore_drop_old(datastore_t &store)
-{
-    log_redo(store.last_commit);
-    log_forget(store.last_commit);
-}
-
 // ---- locks
 
 bool datastore_check_lock(const datastore_t &store, uint64_t holder, ds_error_t &error)
@@ -222,8 +119,8 @@ static void drop_indexes(tree_t &tree)
         lyd_node *at = nullptr;
         LYD_TREE_DFS_BEGIN(top, at)
         {
-            delete static_cast<node_indexes_t *>(at->priv);
-            at->priv = nullptr;
+            if (at->priv)
+                static_cast<node_indexes_t *>(at->priv)->lists.clear();
             LYD_TREE_DFS_END(top, at);
         }
     }

@@ -27,6 +27,7 @@ static lyd_node *make_entry(lyd_node *parent, const lysc_node *schema, std::span
 static lyd_node *make_node(lyd_node *parent, const lysc_node *schema, std::span<const value_t> values)
 {
     lyd_node *node = nullptr;
+    tree_before_link(parent);
     if (schema->nodetype == LYS_LIST)
         return make_entry(parent, schema, values);
     if (schema->nodetype == LYS_CONTAINER)

@@ -139,6 +139,7 @@ static const lysc_node *case_in_force(tree_t &tree, lyd_node *parent, const lysc
 static void add_default(edit_log_t &log, lyd_node *parent, const lysc_node *schema, const char *text)
 {
     lyd_node *node = nullptr;
+    tree_before_link(parent);
     if (schema->nodetype == LYS_CONTAINER)
         (void)lyd_new_inner(parent, schema->module, schema->name, 0, &node); // null when out of memory: no default then
     else

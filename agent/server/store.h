@@ -1,4 +1,4 @@
-// The inside of the datastores: what datastore.cc, trans.cc, wish.cc, candidate.cc, read.cc, show.cc and oper.cc share.
+// The inside of the datastores: what datastore.cc, view.cc, trans.cc, wish.cc, candidate.cc, read.cc, show.cc and oper.cc share.
 #ifndef AGENT_SERVER_STORE_H
 #define AGENT_SERVER_STORE_H
 
@@ -38,7 +38,9 @@ struct trans_t {
     uint64_t holder = 0;
     std::vector<wish_t> wishes;
     edit_log_t log;
-    uint64_t generation = 0; // of running, that the log is against
+    std::unique_ptr<tree_t> own; // a copy of running that the log is in instead; while mounted: running
+    size_t switched = 0;         // edits of the log made again, for nothing but switching views
+    uint64_t generation = 0;     // of running, that the log is against
     bool is_on_candidate = false;
     uint64_t candidate_generation = 0; // of the candidate whose wishes the log begins with
     size_t wishes_taken = 0;           // of the candidate, at the beginning: see candidate_take
@@ -60,6 +62,8 @@ struct datastore_t {
     trans_t *mounted = nullptr; // whose edits stand in running now
     trans_t *prepared = nullptr;
     candidate_t candidate;
+    size_t node_count = 0; // of running
+    uint64_t counted_generation = 0;
     edit_log_t last_commit{ &running }; // undone while the old view is looked at
     uint64_t lock_holder = 0;           // 0: free
     std::string lock_name;
@@ -70,6 +74,9 @@ struct datastore_t {
 
 // Brings running into the state that the view shows. A transaction in conflict shows running.
 void store_show_view(datastore_t &store, view_t view);
+
+// The transaction's edits are in running's own tree again when they are looked at next.
+void store_go_home(trans_t &trans);
 
 // The tree that a node of the path belongs to, in the state of the view; the root: running.
 [[nodiscard]] tree_t &store_tree(datastore_t &store, view_t view, const path_t &path);

@@ -27,6 +27,7 @@ void trans_deleter::operator()(trans_t *trans) const
         store_show_view(store, {});
     if (store.prepared == trans)
         store.prepared = nullptr;
+    store_go_home(*trans);
     log_undo(trans->log); // of nothing, when there are no edits
     delete trans;
 }
@@ -192,6 +193,7 @@ static void drop_consequences(trans_t &trans)
 static bool judge(trans_t &trans, diff_ptr &diff, ds_error_t &error)
 {
     drop_consequences(trans);
+    store_go_home(trans);
     if (!trans_check(trans, error))
         return false;
     trans.edits_asked_for = trans.log.edits.size();

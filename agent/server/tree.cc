@@ -133,6 +133,44 @@ void tree_refresh_default_flag(lyd_node *node)
     }
 }
 
+static constexpr uint32_t FEW_CHILDREN = 24;
+
+// libyang makes a new table with the next child that is put in.
+static void drop_hash_table(lyd_node *parent)
+{
+    lyd_node *carrier = nullptr;
+    if (lyd_dup_single(parent, nullptr, LYD_DUP_NO_META, &carrier) != LY_SUCCESS)
+        return; // no memory: the old table serves on
+    auto *from = reinterpret_cast<lyd_node_inner *>(parent);
+    std::swap(from->children_ht, reinterpret_cast<lyd_node_inner *>(carrier)->children_ht);
+    lyd_free_tree(carrier);
+}
+
+// libyang 2.1 crashes when it puts a child into a hash table all of whose slots have been in use: it looks for a free one
+// behind the last child of the same slot only, and does not look between. Slots of removed children count, two each at
+// most, until the table is made anew. It is at most three quarters full otherwise, so an eighth of the children may go.
+void tree_before_link(lyd_node *parent)
+{
+    auto *counts = parent ? static_cast<node_indexes_t *>(parent->priv) : nullptr;
+    if (!counts || counts->unlinked == 0 ||
+        (counts->counted >= FEW_CHILDREN && counts->unlinked <= counts->counted / 8))
+        return;
+    drop_hash_table(parent);
+    counts->unlinked = 0;
+    counts->counted = 0;
+    for (const lyd_node *child = lyd_child(parent); child; child = child->next)
+        counts->counted++;
+}
+
+static void note_unlink(lyd_node *parent)
+{
+    if (!parent || !reinterpret_cast<lyd_node_inner *>(parent)->children_ht)
+        return;
+    if (!parent->priv)
+        parent->priv = new node_indexes_t;
+    static_cast<node_indexes_t *>(parent->priv)->unlinked++;
+}
+
 // Keeps the default flags of the containers above as they are: libyang changes them while it links.
 static void link_raw(tree_t &tree, lyd_node *parent, lyd_node *node)
 {
@@ -157,6 +195,7 @@ static void link_ordered(tree_t &tree, lyd_node *parent, lyd_node *node, const l
 
 void tree_link(tree_t &tree, lyd_node *parent, lyd_node *node, const lyd_node *prev)
 {
+    tree_before_link(parent);
     if (lysc_is_userordered(node->schema))
         link_ordered(tree, parent, node, prev);
     else
@@ -180,6 +219,7 @@ void tree_unlink(tree_t &tree, lyd_node *node)
         drop_from_index(tree, node);
     if (tree.first == node)
         tree.first = node->next;
+    note_unlink(parent);
     lyd_unlink_tree(node);
     tree_refresh_default_flag(parent);
 }

@@ -24,6 +24,8 @@ struct list_index_t {
 
 struct node_indexes_t { // of the lists and leaf-lists directly below one node
     std::vector<list_index_t> lists;
+    uint32_t unlinked = 0; // children taken out since libyang's hash table of them was made
+    uint32_t counted = 0;  // children that there were then
 };
 
 struct tree_t {
@@ -44,6 +46,9 @@ void tree_free(tree_t &tree);
 
 // The child that is the only one of its schema node (of a list: the first as libyang keeps them); null when there is none.
 [[nodiscard]] lyd_node *tree_find_child(const tree_t &tree, const lyd_node *parent, const lysc_node *schema);
+
+// To be called before libyang itself puts a new child into parent (which may be null): see the reason there.
+void tree_before_link(lyd_node *parent);
 
 // Links a detached node below parent, behind others of its schema node, or for user-ordered ones behind prev (null: as the
 // first). And takes it out. Default flags of containers around it follow.

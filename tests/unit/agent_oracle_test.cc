@@ -305,6 +305,8 @@ std::string make_edits(trans_t &trans, const datastore_ptr &store, random_t &ran
         std::string line = random_edit(random);
         if (random.below(8) == 0)
             digress(trans, random);
+        if (random.below(8) == 0)
+            trans.switched = 1u << 30; // it gets a tree of its own
         if (edit(trans, line) != 0)
             continue;
         script += line + "\n";
