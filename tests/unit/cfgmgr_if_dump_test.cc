@@ -1,7 +1,10 @@
 // What an operator can ask of the interface table.
+#include "cfgmgr/daemon/cfgmgr_dump.h"
 #include "cfgmgr/daemon/cfgmgr_print.h"
 #include "cfgmgr/network/cfgmgr_gre.h"
+#include "tconfd/tconfd_api.h"
 #include "tests/unit/cfgmgr_if_env.h"
+#include "tests/unit/fake_agent.h"
 
 #include <regex>
 
@@ -115,6 +118,24 @@ TEST_F(if_commands, a_bounce_of_what_is_not_there_is_told_and_succeeds)
     EXPECT_EQ(bounce("5", "loopback1"), 0);
     EXPECT_TRUE(log_has("Unable to bounce interface loopback1 in vpn: 5 - invalid daemon"));
     cfgmgr_context_publish(&daemon);
+}
+
+TEST_F(if_commands, a_dump_reaches_the_session_that_asked_for_it_in_pieces)
+{
+    tconfd_ctx ctx{};
+    daemon.tconfd_ctx_p = &ctx;
+    for (int tag = 2; tag < 100; tag++)
+        make(("ge0_1." + std::to_string(tag)).c_str());
+    confd_user_info operator_p{};
+    operator_p.usid = 7;
+    EXPECT_EQ(cfgmgr_dump_if(&operator_p, nullptr, 0, nullptr), CONFD_OK);
+    std::string text;
+    for (const std::string &piece : agent().printed[7])
+        text += piece;
+    EXPECT_EQ(std::regex_replace(text, std::regex("0x[0-9a-f]{8,}"), "P"), dump() + "\n");
+    EXPECT_GT(agent().printed[7].size(), 1u);
+    EXPECT_LT(agent().printed[7].size(), text.size() / 1000);
+    daemon.tconfd_ctx_p = nullptr;
 }
 
 } // namespace

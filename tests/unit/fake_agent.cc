@@ -455,6 +455,19 @@ int maapi_detach(int, struct confd_trans_ctx *)
 {
     return outcome("maapi_detach");
 }
+int maapi_cli_printf(int sock, int usid, const char *fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    char *text = nullptr;
+    int length = vasprintf(&text, fmt, args);
+    va_end(args);
+    if (length < 0)
+        return CONFD_ERR;
+    agent().printed[usid].emplace_back(text);
+    free(text);
+    return sock >= 0 ? outcome("maapi_cli_printf") : CONFD_ERR;
+}
 int maapi_prio_message(int, const char *to, const char *message)
 {
     std::string text = message;

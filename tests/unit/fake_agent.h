@@ -49,6 +49,7 @@ struct fake_agent_t {
     std::map<int, int> peers;            // the agent's ends of connected sockets, by the client's
     std::function<void()> on_wait_start; // in the registration thread
     int notification_type = 0;
+    std::map<int, std::vector<std::string>> printed; // pieces of text, by user session
 
     std::vector<std::string> calls_of(const std::string &function);
     bool has_called(const std::string &call) { return count(call) > 0; }
