@@ -276,6 +276,7 @@ void run_line(terminal_t &terminal, const std::string &typed)
     std::string line = typed.substr(0, typed.find_last_not_of(" \t\r\n") + 1);
     if (line.empty())
         return;
+    (void)interrupt_take(); // one that came too late for the command before
     std::string kept = shell_without_secrets(terminal.shell, line);
     cli_error_t error;
     bool ok = shell_run_line(terminal.shell, line, error);
