@@ -103,6 +103,8 @@ void callback_trans_ask(server_t &server, const callback_trans_ref &trans, regis
                         const std::string &point, uint16_t op, std::string payload, std::string what,
                         callback_done_t done)
 {
+    if (trans->is_ended)
+        return done(server, { CONFD_ERR_UNAVAILABLE, "the transaction has ended; nobody is asked for " + what, {} });
     const registration_t *row = registry_find(server.registry, kind, point);
     if (!row) {
         std::string text = std::string("no daemon has registered ") + registration_kind_name(kind) + " \"" + point +
@@ -171,8 +173,10 @@ static void end_parties(server_t &server, callback_trans_t &trans, bool only_val
 
 void callback_trans_finish(server_t &server, const callback_trans_ref &trans)
 {
-    if (trans)
-        end_parties(server, *trans, false);
+    if (!trans)
+        return;
+    trans->is_ended = true;
+    end_parties(server, *trans, false);
 }
 
 void callback_trans_stop_validation(server_t &server, const callback_trans_ref &trans)

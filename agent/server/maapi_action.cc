@@ -2,6 +2,7 @@
 #include "agent/server/action.h"
 #include "agent/server/maapi.h"
 #include "agent/server/op.h"
+#include "agent/server/provider_read.h"
 #include "agent/server/server.h"
 #include "agent/server/walk.h"
 
@@ -165,7 +166,8 @@ static answer_t interrupt(call_t &call)
     if (!call.in.finished())
         return malformed(call);
     uint64_t serial = call.conn.serial;
-    if (!action_interrupt(call.server, serial) && !walk_interrupt(call.server, serial))
+    if (!action_interrupt(call.server, serial) && !walk_interrupt(call.server, serial) &&
+        !provider_interrupt(call.server, call.conn.maapi))
         commit_queue_interrupt(call.server, serial);
     return unanswered();
 }

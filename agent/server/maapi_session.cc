@@ -1,6 +1,7 @@
 // MAAPI connections: user sessions and their locks, messages to users.
 #include "agent/server/log.h"
 #include "agent/server/maapi.h"
+#include "agent/server/provider_read.h"
 #include "agent/server/server.h"
 #include "agent/server/walk.h"
 
@@ -65,6 +66,7 @@ static answer_t unlock_running(call_t &call)
 void maapi_session_end(server_t &server, maapi_session_t &session)
 {
     walk_end_all(server, session);
+    (void)provider_interrupt(server, session); // nobody waits for the answer any more
     for (auto &[th, opened] : session.transactions)
         if (opened.trans) // else the queue has it, and tells
             callback_trans_finish(server, opened.daemons);

@@ -29,12 +29,15 @@ static reading_ref begin(const call_t &call, const provider_target_t &target)
     return reading;
 }
 
+// Once: behind an interrupt, what providers still say has no effect.
 static void end(server_t &server, provider_reading_t &reading, answer_t answer)
 {
-    if (reading.is_own)
-        callback_trans_finish(server, reading.trans);
+    if (reading.is_ended)
+        return;
     reading.is_ended = true;
     reading.answer = std::move(answer);
+    if (reading.is_own)
+        callback_trans_finish(server, reading.trans);
     if (reading.is_deferred)
         server_answer(server, reading.ref, reading.answer, reading.out.bytes);
 }
@@ -45,14 +48,24 @@ static void end_missing(server_t &server, provider_reading_t &reading)
 }
 
 // How the handler ends: with the answer, or waiting for it.
-static answer_t settle(call_t &call, provider_reading_t &reading)
+static answer_t settle(call_t &call, const reading_ref &reading)
 {
-    if (!reading.is_ended) {
-        reading.is_deferred = true;
+    if (!reading->is_ended) {
+        reading->is_deferred = true;
+        call.conn.maapi.reading = reading;
         return deferred();
     }
-    call.out = std::move(reading.out);
-    return reading.answer;
+    call.out = std::move(reading->out);
+    return reading->answer;
+}
+
+bool provider_interrupt(server_t &server, maapi_session_t &session)
+{
+    reading_ref reading = session.reading.lock();
+    if (!reading || reading->is_ended)
+        return false;
+    end(server, *reading, refused(CONFD_ERR_ABORTED, "interrupted"));
+    return true;
 }
 
 // What the provided instance stands in, as far as the agent stores it, is there.
@@ -131,7 +144,7 @@ answer_t provider_read_value(call_t &call, const provider_target_t &target)
     reading_ref reading = begin(call, target);
     provider_ask_exists(call.server, reading->trans, target.path,
                         [reading](server_t &of, const provider_answer_t &told) { take_value(of, *reading, told); });
-    return settle(call, *reading);
+    return settle(call, reading);
 }
 
 answer_t provider_read_exists(call_t &call, const provider_target_t &target)
@@ -146,7 +159,7 @@ answer_t provider_read_exists(call_t &call, const provider_target_t &target)
                             reading->out.u8(is_there(reading->path, told));
                             end(of, *reading, { told.code, told.text });
                         });
-    return settle(call, *reading);
+    return settle(call, reading);
 }
 
 // ---- entries
@@ -161,7 +174,7 @@ static provider_cursor_ref make_cursor(const path_t &list)
 // False when nobody waits any more: the rest of the list need not be asked for.
 static bool is_wanted(server_t &server, provider_reading_t &reading)
 {
-    if (server_find(server, reading.ref.connection))
+    if (!reading.is_ended && server_find(server, reading.ref.connection))
         return true;
     end(server, reading, {});
     return false;
@@ -202,7 +215,7 @@ answer_t provider_read_count(call_t &call, const provider_target_t &target)
         count_pages(call.server, reading, cursor);
     else
         count_values(call.server, reading);
-    return settle(call, *reading);
+    return settle(call, reading);
 }
 
 struct next_reading_t {
@@ -296,5 +309,5 @@ answer_t provider_read_next(call_t &call, const provider_target_t &target, std::
         provider_cursor_seek(*next->cursor, *reading->trans, std::move(keys));
     take_kept(*next);
     ask_for_entries(call.server, next);
-    return settle(call, *reading);
+    return settle(call, reading);
 }

@@ -12,6 +12,8 @@
 
 #include <span>
 
+struct maapi_session_t;
+
 // daemons: who has been told of the transaction that is read; null: the request is a reading of its own. The view is
 // where the configuration that the path stands in is looked for.
 struct provider_target_t {
@@ -25,5 +27,8 @@ struct provider_target_t {
 [[nodiscard]] answer_t provider_read_count(call_t &call, const provider_target_t &target);
 [[nodiscard]] answer_t provider_read_next(call_t &call, const provider_target_t &target,
                                           std::span<const confd_value_t> after, uint32_t most);
+
+// Ends the reading that the connection of the session waits for with CONFD_ERR_ABORTED; false when it waits for none.
+bool provider_interrupt(server_t &server, maapi_session_t &session);
 
 #endif

@@ -15,6 +15,7 @@
 
 struct server_t;
 struct walk_t;
+struct provider_reading_t;
 
 struct cdb_session_t {
     bool is_open = false;
@@ -29,12 +30,13 @@ struct session_trans_t {
 };
 
 struct maapi_session_t {
-    session_identity_t who;                           // id 0: no user session
-    std::map<uint32_t, session_trans_t> transactions; // by handle
-    std::set<uint32_t> attached;                      // handles of callbacks' transactions
-    std::map<uint32_t, uint32_t> flags;               // wire_trans_flag_t, by handle; also of attached ones
+    session_identity_t who;                            // id 0: no user session
+    std::map<uint32_t, session_trans_t> transactions;  // by handle
+    std::set<uint32_t> attached;                       // handles of callbacks' transactions
+    std::map<uint32_t, uint32_t> flags;                // wire_trans_flag_t, by handle; also of attached ones
     std::map<uint32_t, std::shared_ptr<walk_t>> walks; // by number
-    uint32_t last_walk = 0;                           // the number given last
+    uint32_t last_walk = 0;                            // the number given last
+    std::weak_ptr<provider_reading_t> reading;         // of provided data, begun last
 };
 
 // A value read from a request; goes with it.

@@ -441,6 +441,36 @@ TEST(agentd_provider, an_interrupt_ends_a_walk_that_waits_for_a_provider)
     EXPECT_EQ(user.next_page(walk, 1).status, CONFD_ERR_NOEXISTS);
 }
 
+TEST(agentd_provider, a_read_that_is_interrupted_or_whose_reader_is_gone_asks_the_provider_no_more)
+{
+    agentd_process agent;
+    provider_script_t script;
+    script.rows = 1000000;
+    provider_daemon provider(agent, "rows", HAS_GET_NEXT, script);
+    wire_writer_t entry;
+    entry.u32(0);
+    entry.text("/prov/row{999999}");
+    for (bool is_interrupted : { true, false }) {
+        provider.forget();
+        auto user = std::make_unique<reading_client>(agent);
+        user->post(WIRE_MAAPI_EXISTS, entry.bytes);
+        for (int i = 0; i < 400 && provider.count("get_next") < 3; i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_GE(provider.count("get_next"), 3u);
+        if (is_interrupted) {
+            user->post(WIRE_MAAPI_INTERRUPT, "");
+            EXPECT_EQ(user->read_frame().status, CONFD_ERR_ABORTED);
+        }
+        user.reset();
+        for (int i = 0; i < 400 && provider.ended < provider.begun; i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_EQ(provider.ended, provider.begun);
+        size_t asked = provider.count("get_next");
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_EQ(provider.count("get_next"), asked);
+    }
+}
+
 TEST(agentd_provider, a_reading_that_ends_while_the_daemon_chooses_a_worker_is_ended_there_too)
 {
     agentd_process agent;
