@@ -205,12 +205,13 @@ TEST_F(actions, an_interrupt_reaches_the_callback_for_it)
     gate busy;
     action_handlers_t handlers;
     handlers.abort = [&](confd_user_info *) {
-        daemon.note("abort");
         busy.open();
+        daemon.note("abort");
         return CONFD_OK;
     };
     handlers.action = [&](confd_user_info *uinfo, xml_tag *, confd_hkeypath_t *, confd_tag_value_t *, int) {
         busy.pass();
+        daemon.note("left");
         confd_action_seterr(uinfo, "interrupted");
         return CONFD_ERR;
     };
@@ -225,7 +226,7 @@ TEST_F(actions, an_interrupt_reaches_the_callback_for_it)
     user.post(WIRE_MAAPI_INTERRUPT, {}, 8);
     raw_client::frame_t reply = user.wait_for(WIRE_MAAPI_ACTION);
     EXPECT_GT(reply.status, 0) << reply.text();
-    EXPECT_TRUE(daemon.wait_for("abort"));
+    EXPECT_TRUE(daemon.wait_for("abort") && daemon.wait_for("left")) << "nobody may be at the gate when it goes";
     EXPECT_EQ(user.action("/conform:unserved").status, CONFD_ERR_UNAVAILABLE) << "the session goes on";
 }
 
