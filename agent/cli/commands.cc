@@ -178,7 +178,7 @@ bool shell_run(shell_t &shell, words_view words, cli_error_t &error)
     return false;
 }
 
-bool shell_run_line(shell_t &shell, std::string_view line, cli_error_t &error)
+bool shell_run_line(shell_t &shell, std::string_view line, cli_error_t &error, std::string *kept)
 {
     line_t read;
     if (!cli_split_line(line, read, error))
@@ -187,6 +187,8 @@ bool shell_run_line(shell_t &shell, std::string_view line, cli_error_t &error)
         bool is_first = &words == &read.commands.front();
         if (shell.wants_exit || (!is_first && shell_is_interrupted(shell, error)))
             return shell.wants_exit;
+        if (kept)
+            *kept = shell_without_secrets(shell, *kept);
         if (!shell_run(shell, words, error))
             return false;
     }

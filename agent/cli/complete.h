@@ -24,7 +24,8 @@ struct completion_t {
     size_t typed = 0;              // bytes of the line that the choice replaces, up to its end
 };
 
-// line is the text up to the cursor, key what was pressed: Tab or '?'. mode is the shell's (a bit of shell_mode_t), place where it stands.
+// line is the text up to the cursor, key what was pressed: Tab or '?'. mode is the shell's (a bit of shell_mode_t), place
+// where it stands.
 [[nodiscard]] completion_t cli_complete(const schema_t &schema, uint8_t mode, const path_t &place,
                                         const complete_source_t &source, std::string_view line, char key);
 

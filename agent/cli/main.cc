@@ -198,6 +198,7 @@ int main(int argc, char **argv)
     if (run_batch(shell, options, error))
         return 0;
     fflush(shell.out);
-    fprintf(stderr, "cli: %s\n", error.text.c_str());
+    std::string text = isatty(STDERR_FILENO) ? pager_safe_text(error.text) : error.text;
+    fprintf(stderr, "cli: %s\n", text.c_str());
     return error.is_lost ? 2 : 1;
 }

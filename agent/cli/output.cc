@@ -1,6 +1,13 @@
 // See output.h.
 #include "agent/cli/output.h"
 
+static bool put_bytes(FILE *out, std::string_view line)
+{
+    (void)fwrite(line.data(), 1, line.size(), out); // ferror tells
+    (void)fputc('\n', out);
+    return !ferror(out);
+}
+
 bool output_t::write(std::string_view text)
 {
     while (!text.empty()) {
@@ -43,6 +50,7 @@ bool output_t::put(std::string_view line)
     }
     if (pager_)
         return pager_->put(line);
-    fprintf(out_, "%.*s\n", static_cast<int>(line.size()), line.data());
-    return !ferror(out_);
+    if (is_guarded_)
+        return put_bytes(out_, pager_safe_text(line));
+    return put_bytes(out_, line);
 }

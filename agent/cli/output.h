@@ -21,6 +21,8 @@ public:
     output_t(FILE *out, pager_t *pager) : out_(out), pager_(pager) {}      // no pager: all at once
     explicit output_t(std::vector<std::string> &lines) : lines_(&lines) {} // lines are added, with their ends
     void add_filter(line_filter_t filter) { filters_.push_back(std::move(filter)); }
+    // Control characters in the text do not reach the terminal. The pager sees to that by itself.
+    void guard_terminal() { is_guarded_ = true; }
     void count_only() { counts_ = true; }
     // Any piece of text; whole lines go on at once. False when nobody reads on.
     [[nodiscard]] bool write(std::string_view text);
@@ -36,6 +38,7 @@ private:
     pager_t *pager_ = nullptr;
     std::vector<std::string> *lines_ = nullptr;
     std::vector<line_filter_t> filters_;
+    bool is_guarded_ = false;
     bool counts_ = false;
     size_t count_ = 0;
     bool has_lines_ = false;

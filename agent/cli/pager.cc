@@ -33,11 +33,26 @@ constexpr key_row_t keys[] = {
 
 } // namespace
 
+namespace
+{
+
+// Commands for the terminal, and marks that turn the direction of the text around them.
+bool is_control(char32_t c)
+{
+    bool is_command = (c < 0x20 && c != '\t') || (c >= 0x7f && c < 0xa0) || c == CLI_NO_CHARACTER;
+    return is_command || (c >= 0x202a && c <= 0x202e) || (c >= 0x2066 && c <= 0x2069);
+}
+
+} // namespace
+
 std::string pager_safe_text(std::string_view text)
 {
     std::string out;
-    for (char c : text)
-        out += (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f ? '?' : c;
+    while (!text.empty()) {
+        char32_t code = 0;
+        std::string_view bytes = cli_take_character(text, code);
+        out += is_control(code) ? "?" : bytes;
+    }
     return out;
 }
 

@@ -1,10 +1,12 @@
 // The shell's modes, and the running of files. See shell.h.
 #include "agent/cli/shell.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <unistd.h>
 
 namespace
 {
@@ -63,7 +65,7 @@ void show_wait(void *sink) noexcept
         fflush(shell.screen.out);
         wait.has_status_line = true;
     } else if (wait.progress != wait.shown) {
-        fprintf(shell.news, "  %s\n", wait.progress.c_str());
+        fprintf(shell.news, "  %s\n", pager_safe_text(wait.progress).c_str());
         fflush(shell.news);
     }
     wait.shown = wait.progress;
@@ -74,8 +76,15 @@ void show_output(void *sink, std::string_view text) noexcept
 {
     shell_t &shell = shell_of(sink);
     shell_clear_status(shell);
-    for (char c : text)
-        fputc(!shell.screen.out || c == '\n' ? c : pager_safe_text({ &c, 1 }).front(), shell.out);
+    bool is_guarded = shell_is_terminal(shell);
+    while (!text.empty()) {
+        size_t end = std::min(text.find('\n'), text.size());
+        std::string line(text.substr(0, end));
+        fputs((is_guarded ? pager_safe_text(line) : line).c_str(), shell.out);
+        if (end < text.size())
+            fputc('\n', shell.out);
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
     fflush(shell.out);
 }
 
@@ -105,6 +114,11 @@ void shell_watch_session(shell_t &shell)
     shell.session.sink = &shell;
 }
 
+bool shell_is_terminal(const shell_t &shell)
+{
+    return shell.screen.out || isatty(fileno(shell.out));
+}
+
 void shell_clear_status(shell_t &shell)
 {
     if (shell.wait.has_status_line)
@@ -123,7 +137,19 @@ bool shell_is_interrupted(shell_t &shell, cli_error_t &error)
 namespace
 {
 
-// True when words[at] is the value of a secret: of the leaf that `set` names, or of an action's parameter.
+// True when a parameter of this name, at any depth, is a secret.
+bool is_secret_parameter(const schema_t &schema, const lysc_node *parent, const std::string &name)
+{
+    if (schema_is_secret(schema_find_child(schema, parent, name)))
+        return true;
+    std::vector<const lysc_node *> nodes = schema_children(schema, parent);
+    return std::any_of(nodes.begin(), nodes.end(), [&](const lysc_node *node) {
+        bool is_value = schema_is_leaf(node) || schema_is_leaf_list(node);
+        return !is_value && is_secret_parameter(schema, node, name);
+    });
+}
+
+// True when words[at] is the value of a secret: of the leaf that `set` or `delete` names, or of an action's parameter.
 bool is_secret_value(const shell_t &shell, words_view words, size_t at)
 {
     size_t name_words = 0;
@@ -134,15 +160,14 @@ bool is_secret_value(const shell_t &shell, words_view words, size_t at)
     const lysc_node *action = nullptr;
     size_t used = 0;
     cli_error_t error;
-    if (command->args == args_t::SETTING)
+    if (command->args == args_t::SETTING || command->args == args_t::DELETION)
         return path_walk(shell.schema, words.subspan(name_words), path, used, error) && schema_is_secret(path.node) &&
                at >= name_words + used;
     path = {};
     if (command->args != args_t::ACTION ||
         !path_walk_action(shell.schema, words.subspan(name_words), path, action, used, error) || !action)
         return false;
-    return at > name_words + used &&
-           schema_is_secret(schema_find_child(shell.schema, schema_input(action), words[at - 1].text));
+    return at > name_words + used && is_secret_parameter(shell.schema, schema_input(action), words[at - 1].text);
 }
 
 } // namespace

@@ -77,6 +77,8 @@ struct command_t {
 
 // Has the session tell the shell of progress, output and interrupts. The shell stays where it is from here on.
 void shell_watch_session(shell_t &shell);
+// True when the output goes to a terminal, for which control characters in data would be commands.
+[[nodiscard]] bool shell_is_terminal(const shell_t &shell);
 // Takes the status line off the terminal, so that other text may be written.
 void shell_clear_status(shell_t &shell);
 // True with an error when the operator has pressed ^C during this command.
@@ -93,8 +95,10 @@ void shell_clear_status(shell_t &shell);
 
 // Runs one command; words is not empty.
 [[nodiscard]] bool shell_run(shell_t &shell, words_view words, cli_error_t &error);
-// Runs all commands of a line, up to the first that fails.
-[[nodiscard]] bool shell_run_line(shell_t &shell, std::string_view line, cli_error_t &error);
+// Runs all commands of a line, up to the first that fails. kept, when not null, is the line on its way into the history:
+// it loses the values of the secrets that can be told only once the commands before them have run.
+[[nodiscard]] bool shell_run_line(shell_t &shell, std::string_view line, cli_error_t &error,
+                                  std::string *kept = nullptr);
 
 // Enters configuration mode with a new transaction.
 [[nodiscard]] bool shell_configure(shell_t &shell, cli_error_t &error);

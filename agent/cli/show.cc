@@ -112,6 +112,8 @@ bool show(shell_t &shell, show_source_t source, const path_t &path, cli_error_t 
 output_t shell_output(shell_t &shell, pager_t &pager)
 {
     output_t output(shell.out, shell.screen.out && shell.pipe.wants_pages ? &pager : nullptr);
+    if (shell_is_terminal(shell))
+        output.guard_terminal();
     for (const line_filter_t &filter : shell.pipe.filters)
         output.add_filter(filter);
     if (shell.pipe.wants_count)

@@ -57,7 +57,7 @@ void update_prompt(terminal_t &terminal)
     if (shell.mode == MODE_CONFIGURATION) {
         terminal.prompt += "(config";
         for (const std::string &word : shell.place.words)
-            terminal.prompt += " " + cli_quote_word(word);
+            terminal.prompt += " " + pager_safe_text(cli_quote_word(word));
         terminal.prompt += ")# ";
     } else {
         terminal.prompt += "> ";
@@ -104,22 +104,24 @@ bool wait_for_key(terminal_t &terminal, EditLine *editor)
     }
 }
 
-// One character for the editor: 1, or 0 at the end of input.
+// One character for the editor: 1, or 0 at the end of input. Bytes that are none are passed over: for the editor an error
+// would be the end of the line.
 int read_key(EditLine *editor, wchar_t *key) noexcept
 {
     terminal_t &terminal = terminal_of(editor);
     mbstate_t state{};
-    for (size_t bytes = 0; bytes < MB_LEN_MAX; bytes++) {
+    for (;;) {
         char byte;
         if (!wait_for_key(terminal, editor) || read(STDIN_FILENO, &byte, 1) != 1) {
             terminal.has_ended = true;
             return 0;
         }
         size_t used = mbrtowc(key, &byte, 1, &state);
-        if (used != static_cast<size_t>(-2))
-            return used == static_cast<size_t>(-1) ? -1 : 1;
+        if (used <= 1)
+            return 1;
+        if (used == static_cast<size_t>(-1))
+            state = {};
     }
-    return -1;
 }
 
 std::vector<std::vector<std::string>> entries_of(void *data, const path_t &list) noexcept
@@ -262,11 +264,13 @@ bool open_editor(terminal_t &terminal)
     return true;
 }
 
-void show_error(const terminal_t &terminal, const cli_error_t &error)
+void show_error(const terminal_t &terminal, std::string_view line, const cli_error_t &error)
 {
     FILE *out = terminal.shell.out;
-    if (error.column != CLI_NO_COLUMN)
-        fprintf(out, "%s^\n", std::string(cli_width(terminal.prompt) + error.column, ' ').c_str());
+    if (error.column != CLI_NO_COLUMN) {
+        size_t width = cli_width(terminal.prompt) + cli_width(line.substr(0, error.column));
+        fprintf(out, "%s^\n", std::string(width, ' ').c_str());
+    }
     fprintf(out, "%s\n", pager_safe_text(error.text).c_str());
 }
 
@@ -279,10 +283,10 @@ void run_line(terminal_t &terminal, const std::string &typed)
     (void)interrupt_take(); // one that came too late for the command before
     std::string kept = shell_without_secrets(terminal.shell, line);
     cli_error_t error;
-    bool ok = shell_run_line(terminal.shell, line, error);
+    bool ok = shell_run_line(terminal.shell, line, error, &kept);
     shell_clear_status(terminal.shell);
     if (!ok)
-        show_error(terminal, error);
+        show_error(terminal, line, error);
     else
         history_add(terminal.history_file, kept);
     terminal.is_lost = error.is_lost;

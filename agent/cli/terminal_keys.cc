@@ -1,6 +1,7 @@
 // See terminal_keys.h.
 #include "agent/cli/terminal_keys.h"
 
+#include <csignal>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -14,6 +15,15 @@ constexpr char KEY_ERASE = 8;
 constexpr char KEY_DELETE = 127;
 constexpr char KEY_END = 4; // ^D
 
+termios before_signal; // of the keys that are raw
+
+// Who ends the program while keys are raw gets a terminal that echoes.
+void restore_and_end(int signal) noexcept
+{
+    (void)tcsetattr(STDIN_FILENO, TCSADRAIN, &before_signal); // the terminal is gone
+    (void)raise(signal);                                      // by its default now
+}
+
 // Keys come one at a time, unseen, ^C among them, as long as this lives.
 class raw_keys_t
 {
@@ -26,11 +36,17 @@ public:
         raw.c_cc[VMIN] = 1;
         raw.c_cc[VTIME] = 0;
         is_changed_ = is_changed_ && tcsetattr(STDIN_FILENO, TCSADRAIN, &raw) == 0;
+        before_signal = before_;
+        struct sigaction action = {};
+        action.sa_handler = restore_and_end;
+        action.sa_flags = SA_RESETHAND;
+        (void)sigaction(SIGTERM, &action, &terminate_before_); // fails for bad signal numbers only
     }
     raw_keys_t(const raw_keys_t &) = delete;
     raw_keys_t &operator=(const raw_keys_t &) = delete;
     ~raw_keys_t()
     {
+        (void)sigaction(SIGTERM, &terminate_before_, nullptr); // as above
         if (is_changed_)
             (void)tcsetattr(STDIN_FILENO, TCSADRAIN, &before_); // the terminal is gone
     }
@@ -41,6 +57,7 @@ public:
     }
 
 private:
+    struct sigaction terminate_before_ = {};
     termios before_{};
     bool is_changed_ = false;
 };

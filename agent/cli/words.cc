@@ -123,11 +123,58 @@ std::string cli_quote_word(std::string_view text)
     return out + '"';
 }
 
+namespace
+{
+
+struct width_row_t {
+    char32_t first;
+    char32_t last;
+    size_t columns;
+};
+
+// What takes other than one column, in order.
+constexpr width_row_t widths[] = {
+    { 0x300, 0x36f, 0 },     { 0x1100, 0x115f, 2 },   { 0x200b, 0x200f, 0 },   { 0x20d0, 0x20ff, 0 },
+    { 0x2e80, 0x303e, 2 },   { 0x3041, 0xa4cf, 2 },   { 0xac00, 0xd7a3, 2 },   { 0xf900, 0xfaff, 2 },
+    { 0xfe00, 0xfe0f, 0 },   { 0xfe20, 0xfe2f, 0 },   { 0xfe30, 0xfe6f, 2 },   { 0xff00, 0xff60, 2 },
+    { 0xffe0, 0xffe6, 2 },   { 0x1f300, 0x1f64f, 2 }, { 0x1f680, 0x1f6ff, 2 }, { 0x1f900, 0x1f9ff, 2 },
+    { 0x20000, 0x3fffd, 2 },
+};
+
+size_t columns_of(char32_t c)
+{
+    for (const width_row_t &row : widths)
+        if (c >= row.first && c <= row.last)
+            return row.columns;
+    return 1;
+}
+
+} // namespace
+
+std::string_view cli_take_character(std::string_view &text, char32_t &code)
+{
+    auto lead = static_cast<unsigned char>(text.front());
+    size_t size = lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
+    bool is_good = size != 0 && size <= text.size();
+    code = size > 1 ? lead & (0x7f >> size) : lead;
+    for (size_t i = 1; is_good && i < size; i++) {
+        is_good = (text[i] & 0xc0) == 0x80;
+        code = code << 6 | (text[i] & 0x3f);
+    }
+    if (!is_good) {
+        code = CLI_NO_CHARACTER;
+        size = 1;
+    }
+    std::string_view taken = text.substr(0, size);
+    text.remove_prefix(size);
+    return taken;
+}
+
 size_t cli_width(std::string_view text)
 {
     size_t width = 0;
-    for (char c : text)
-        width += (c & 0xc0) != 0x80; // not a byte that continues a character
+    for (char32_t code; !text.empty(); width += columns_of(code))
+        (void)cli_take_character(text, code);
     return width;
 }
 

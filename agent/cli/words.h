@@ -1,8 +1,8 @@
 // Command lines as words.
 //
 // Words are separated by blanks. Double quotes keep blanks and special characters in a word; within them a backslash
-// takes the next character as it is, but \n is a line break. Outside quotes ';' ends a command and '#' at the start of a word begins a comment
-// that runs to the end of the line.
+// takes the next character as it is, but \n is a line break. Outside quotes ';' ends a command and '#' at the start of
+// a word begins a comment that runs to the end of the line.
 #ifndef AGENT_CLI_WORDS_H
 #define AGENT_CLI_WORDS_H
 
@@ -49,6 +49,10 @@ struct line_t {
 // The word as it has to be typed: quoted when it holds a blank or a special character, or is empty.
 [[nodiscard]] std::string cli_quote_word(std::string_view text);
 
+constexpr char32_t CLI_NO_CHARACTER = 0xffffffff;
+// Takes the first character off a UTF-8 text that is not empty, and gives its bytes: one, with the code
+// CLI_NO_CHARACTER, where there is no character.
+std::string_view cli_take_character(std::string_view &text, char32_t &code);
 // Columns that the text takes on a terminal.
 [[nodiscard]] size_t cli_width(std::string_view text);
 

@@ -63,6 +63,7 @@ struct daemon_t {
     std::deque<std::unique_ptr<confd_notification_ctx>> notifications;
 
     std::mutex mutex; // guards what follows
+    daemon_socket_t control = { -1, 0 };
     std::vector<daemon_socket_t> workers;
     std::map<uint32_t, std::shared_ptr<daemon_trans_t>> transactions; // by handle
     std::map<uint32_t, std::shared_ptr<daemon_action_t>> invocations;

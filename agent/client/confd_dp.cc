@@ -33,9 +33,10 @@ struct confd_daemon_ctx *confd_init_daemon(const char *name)
 }
 
 // An answer that is still to be sent finds its connection forgotten rather than another one of the same number.
-static void forget_workers(daemon_t &daemon)
+static void forget_sockets(daemon_t &daemon)
 {
     std::lock_guard guard(daemon.mutex);
+    confd_io_forget_connection(daemon.control.fd, daemon.control.serial);
     for (const daemon_socket_t &worker : daemon.workers)
         confd_io_forget_connection(worker.fd, worker.serial);
 }
@@ -45,7 +46,7 @@ void confd_release_daemon(struct confd_daemon_ctx *dx)
     if (dx == nullptr)
         return;
     auto *daemon = static_cast<std::shared_ptr<daemon_t> *>(dx->internal);
-    forget_workers(**daemon);
+    forget_sockets(**daemon);
     delete daemon;
     free(dx->name);
     delete dx;
@@ -57,9 +58,13 @@ static int connect_control(confd_daemon_ctx *dx, int sock, const sockaddr *srv, 
     int result = confd_io_connect(sock, WIRE_KIND_CONTROL, 0, srv, addrsz, &dx->daemon_id);
     if (result != CONFD_OK)
         return result;
+    const client_socket_t *state = confd_io_find(sock, WIRE_KIND_CONTROL);
+    if (state == nullptr)
+        return CONFD_ERR;
     dx->ctrl_fd = sock;
     daemon_t &daemon = confd_daemon_of(dx);
     std::lock_guard guard(daemon.mutex);
+    daemon.control = { sock, state->serial };
     daemon.workers.clear();
     daemon.transactions.clear();
     daemon.invocations.clear();
@@ -127,9 +132,12 @@ int confd_register_trans_validate_cb(struct confd_daemon_ctx *dx, const struct c
     return ask_control(dx, WIRE_REG_VALIDATE_CB, {});
 }
 
-// Keeps the row while and as long as the agent accepts it.
-template <typename Row, typename Ask> static int register_row(std::deque<Row> &rows, const Row &row, const Ask &ask)
+// Keeps the row while and as long as the agent accepts it. What is served meanwhile may release the context.
+template <typename Row, typename Ask>
+static int register_row(confd_daemon_ctx *dx, std::deque<Row> daemon_t::*member, const Row &row, const Ask &ask)
 {
+    std::shared_ptr<daemon_t> daemon = confd_share_daemon(dx);
+    std::deque<Row> &rows = (*daemon).*member;
     rows.push_back(row);
     int result = ask();
     if (result != CONFD_OK)
@@ -143,7 +151,7 @@ int confd_register_data_cb(struct confd_daemon_ctx *dx, const struct confd_data_
         bits_of({ cbs->exists_optional != nullptr, cbs->get_elem != nullptr, cbs->get_next != nullptr,
                   cbs->set_elem != nullptr, cbs->create != nullptr, cbs->remove != nullptr, cbs->get_object != nullptr,
                   cbs->get_next_object != nullptr, cbs->find_next_object != nullptr });
-    return register_row(confd_daemon_of(dx).data, data_registration_t{ *cbs, bits },
+    return register_row(dx, &daemon_t::data, data_registration_t{ *cbs, bits },
                         [&] { return register_callbacks(dx, WIRE_REG_DATA_CB, cbs->callpoint, bits); });
 }
 
@@ -151,15 +159,14 @@ int confd_register_valpoint_cb(struct confd_daemon_ctx *dx, const struct confd_v
 {
     wire_writer_t request;
     request.text(cb->valpoint);
-    return register_row(confd_daemon_of(dx).valpoints, *cb,
-                        [&] { return ask_control(dx, WIRE_REG_VALPOINT, request); });
+    return register_row(dx, &daemon_t::valpoints, *cb, [&] { return ask_control(dx, WIRE_REG_VALPOINT, request); });
 }
 
 int confd_register_action_cbs(struct confd_daemon_ctx *dx, const struct confd_action_cbs *cbs)
 {
     uint32_t bits = bits_of({ cbs->init != nullptr, cbs->abort != nullptr, cbs->action != nullptr,
                               cbs->command != nullptr, cbs->completion != nullptr });
-    return register_row(confd_daemon_of(dx).actions, *cbs,
+    return register_row(dx, &daemon_t::actions, *cbs,
                         [&] { return register_callbacks(dx, WIRE_REG_ACTION, cbs->actionpoint, bits); });
 }
 
@@ -167,12 +174,13 @@ int confd_register_action_cbs(struct confd_daemon_ctx *dx, const struct confd_ac
 static int register_notification(confd_daemon_ctx *dx, wire_op_t op, const wire_writer_t &request,
                                  std::unique_ptr<confd_notification_ctx> ctx, confd_notification_ctx **nctx)
 {
+    std::shared_ptr<daemon_t> daemon = confd_share_daemon(dx);
     int result = confd_ask_u32(dx->ctrl_fd, WIRE_KIND_CONTROL, op, request, &ctx->handle);
     confd_serve_kept(dx);
     if (result != CONFD_OK)
         return result;
     *nctx = ctx.get();
-    confd_daemon_of(dx).notifications.push_back(std::move(ctx));
+    daemon->notifications.push_back(std::move(ctx));
     return CONFD_OK;
 }
 

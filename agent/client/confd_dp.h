@@ -149,7 +149,8 @@ struct confd_notification_stream_cbs {
 };
 
 struct confd_daemon_ctx *confd_init_daemon(const char *name);
-// Frees the context and its registrations; sockets are the caller's to close.
+// Frees the context and its registrations, notification contexts too; sockets are the caller's to close. A callback may
+// do this, and returns into the library then.
 void confd_release_daemon(struct confd_daemon_ctx *dx);
 int confd_connect(struct confd_daemon_ctx *dx, int sock, enum confd_sock_type type, const struct sockaddr *srv,
                   int addrsz);
@@ -171,9 +172,9 @@ int confd_register_done(struct confd_daemon_ctx *dx);
 
 void confd_trans_set_fd(struct confd_trans_ctx *tctx, int sock);
 void confd_action_set_fd(struct confd_user_info *uinfo, int sock);
-// In data callbacks: the answer, given before the callback returns CONFD_OK. A write needs none, and
-// fails with any result but CONFD_OK; a read fails with a negative result or without an answer. CONFD_ERR with CONFD_ERR_PROTOUSAGE when the callback asks
-// for an answer of another kind.
+// In data callbacks: the answer, given before the callback returns CONFD_OK. A write needs none, and fails with any
+// result but CONFD_OK; a read fails with a negative result or without an answer. CONFD_ERR with CONFD_ERR_PROTOUSAGE
+// when the callback asks for an answer of another kind.
 int confd_data_reply_value(struct confd_trans_ctx *tctx, const confd_value_t *v);
 int confd_data_reply_found(struct confd_trans_ctx *tctx);
 int confd_data_reply_not_found(struct confd_trans_ctx *tctx);
@@ -197,8 +198,9 @@ int confd_action_reply_completion(struct confd_user_info *uinfo, const struct co
 // The reason for the operator, of a callback that fails.
 void confd_action_seterr(struct confd_user_info *uinfo, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 
-// Notifications. Any thread, also while another one serves the worker socket; the agent does not answer, so a result other than CONFD_OK speaks of the connection or of
-// arguments alone. values: from the notification's C_XMLBEGIN to its C_XMLEND; a namespace of 0 is the notification's.
+// Notifications. Any thread, also while another one serves the worker socket; the agent does not answer, so a result
+// other than CONFD_OK speaks of the connection or of arguments alone. values: from the notification's C_XMLBEGIN to its
+// C_XMLEND; a namespace of 0 is the notification's.
 int confd_notification_send(struct confd_notification_ctx *nctx, const struct confd_datetime *time,
                             const confd_tag_value_t *values, int nvalues);
 // The SNMP notify name of the following sends, in place of the registered one.

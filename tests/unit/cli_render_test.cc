@@ -347,6 +347,8 @@ TEST(cli_pager, it_stops_at_each_full_window_until_the_operator_has_seen_enough)
 TEST(cli_pager, what_a_terminal_takes_for_a_command_is_replaced)
 {
     EXPECT_EQ(pager_safe_text("a\033[2Jb\tc\x7f\xc3\xa9"), "a?[2Jb\tc?\xc3\xa9");
+    EXPECT_EQ(pager_safe_text("a\xc2\x9b[b\x9b[\xe2\x80\xae[\xe0\x80\x9b[\xc3"), "a?[b?[?[?[?")
+        << "also in longer codes, and as bytes that are no text";
 }
 
 struct filter_case_t {

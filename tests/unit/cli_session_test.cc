@@ -500,6 +500,17 @@ TEST(cli_shell, a_secret_is_asked_for_and_does_not_get_into_the_history)
         EXPECT_EQ(shell_without_secrets(f.shell, typed), kept);
 }
 
+TEST(cli_shell, a_secret_below_the_place_that_the_line_itself_goes_to_is_not_kept_either)
+{
+    for (const char *before : { "configure; set shop", "edit shop; set" }) {
+        shell_fixture_t f;
+        f.shell.mode = before[0] == 'c' ? MODE_OPERATIONAL : MODE_CONFIGURATION;
+        std::string kept = std::string(before) + " pin 1234";
+        EXPECT_TRUE(shell_run_line(f.shell, kept, f.error, &kept)) << f.error.text;
+        EXPECT_EQ(kept, std::string(before) + " pin");
+    }
+}
+
 TEST(cli_history, lines_survive_in_a_file_for_its_owner_alone_and_old_ones_go)
 {
     one_file_folder folder("history", "");

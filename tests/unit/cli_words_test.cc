@@ -97,6 +97,20 @@ TEST(cli_words, any_quoted_word_reads_back_as_itself)
     }
 }
 
+TEST(cli_words, the_width_of_a_text_is_in_columns)
+{
+    static const std::pair<const char *, size_t> texts[] = {
+        { "", 0 },
+        { "ab", 2 },
+        { "\xc3\xa9t\xc3\xa9", 3 },
+        { "e\xcc\x81", 1 },
+        { "\xe6\x9d\xb1\xe4\xba\xac", 4 },
+        { "\xff\xe6", 2 },
+    };
+    for (const auto &[text, columns] : texts)
+        EXPECT_EQ(cli_width(text), columns) << text;
+}
+
 TEST(cli_words, near_names_are_offered_and_far_ones_are_not)
 {
     const std::vector<std::string> names = { "vpn-instance", "vpn", "interface", "name", "mtu" };
