@@ -141,6 +141,8 @@ private:
 void confd_read_session(wire_reader_t &in, confd_daemon_ctx *dx, confd_user_info *uinfo);
 // Puts the id of the worker that an init callback has chosen (-1: none) into the answer, or refuses.
 void confd_answer_worker(served_call_t &call, int chosen);
+// The running callback's answer, of which there is one.
+int confd_give_answer(served_call_t *call, wire_writer_t &&answer);
 void confd_set_error(callback_state_t &state, const char *fmt, va_list args) __attribute__((format(printf, 2, 0)));
 
 // Each serves a frame of one operation: false when its payload is not what it should be.

@@ -237,15 +237,6 @@ static served_call_t *start_answer(confd_user_info *uinfo, unsigned kind)
     return call;
 }
 
-static int give_answer(served_call_t *call, wire_writer_t &&answer)
-{
-    if (answer.bytes.size() > WIRE_MAX_FRAME)
-        return confd_fail(CONFD_ERR_TOOBIG, "an answer of %zu bytes", answer.bytes.size());
-    call->answer = std::move(answer);
-    call->is_answered = true;
-    return CONFD_OK;
-}
-
 int confd_action_reply_values(struct confd_user_info *uinfo, const confd_tag_value_t *values, int nvalues)
 {
     served_call_t *call = start_answer(uinfo, ANSWER_PARAMETERS);
@@ -255,7 +246,7 @@ int confd_action_reply_values(struct confd_user_info *uinfo, const confd_tag_val
         return confd_fail(CONFD_ERR_PROTOUSAGE, "%d values of an action", nvalues);
     wire_writer_t answer;
     confd_put_tag_values(answer, confd_find_cs_node(call->path, call->path->len), values, nvalues);
-    return give_answer(call, std::move(answer));
+    return confd_give_answer(call, std::move(answer));
 }
 
 int confd_action_reply_completion(struct confd_user_info *uinfo, const struct confd_completion_value *values,
@@ -275,5 +266,5 @@ int confd_action_reply_completion(struct confd_user_info *uinfo, const struct co
         answer.text(values[i].value);
         answer.text(values[i].extra != nullptr ? values[i].extra : "");
     }
-    return give_answer(call, std::move(answer));
+    return confd_give_answer(call, std::move(answer));
 }

@@ -19,20 +19,11 @@ static served_call_t *start_answer(confd_trans_ctx *tctx, unsigned kinds)
     return nullptr;
 }
 
-static int give_answer(served_call_t *call, wire_writer_t &&answer)
-{
-    if (answer.bytes.size() > WIRE_MAX_FRAME)
-        return confd_fail(CONFD_ERR_TOOBIG, "an answer of %zu bytes", answer.bytes.size());
-    call->answer = std::move(answer);
-    call->is_answered = true;
-    return CONFD_OK;
-}
-
 static int answer_existence(served_call_t *call, bool is_there)
 {
     wire_writer_t answer;
     answer.u8(is_there);
-    return give_answer(call, std::move(answer));
+    return confd_give_answer(call, std::move(answer));
 }
 
 int confd_data_reply_value(struct confd_trans_ctx *tctx, const confd_value_t *v)
@@ -44,7 +35,7 @@ int confd_data_reply_value(struct confd_trans_ctx *tctx, const confd_value_t *v)
         return confd_fail(CONFD_ERR_PROTOUSAGE, "no value; confd_data_reply_not_found says that there is none");
     wire_writer_t answer;
     wire_put_value(answer, *v);
-    return give_answer(call, std::move(answer));
+    return confd_give_answer(call, std::move(answer));
 }
 
 int confd_data_reply_found(struct confd_trans_ctx *tctx)
@@ -95,7 +86,7 @@ int confd_data_reply_not_found(struct confd_trans_ctx *tctx)
         answer.u8(C_NOEXISTS);
     else
         start_objects(answer, 0, true, 0);
-    return give_answer(call, std::move(answer));
+    return confd_give_answer(call, std::move(answer));
 }
 
 int confd_data_reply_next_key(struct confd_trans_ctx *tctx, const confd_value_t *v, int num_vals, long next)
@@ -109,7 +100,7 @@ int confd_data_reply_next_key(struct confd_trans_ctx *tctx, const confd_value_t 
     wire_writer_t answer;
     answer.i64(count > 0 ? next : -1);
     confd_put_keys(answer, v, count);
-    return give_answer(call, std::move(answer));
+    return confd_give_answer(call, std::move(answer));
 }
 
 int confd_data_reply_tag_value_array(struct confd_trans_ctx *tctx, const confd_tag_value_t *tvs, int n)
@@ -122,7 +113,7 @@ int confd_data_reply_tag_value_array(struct confd_trans_ctx *tctx, const confd_t
     wire_writer_t answer;
     start_objects(answer, 0, true, 1);
     put_object(answer, node_of(*call), tvs, n, -1);
-    return give_answer(call, std::move(answer));
+    return confd_give_answer(call, std::move(answer));
 }
 
 int confd_data_reply_next_object_tag_value_array(struct confd_trans_ctx *tctx, const confd_tag_value_t *tvs, int n,
@@ -134,13 +125,13 @@ int confd_data_reply_next_object_tag_value_array(struct confd_trans_ctx *tctx, c
     wire_writer_t answer;
     if (tvs == nullptr) {
         start_objects(answer, 0, true, 0);
-        return give_answer(call, std::move(answer));
+        return confd_give_answer(call, std::move(answer));
     }
     if (!is_array(tvs, n) || !is_next(next))
         return confd_fail(CONFD_ERR_PROTOUSAGE, "%d values of an object, next %ld", n, next);
     start_objects(answer, 0, false, 1);
     put_object(answer, node_of(*call), tvs, n, next);
-    return give_answer(call, std::move(answer));
+    return confd_give_answer(call, std::move(answer));
 }
 
 // The objects before the record of the end, if there is one.
@@ -171,5 +162,5 @@ int confd_data_reply_next_object_tag_value_arrays(struct confd_trans_ctx *tctx,
             return confd_fail(CONFD_ERR_PROTOUSAGE, "object %d has %d values, next %ld", i, tobj[i].n, tobj[i].next);
         put_object(answer, node, tobj[i].tv, tobj[i].n, tobj[i].next);
     }
-    return give_answer(call, std::move(answer));
+    return confd_give_answer(call, std::move(answer));
 }

@@ -151,6 +151,15 @@ void confd_read_session(wire_reader_t &in, confd_daemon_ctx *dx, confd_user_info
     uinfo->worker_fd = -1;
 }
 
+int confd_give_answer(served_call_t *call, wire_writer_t &&answer)
+{
+    if (answer.bytes.size() > WIRE_MAX_FRAME)
+        return confd_fail(CONFD_ERR_TOOBIG, "an answer of %zu bytes", answer.bytes.size());
+    call->answer = std::move(answer);
+    call->is_answered = true;
+    return CONFD_OK;
+}
+
 static int only_worker(daemon_t &daemon)
 {
     std::lock_guard guard(daemon.mutex);
