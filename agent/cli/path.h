@@ -42,7 +42,8 @@ struct path_t {
 // "'vpn vpn-instance 5'", or "the top".
 [[nodiscard]] std::string path_place(const path_t &path);
 
-// An agent's path as the operator types it: the words, quoted where needed. Text that is no path is given back as it is.
+// An agent's path as the operator types it: the words, quoted where needed. Text that is no path is given back as it
+// is.
 [[nodiscard]] std::string path_words_of(const std::string &agent_path);
 
 // A text of the agent that begins with a path, with that path in quotes as it is typed: "/vpn/vpn-instance{5}/name is

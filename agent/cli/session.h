@@ -1,5 +1,5 @@
-// The CLI's connections to the agent: one of a user session with at most one writable transaction, and for a moment such
-// for streams of notifications or the agent's state.
+// The CLI's connections to the agent: one of a user session with at most one writable transaction, and for a moment
+// such for streams of notifications or the agent's state.
 //
 // Requests block until the agent has answered; what the agent pushes meanwhile goes to the sinks. Every operation gives
 // false with an error that says what the agent said; a lost connection is noted in the error and in the session, and
@@ -42,8 +42,8 @@ struct session_t {
     void (*on_output)(void *sink, std::string_view text) = nullptr;   // what a running action prints
     void (*on_event)(void *sink, std::string_view payload) = nullptr; // of WIRE_STREAM_EVENT
     void (*on_wait)(void *sink) = nullptr;                            // each second that a reply is waited for in vain
-    // Asked while a reply is waited for: true once for each time the operator wants it to come early. The agent is told,
-    // and the wait goes on.
+    // Asked while a reply is waited for: true once for each time the operator wants it to come early. The agent is
+    // told, and the wait goes on.
     bool (*is_interrupted)(void *sink) = nullptr;
     void *sink = nullptr;
 };
@@ -94,8 +94,8 @@ void session_end(session_t &session);
 // The transaction is open and empty afterwards, or open and unchanged when the commit failed.
 [[nodiscard]] bool session_apply(session_t &session, cli_error_t &error);
 [[nodiscard]] bool session_compare(session_t &session, std::vector<change_t> &changes, cli_error_t &error);
-// Puts an entry of a user-ordered list, or a value of such a leaf-list, elsewhere among its siblings. other: the path of
-// the one before or behind which it goes; empty for the first and last place.
+// Puts an entry of a user-ordered list, or a value of such a leaf-list, elsewhere among its siblings. other: the path
+// of the one before or behind which it goes; empty for the first and last place.
 [[nodiscard]] bool session_move(session_t &session, const path_t &entry, wire_move_t where, const path_t &other,
                                 cli_error_t &error);
 // The value at path of the running configuration as text; empty when there is none.

@@ -52,8 +52,8 @@ void note_progress(void *sink, std::string_view text) noexcept
     shell_of(sink).wait.progress = text;
 }
 
-// What keeps the operator waiting for more than a second: on a terminal one line that is written anew each second, else a
-// line for each news.
+// What keeps the operator waiting for more than a second: on a terminal one line that is written anew each second, else
+// a line for each news.
 void show_wait(void *sink) noexcept
 {
     shell_t &shell = shell_of(sink);

@@ -89,7 +89,8 @@ void shell_clear_status(shell_t &shell);
 [[nodiscard]] std::span<const command_t> shell_commands();
 // The command whose name begins the words, the longest name first; null when there is none.
 [[nodiscard]] const command_t *shell_find_command(uint8_t mode, words_view words, size_t &name_words);
-// The same, where the path of an action is a command too: one whose name has no words, so that the path is its arguments.
+// The same, where the path of an action is a command too: one whose name has no words, so that the path is its
+// arguments.
 [[nodiscard]] const command_t *shell_find_command(const schema_t &schema, uint8_t mode, words_view words,
                                                   size_t &name_words);
 

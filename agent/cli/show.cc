@@ -174,7 +174,7 @@ bool print_changes(const shell_t &shell, output_t &output, const change_t &chang
     bool is_created = change.op == WIRE_MOP_CREATED;
     bool ok = true;
     if (change.op == WIRE_MOP_MOVED_AFTER)
-        return print_change(shell, output, '~', change, "");
+        return output.write("~ " + path_words_of(change.path) + " " + change.new_value + "\n"); // "first", "after ..."
     if (is_deleted || !change.old_value.empty())
         ok = print_change(shell, output, '-', change, change.old_value);
     if (ok && (is_created || (!is_deleted && !change.new_value.empty())))
@@ -182,7 +182,20 @@ bool print_changes(const shell_t &shell, output_t &output, const change_t &chang
     return ok;
 }
 
-// At the path or below it. Paths of changes and of what was typed are written alike, but for prefixes of modules.
+// The path as the agent writes those of changes: without prefixes of modules, whatever was typed.
+std::string plain_text(const path_t &path)
+{
+    std::string text;
+    for (const path_step_t &step : path.steps) {
+        text += std::string("/") + step.node->name;
+        for (size_t i = 0; i < step.keys.size(); i++)
+            text += (i == 0 ? "{" : " ") + wire_quote_key(step.keys[i]);
+        text += step.keys.empty() ? "" : "}";
+    }
+    return text;
+}
+
+// At the path or below it.
 bool is_below(const std::string &path, const std::string &above)
 {
     return path.starts_with(above) &&
@@ -196,9 +209,10 @@ bool compare(shell_t &shell, const path_t &path, cli_error_t &error)
         return false;
     pager_t pager(shell.screen);
     output_t output = shell_output(shell, pager);
+    std::string above = plain_text(path);
     bool goes_on = true;
     for (size_t i = 0; goes_on && i < changes.size(); i++)
-        if (is_below(changes[i].path, path.text))
+        if (is_below(changes[i].path, above))
             goes_on = print_changes(shell, output, changes[i]);
     output.end();
     if (!output.has_lines() && !shell.pipe.wants_count)

@@ -2,7 +2,8 @@
 //
 // A run asks the daemon's control connection for a worker, then the worker. It ends once: with the answer, with what
 // went wrong, or early, when the one who asked interrupts it or goes away; the daemon is told of an early end if it has
-// registered an abort callback and may have begun. Runs wait for no commit, and nothing waits for a run but its request.
+// registered an abort callback and may have begun. Runs wait for no commit, and nothing waits for a run but its
+// request.
 #ifndef AGENT_SERVER_ACTION_H
 #define AGENT_SERVER_ACTION_H
 
@@ -50,8 +51,8 @@ struct actions_t {
     uint32_t last_id = 0;
 };
 
-// Begins a run of the daemon that has registered the point with one of the callbacks; its request is answered by it. When
-// nobody has, the answer says so at once: see the result, which is `deferred` otherwise.
+// Begins a run of the daemon that has registered the point with one of the callbacks; its request is answered by it.
+// When nobody has, the answer says so at once: see the result, which is `deferred` otherwise.
 [[nodiscard]] answer_t action_start(server_t &server, action_run_t run, uint32_t callbacks);
 
 // Ends the run that a connection waits for with CONFD_ERR_ABORTED. False when it waits for none.

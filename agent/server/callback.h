@@ -2,8 +2,9 @@
 //
 // One connection is asked one thing at a time; further questions to it wait in order. Each question ends exactly once:
 // with the client's answer, or with CONFD_ERR_UNAVAILABLE and a text that names the client and what it was asked, when
-// the client dies or does not answer in time; below the call that asks when the client is gone already. A client that does not answer in time is
-// disconnected, since nobody can tell its late answer from the next one's; so is one that answers with garbage.
+// the client dies or does not answer in time; below the call that asks when the client is gone already. A client that
+// does not answer in time is disconnected, since nobody can tell its late answer from the next one's; so is one that
+// answers with garbage.
 #ifndef AGENT_SERVER_CALLBACK_H
 #define AGENT_SERVER_CALLBACK_H
 
@@ -51,7 +52,8 @@ struct callback_queue_t {
 // Asks the client of a connection; a connection that is gone ends the question like a client that dies.
 void callback_ask(server_t &server, uint64_t connection, callback_question_t question);
 
-// Takes back the questions with the ticket that have not been sent; they end without a word. False when there were none.
+// Takes back the questions with the ticket that have not been sent; they end without a word. False when there were
+// none.
 bool callback_withdraw(server_t &server, uint64_t connection, uint32_t ticket);
 
 // The worker connection of this number that belongs to the daemon of the control connection; 0 when there is none.

@@ -50,8 +50,8 @@ void callback_trans_ask(server_t &server, const callback_trans_ref &trans, regis
 [[nodiscard]] uint64_t callback_trans_worker(const server_t &server, const callback_trans_t &trans,
                                              registration_kind_t kind, const std::string &point);
 
-// Tells daemons that the transaction ends (all, or only their validation of it); waits for none of them. What is asked in
-// a transaction behind its end fails with CONFD_ERR_UNAVAILABLE.
+// Tells daemons that the transaction ends (all, or only their validation of it); waits for none of them. What is asked
+// in a transaction behind its end fails with CONFD_ERR_UNAVAILABLE.
 void callback_trans_finish(server_t &server, const callback_trans_ref &trans);
 void callback_trans_stop_validation(server_t &server, const callback_trans_ref &trans);
 

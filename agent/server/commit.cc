@@ -145,7 +145,7 @@ static void finish(server_t &server, job_t &job)
     wire_writer_t payload;
     if (job.kind == JOB_PHASE_2)
         payload.u32(server.phase);
-    if (job.changes)
+    if (job.changes && is_commit(job) && job.answer.code == CONFD_ERR_OK)
         settings_follow_commit(server, *job.changes);
     server_answer(server, job.reply_to, job.answer, payload.bytes);
     std::unique_ptr<job_t> done = std::move(queue.jobs.front());

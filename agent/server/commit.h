@@ -1,4 +1,5 @@
-// The queue of all that delivers data: commits, triggered reads, operational notifications, in the order of their coming.
+// The queue of all that delivers data: commits, triggered reads, operational notifications, in the order of their
+// coming.
 //
 // One job at a time runs; the others wait, and so does nothing else: reads, operational writes and the edits of other
 // transactions go on meanwhile. Jobs begin and end on a stack of their own event, so that a handler may enqueue one and
@@ -77,8 +78,8 @@ void commit_queue_add(server_t &server, std::unique_ptr<job_t> job);
 void commit_queue_schedule(server_t &server);
 // What the connection has asked for and has not begun is not done; what daemons are still asked about ends.
 void commit_queue_forget(server_t &server, uint64_t connection);
-// The request that the connection waits for is answered with CONFD_ERR_ABORTED if it is a commit or a validation that has
-// not begun or that daemons are still asked about; else nothing happens.
+// The request that the connection waits for is answered with CONFD_ERR_ABORTED if it is a commit or a validation that
+// has not begun or that daemons are still asked about; else nothing happens.
 void commit_queue_interrupt(server_t &server, uint64_t connection);
 // The job in progress; null when there is none.
 [[nodiscard]] job_t *commit_queue_running(server_t &server);

@@ -4,8 +4,9 @@
 //   yang-dir = DIR                  state-dir = DIR                    ipc-access-file = FILE (the shared secret)
 //   durable = yes|no                log = stderr|syslog                auto-phase2 = yes|no
 //   replay-dir = DIR (notifications; default netconf_replay in state-dir)
-//   sync-timeout-ms, callback-timeout-ms, action-timeout-ms, hello-timeout-ms, outbound-limit (bytes queued to one client),
-//   journal-limit (bytes of journal after which a snapshot takes its place), max-connections: numbers
+//   sync-timeout-ms, callback-timeout-ms, action-timeout-ms, hello-timeout-ms: numbers
+//   outbound-limit (bytes queued to one client), max-connections: numbers
+//   journal-limit (bytes of journal after which a snapshot takes its place): a number
 #ifndef AGENT_SERVER_CONFIG_H
 #define AGENT_SERVER_CONFIG_H
 

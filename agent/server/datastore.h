@@ -1,8 +1,8 @@
 // The datastores of the agent: running (persisted), operational (in memory), and transactions on running.
 //
 // Running is one tree. An open transaction is applied to it in place with an undo log while somebody looks at it, and
-// taken back before somebody else looks: every call here names the view it wants, and switching costs by the size of the
-// edits, not of the tree. One thread. Nothing here blocks but the commit's fdatasync.
+// taken back before somebody else looks: every call here names the view it wants, and switching costs by the size of
+// the edits, not of the tree. One thread. Nothing here blocks but the commit's fdatasync.
 //
 // The steps of a commit, between which the caller may run callbacks: trans_prepare (defaults, when, must, references;
 // gives the diff), then trans_commit (on disk, then visible) or trans_unprepare. From trans_prepare on no other
@@ -48,8 +48,9 @@ struct datastore_options_t {
     uint64_t journal_limit = 4u << 20;    // bytes of journal after which a new snapshot replaces it
 };
 
-// Loads the model and running. What a restart had to put right (a record torn by a crash is cut off) is told in reports,
-// one line each. Damage that would lose committed data refuses to open: the error names file, offset and remedy.
+// Loads the model and running. What a restart had to put right (a record torn by a crash is cut off) is told in
+// reports, one line each. Damage that would lose committed data refuses to open: the error names file, offset and
+// remedy.
 [[nodiscard]] datastore_ptr datastore_open(const datastore_options_t &options, std::vector<std::string> &reports,
                                            ds_error_t &error);
 
@@ -86,8 +87,8 @@ void datastore_drop_old(datastore_t &store);
 // The leaf has no value of its own, only a default (CONFD_ERR_NOEXISTS territory aside: false when it has neither).
 [[nodiscard]] bool read_is_default(datastore_t &store, view_t view, const path_t &path);
 
-// The value of a leaf or, as C_LIST, of a leaf-list; of a presence container or list entry C_XMLTAG. Defaults are values.
-// CONFD_ERR_NOEXISTS when there is none, or when an entry above does not exist.
+// The value of a leaf or, as C_LIST, of a leaf-list; of a presence container or list entry C_XMLTAG. Defaults are
+// values. CONFD_ERR_NOEXISTS when there is none, or when an entry above does not exist.
 [[nodiscard]] bool read_value(datastore_t &store, view_t view, const path_t &path, wire_writer_t &out,
                               ds_error_t &error);
 // A leaf's canonical text.
@@ -130,7 +131,8 @@ enum show_db_t : uint8_t {
 
 // ---- locks: of running, between those who apply transactions
 
-// The holder is a number of the caller's (a session), the name is for people. CONFD_ERR_LOCKED names the present holder.
+// The holder is a number of the caller's (a session), the name is for people. CONFD_ERR_LOCKED names the present
+// holder.
 [[nodiscard]] bool datastore_lock(datastore_t &store, uint64_t holder, const std::string &name, ds_error_t &error);
 // Would another's lock keep the holder from applying a transaction?
 [[nodiscard]] bool datastore_check_lock(const datastore_t &store, uint64_t holder, ds_error_t &error);
@@ -154,14 +156,15 @@ void datastore_release(datastore_t &store, uint64_t holder);
 // List entries, presence containers, leaves of type empty, a leaf-list's value. CONFD_ERR_ALREADY_EXISTS,
 // CONFD_ERR_NOTCREATABLE for other nodes.
 [[nodiscard]] bool trans_create(trans_t &trans, const path_t &path, ds_error_t &error);
-// Anything but keys; a container without presence loses its content, a leaf goes back to its default, a list without keys
-// loses all entries. CONFD_ERR_NOEXISTS when there is nothing, CONFD_ERR_NOTDELETABLE for a key.
+// Anything but keys; a container without presence loses its content, a leaf goes back to its default, a list without
+// keys loses all entries. CONFD_ERR_NOEXISTS when there is nothing, CONFD_ERR_NOTDELETABLE for a key.
 [[nodiscard]] bool trans_delete(trans_t &trans, const path_t &path, ds_error_t &error);
 // Merges a document into the transaction; all or nothing. XML may be a NETCONF config element or its content.
 [[nodiscard]] bool trans_load(trans_t &trans, doc_format_t format, const std::string &document, ds_error_t &error);
 
 // Puts an entry of a user-ordered list in another place among its siblings; `to` are the keys of the other entry for
-// before and after. CONFD_ERR_NOEXISTS when one of them is not there, CONFD_ERR_BADPATH when the list is ordered by keys.
+// before and after. CONFD_ERR_NOEXISTS when one of them is not there, CONFD_ERR_BADPATH when the list is ordered by
+// keys.
 [[nodiscard]] bool trans_move(trans_t &trans, const path_t &entry, wire_move_t where, std::span<const confd_value_t> to,
                               ds_error_t &error);
 
@@ -191,8 +194,8 @@ void trans_rewind(trans_t &trans, size_t mark);
 // A prepared transaction is open again, with its edits.
 void trans_unprepare(trans_t &trans);
 
-// Makes a prepared transaction running. On failure (the disk) it stays prepared and running is as before. Afterwards the
-// transaction is open and empty. Operational data of deleted entries stays until oper_prune.
+// Makes a prepared transaction running. On failure (the disk) it stays prepared and running is as before. Afterwards
+// the transaction is open and empty. Operational data of deleted entries stays until oper_prune.
 [[nodiscard]] bool trans_commit(trans_t &trans, ds_error_t &error);
 
 // ---- candidate: edits on running that all sessions share until they are committed or discarded; need not be valid
@@ -211,8 +214,8 @@ void candidate_discard(datastore_t &store);
 // ---- operational data, written by clients; each write is a change of its own and gives its diff
 
 // Sets a leaf or (C_LIST) leaf-list; entries of operational lists above are created. Below a configured list the entry
-// has to be in running, else CONFD_ERR_NOEXISTS; configuration is CONFD_ERR_NOT_WRITABLE. What is there can be deleted even
-// if its entry is gone already.
+// has to be in running, else CONFD_ERR_NOEXISTS; configuration is CONFD_ERR_NOT_WRITABLE. What is there can be deleted
+// even if its entry is gone already.
 [[nodiscard]] bool oper_set(datastore_t &store, const path_t &path, const confd_value_t &value, diff_ptr &diff,
                             ds_error_t &error);
 [[nodiscard]] bool oper_set_text(datastore_t &store, const path_t &path, std::string_view text, diff_ptr &diff,
@@ -223,9 +226,9 @@ void candidate_discard(datastore_t &store);
 [[nodiscard]] bool oper_create(datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error);
 [[nodiscard]] bool oper_delete(datastore_t &store, const path_t &path, diff_ptr &diff, ds_error_t &error);
 
-// Takes out the operational data below entries that these changes of a commit have deleted and that running does not have
-// (again). For the end of their delivery: a subscriber that is told of a deletion may still read what it has written
-// there. Null when there was none.
+// Takes out the operational data below entries that these changes of a commit have deleted and that running does not
+// have (again). For the end of their delivery: a subscriber that is told of a deletion may still read what it has
+// written there. Null when there was none.
 [[nodiscard]] diff_ptr oper_prune(datastore_t &store, const diff_t &committed);
 
 #endif

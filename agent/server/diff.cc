@@ -11,8 +11,8 @@ static bool has_keys(const diff_node_t &node, const path_step_t &step)
     });
 }
 
-// Gives visit each changed instance of the point; ends early, with false, when visit gives false. What is below a deleted
-// instance is not in the tree, so it is not found.
+// Gives visit each changed instance of the point; ends early, with false, when visit gives false. What is below a
+// deleted instance is not in the tree, so it is not found.
 template <typename Visit>
 static bool for_each_instance(const diff_node_t &from, const path_t &point, size_t at, Visit visit)
 {

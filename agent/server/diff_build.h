@@ -1,5 +1,6 @@
-// Makes a diff_t from the log of a transaction: what is touched is looked up once in the old view and once in the new one,
-// so that edits that cancel out do not show. Cost by the number of edits and the size of what was created or deleted.
+// Makes a diff_t from the log of a transaction: what is touched is looked up once in the old view and once in the new
+// one, so that edits that cancel out do not show. Cost by the number of edits and the size of what was created or
+// deleted.
 #ifndef AGENT_SERVER_DIFF_BUILD_H
 #define AGENT_SERVER_DIFF_BUILD_H
 

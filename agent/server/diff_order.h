@@ -14,8 +14,8 @@ struct order_item_t {
     bool is_placed = false;      // result: it has to be put behind the entry before it
 };
 
-// Items are in the new order. With the entries that are not placed as they are, and new ones behind them in their order,
-// putting the placed ones one by one behind the entry before gives the new order. As few as possible are placed.
+// Items are in the new order. With the entries that are not placed as they are, and new ones behind them in their
+// order, putting the placed ones one by one behind the entry before gives the new order. As few as possible are placed.
 void diff_find_moves(std::span<order_item_t> items);
 
 #endif

@@ -1,8 +1,8 @@
 // From a frame to the function that serves it: one table of operations for each kind of connection.
 //
-// A handler reads its payload, and looks at call.in.finished() before it does anything; it writes the reply's payload to
-// call.out and says how it went. An answer that has to wait is deferred: the handler keeps call.ref and answers through
-// server_answer, once.
+// A handler reads its payload, and looks at call.in.finished() before it does anything; it writes the reply's payload
+// to call.out and says how it went. An answer that has to wait is deferred: the handler keeps call.ref and answers
+// through server_answer, once.
 #ifndef AGENT_SERVER_DISPATCH_H
 #define AGENT_SERVER_DISPATCH_H
 

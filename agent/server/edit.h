@@ -1,6 +1,6 @@
-// Edits of a tree by the rules of YANG (RFC 7950, sections 3 and 7): entries and containers above come into being, a node of
-// one case drives out those of others, what goes back to its default gets it, containers without presence are always
-// there. Every elementary change is in the log.
+// Edits of a tree by the rules of YANG (RFC 7950, sections 3 and 7): entries and containers above come into being, a
+// node of one case drives out those of others, what goes back to its default gets it, containers without presence are
+// always there. Every elementary change is in the log.
 //
 // Operational trees are edited by the same functions; they have no defaults.
 #ifndef AGENT_SERVER_EDIT_H
@@ -12,7 +12,8 @@
 #include <span>
 #include <vector>
 
-// How much of the path an edit found in place and how much it made: a later repetition that finds less has lost its ground.
+// How much of the path an edit found in place and how much it made: a later repetition that finds less has lost its
+// ground.
 struct edit_ground_t {
     size_t made = 0; // list entries and presence containers made above the node itself
 };
@@ -24,7 +25,8 @@ struct edit_ground_t {
                                  edit_ground_t &ground, ds_error_t &error);
 [[nodiscard]] bool edit_create(edit_log_t &log, const path_t &path, edit_ground_t &ground, ds_error_t &error);
 [[nodiscard]] bool edit_delete(edit_log_t &log, const path_t &path, ds_error_t &error);
-// An entry of a user-ordered list or leaf-list, to another place among its siblings; `to` are the keys of the other one.
+// An entry of a user-ordered list or leaf-list, to another place among its siblings; `to` are the keys of the other
+// one.
 [[nodiscard]] bool edit_move(edit_log_t &log, const path_t &path, wire_move_t where, std::span<const value_t> to,
                              ds_error_t &error);
 

@@ -1,7 +1,7 @@
 // The undo log of a tree: elementary changes that can be taken back and made again any number of times.
 //
-// The log owns what is detached: nodes that were taken out while the changes stand, nodes that were put in while they do
-// not. Between undo and redo nobody else may change the tree. Costs go by the number of changes.
+// The log owns what is detached: nodes that were taken out while the changes stand, nodes that were put in while they
+// do not. Between undo and redo nobody else may change the tree. Costs go by the number of changes.
 #ifndef AGENT_SERVER_EDIT_LOG_H
 #define AGENT_SERVER_EDIT_LOG_H
 

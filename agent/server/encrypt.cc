@@ -64,8 +64,8 @@ static bool take_lost(const trans_t &trans, const edit_t &edit, const path_t &pa
     return false;
 }
 
-// From the transaction's view, or from what its edits have taken out of running. By the log and not by a look at running:
-// a document that replaces many such leaves would change the view for each of them.
+// From the transaction's view, or from what its edits have taken out of running. By the log and not by a look at
+// running: a document that replaces many such leaves would change the view for each of them.
 static bool take_present(trans_t &trans, const path_t &path, std::string_view clear, value_t &value)
 {
     const lyd_node *leaf = tree_find(store_tree(*trans.store, { VIEW_TRANS, &trans }, path), path.steps);

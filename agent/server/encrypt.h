@@ -1,5 +1,5 @@
-// Encrypted leaves: those with the statement `encrypted`. Every way of setting them stores the text of agent/wire/crypto.h
-// in the place of a clear one; the leaf's type has to take both.
+// Encrypted leaves: those with the statement `encrypted`. Every way of setting them stores the text of
+// agent/wire/crypto.h in the place of a clear one; the leaf's type has to take both.
 #ifndef AGENT_SERVER_ENCRYPT_H
 #define AGENT_SERVER_ENCRYPT_H
 

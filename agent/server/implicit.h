@@ -5,8 +5,8 @@
 
 #include "agent/server/edit_log.h"
 
-// Adds the missing implicit nodes directly below parent (null: top level) and in all containers that this makes, and takes
-// out the defaults of cases that are not in force.
+// Adds the missing implicit nodes directly below parent (null: top level) and in all containers that this makes, and
+// takes out the defaults of cases that are not in force.
 void implicit_fill(edit_log_t &log, lyd_node *parent);
 
 // As above, for one child of parent and its case.

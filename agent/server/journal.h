@@ -1,12 +1,12 @@
 // Running on disk: a snapshot and the commits since, in one directory.
 //
-// snapshot.<gen>.json is a JSON object {"snapshot": {generation, commits, bytes, crc32c}, "data": ...}; journal.<gen> is a header and
-// a record for each commit, each with its length and CRC-32C (RFC 3720, appendix B.4). A commit is one append and one
-// fdatasync. A new generation is written beside the old one and takes its place by a rename; the journal is made first, so
-// whoever finds a snapshot finds its journal.
+// snapshot.<gen>.json is a JSON object {"snapshot": {generation, commits, bytes, crc32c}, "data": ...}; journal.<gen>
+// is a header and a record for each commit, each with its length and CRC-32C (RFC 3720, appendix B.4). A commit is one
+// append and one fdatasync. A new generation is written beside the old one and takes its place by a rename; the journal
+// is made first, so whoever finds a snapshot finds its journal.
 //
-// Reading cuts off a last record that a crash has torn. Anything else that does not fit is damage: the caller gets an error
-// with file, offset and remedy, and a copy of the file with ".damaged" behind its name.
+// Reading cuts off a last record that a crash has torn. Anything else that does not fit is damage: the caller gets an
+// error with file, offset and remedy, and a copy of the file with ".damaged" behind its name.
 #ifndef AGENT_SERVER_JOURNAL_H
 #define AGENT_SERVER_JOURNAL_H
 

@@ -20,8 +20,9 @@ void agent_log_open(log_target_t target);
 // without one where the others go.
 void agent_log_develop(int priority, const std::string &path);
 
-// priority is LOG_ERR, LOG_WARNING, LOG_NOTICE, LOG_INFO or LOG_DEBUG; debug lines are dropped on standard error, unless
-// the developer log asks for them. Control characters from a client are shown as '?', so that one event stays one line.
+// priority is LOG_ERR, LOG_WARNING, LOG_NOTICE, LOG_INFO or LOG_DEBUG; debug lines are dropped on standard error,
+// unless the developer log asks for them. Control characters from a client are shown as '?', so that one event stays
+// one line.
 void agent_log(int priority, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 
 #endif

@@ -1,8 +1,8 @@
 // What the operations of MAAPI connections have in common: transactions by their handles, targets of operations.
 //
 // The operations stand by concern: maapi_session.cc (sessions, locks, messages), maapi_trans.cc (the life of
-// transactions), maapi_edit.cc (their edits), maapi_read.cc (reads and documents), maapi_action.cc (actions and what the
-// operator's command line needs).
+// transactions), maapi_edit.cc (their edits), maapi_read.cc (reads and documents), maapi_action.cc (actions and what
+// the operator's command line needs).
 #ifndef AGENT_SERVER_MAAPI_H
 #define AGENT_SERVER_MAAPI_H
 
@@ -17,8 +17,9 @@
 [[nodiscard]] answer_t maapi_not_yet_open(const server_t &server);
 
 [[nodiscard]] bool maapi_is_init(const call_t &call, uint32_t th);
-// The transaction of a handle: the session's, one that the connection is attached to, or the init transaction; also while
-// it is being applied, when it cannot be edited but by hooks. Null, with the answer, when the operation cannot use it.
+// The transaction of a handle: the session's, one that the connection is attached to, or the init transaction; also
+// while it is being applied, when it cannot be edited but by hooks. Null, with the answer, when the operation cannot
+// use it.
 [[nodiscard]] trans_t *maapi_find_trans(const call_t &call, uint32_t th, answer_t *answer);
 
 // Is there an open transaction with the handle, whosoever it is?

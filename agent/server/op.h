@@ -1,8 +1,8 @@
 // Documents of operations: the input and output of actions and rpcs, and notifications.
 //
-// A document is a tree of libyang with one operation node in it, below the instances that its path names. It is made from
-// a client's JSON or from a daemon's tagged values, judged by the rules of the model as they stand in the view given, and
-// written as the other form. Everything here is bounded by its input; nothing changes the datastore.
+// A document is a tree of libyang with one operation node in it, below the instances that its path names. It is made
+// from a client's JSON or from a daemon's tagged values, judged by the rules of the model as they stand in the view
+// given, and written as the other form. Everything here is bounded by its input; nothing changes the datastore.
 #ifndef AGENT_SERVER_OP_H
 #define AGENT_SERVER_OP_H
 

@@ -44,8 +44,8 @@ enum path_form_t {
 [[nodiscard]] bool path_from_keypath(const schema_t &schema, const confd_hkeypath_t &keypath, path_form_t form,
                                      path_t &path, ds_error_t &error);
 
-// The keys of an entry of the list (or a leaf-list's value) from a client; whatever keys the path's last step has do not
-// matter. CONFD_ERR_BADTYPE for a wrong number of them or a value that the type refuses.
+// The keys of an entry of the list (or a leaf-list's value) from a client; whatever keys the path's last step has do
+// not matter. CONFD_ERR_BADTYPE for a wrong number of them or a value that the type refuses.
 [[nodiscard]] bool path_keys(const schema_t &schema, const path_t &list, std::span<const confd_value_t> from,
                              std::vector<value_t> &keys, ds_error_t &error);
 

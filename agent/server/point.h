@@ -1,8 +1,8 @@
 // Points of the data model that daemons serve while a transaction is applied: which nodes have one, and calls of them,
 // one at a time.
 //
-// hook.h and valpoint.h say who is called for what; both wait for an answer by leaving their stack: once it has come, the
-// commit queue goes on with the job that asked. An answer to a job that has ended meanwhile is dropped.
+// hook.h and valpoint.h say who is called for what; both wait for an answer by leaving their stack: once it has come,
+// the commit queue goes on with the job that asked. An answer to a job that has ended meanwhile is dropped.
 #ifndef AGENT_SERVER_POINT_H
 #define AGENT_SERVER_POINT_H
 
@@ -63,8 +63,8 @@ struct point_asker_t {
     std::string progress; // told to the committer last
 };
 
-// what is what the daemon is asked for, and progress what is told to the committer, both for people. The registration is
-// in force.
+// what is what the daemon is asked for, and progress what is told to the committer, both for people. The registration
+// is in force.
 void point_ask(server_t &server, point_asker_t &asker, const point_call_t &call, std::string what,
                const std::string &progress);
 

@@ -183,7 +183,7 @@ static void ask_get_object(server_t &server, const callback_trans_ref &trans, co
 
 // ---- an entry, out of its list
 
-// Goes through the pages until the entry has come by.
+// Goes through the pages until the entry has come by, or nobody waits for it any more.
 static void look_for_entry(server_t &server, const callback_trans_ref &trans, const path_t &path,
                            const provider_cursor_ref &cursor, const provider_done_t &done)
 {
@@ -197,7 +197,8 @@ static void look_for_entry(server_t &server, const callback_trans_ref &trans, co
         found.is_found = !found.objects.empty();
         if (found.is_found || cursor->at_end)
             return done(of, found);
-        look_for_entry(of, trans, path, cursor, done);
+        if (done.goes_on(of))
+            look_for_entry(of, trans, path, cursor, done);
     });
 }
 
@@ -405,11 +406,12 @@ static void answer_from_object(server_t &server, const provider_object_t &object
 static void ask_in_object(server_t &server, const callback_trans_ref &trans, const path_t &root,
                           const schema_info_t &node, const provider_done_t &done)
 {
-    provider_ask_object(server, trans, root, false, [&node, done](server_t &of, const provider_answer_t &answer) {
+    auto take = [&node, done](server_t &of, const provider_answer_t &answer) {
         if (answer.code != CONFD_ERR_OK || !answer.is_found)
             return done(of, answer);
         answer_from_object(of, *answer.objects.front(), node, done);
-    });
+    };
+    provider_ask_object(server, trans, root, false, { take, done.is_wanted });
 }
 
 // exists_optional tells of a leaf of type empty; its value then is no news.

@@ -1,10 +1,10 @@
 // Operational data that daemons provide: asking the callbacks registered for a callpoint.
 //
-// A node of the model has a callpoint or none (schema_info_t). Questions here are about instances of nodes that have one;
-// that what they stand in exists has been looked at before. Each takes the best form that the daemon has registered, and
-// ends once, through done, which may be called before the question returns: with what the provider said, or with an
-// error that names the callpoint, the client, the path and what is wrong. An answer that breaks the model costs that
-// question; one that cannot be parsed costs the client its connection.
+// A node of the model has a callpoint or none (schema_info_t). Questions here are about instances of nodes that have
+// one; that what they stand in exists has been looked at before. Each takes the best form that the daemon has
+// registered, and ends once, through done, which may be called before the question returns: with what the provider
+// said, or with an error that names the callpoint, the client, the path and what is wrong. An answer that breaks the
+// model costs that question; one that cannot be parsed costs the client its connection.
 #ifndef AGENT_SERVER_PROVIDER_H
 #define AGENT_SERVER_PROVIDER_H
 
@@ -12,10 +12,13 @@
 #include "agent/server/path.h"
 #include "agent/server/provider_object.h"
 
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 struct server_t;
@@ -37,7 +40,32 @@ struct provider_answer_t {
     std::vector<value_t> values;              // of a leaf or leaf-list
     std::vector<provider_object_ref> objects; // of a page; of one instance: one, or none when it does not exist
 };
-using provider_done_t = std::function<void(server_t &server, const provider_answer_t &answer)>;
+
+// Who gets the answer. A question that takes many callbacks looks before each further one whether it is still wanted.
+struct provider_done_t {
+    std::function<void(server_t &server, const provider_answer_t &answer)> take;
+    std::function<bool(server_t &server)> is_wanted; // null: to its end
+
+    provider_done_t() = default;
+    template <class Take>
+    requires(!std::same_as<std::remove_cvref_t<Take>, provider_done_t>)
+        provider_done_t(Take &&take_it, std::function<bool(server_t &server)> is_still_wanted = nullptr)
+        : take(std::forward<Take>(take_it)), is_wanted(std::move(is_still_wanted))
+    {
+    }
+    void operator()(server_t &server, const provider_answer_t &answer) const { take(server, answer); }
+    // False when the question has ended, as nobody waits for it.
+    [[nodiscard]] bool goes_on(server_t &server) const
+    {
+        if (!is_wanted || is_wanted(server))
+            return true;
+        provider_answer_t answer;
+        answer.code = CONFD_ERR_ABORTED;
+        answer.text = "interrupted";
+        take(server, answer);
+        return false;
+    }
+};
 
 // The value of a leaf, the values of a leaf-list; not found: it has none.
 void provider_ask_value(server_t &server, const callback_trans_ref &trans, const path_t &path, provider_done_t done);
@@ -45,13 +73,13 @@ void provider_ask_value(server_t &server, const callback_trans_ref &trans, const
 // Does the instance exist? Containers without presence do when what they stand in does.
 void provider_ask_exists(server_t &server, const callback_trans_ref &trans, const path_t &path, provider_done_t done);
 
-// All of a list entry or container but lists below it. Keys that are told by the list itself need no proof that the entry
-// exists.
+// All of a list entry or container but lists below it. Keys that are told by the list itself need no proof that the
+// entry exists.
 void provider_ask_object(server_t &server, const callback_trans_ref &trans, const path_t &path, bool is_known_to_exist,
                          provider_done_t done);
 
-// The instance whose object holds a node: the list entry, or the outermost container of the callpoint, that it stands in;
-// itself when it stands in none. As the number of steps of the path.
+// The instance whose object holds a node: the list entry, or the outermost container of the callpoint, that it stands
+// in; itself when it stands in none. As the number of steps of the path.
 [[nodiscard]] size_t provider_object_steps(const path_t &path);
 
 // Does the model have anything that an object of this list or container could hold, keys apart?

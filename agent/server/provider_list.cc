@@ -100,6 +100,8 @@ static void ask_callback(server_t &server, const callback_trans_ref &trans, cons
     };
     auto take = [trans, cursor, done](server_t &of, const provider_answer_t &answer) {
         bool is_page = answer.code != CONFD_ERR_OK || answer.is_found || cursor->at_end;
+        if (!is_page && !done.goes_on(of))
+            return;
         if (!is_page) // nothing but what had to be passed over
             return provider_ask_page(of, trans, cursor, done);
         if (answer.code == CONFD_ERR_OK && cursor->is_looking)

@@ -49,8 +49,8 @@ struct provider_objects_t {
     std::vector<provider_object_ref> objects;
 };
 
-// Objects of a list's entries or (one) of a container; an object without values is the end of the list. asked: the keys of
-// the one entry that was asked for; its object may leave them out.
+// Objects of a list's entries or (one) of a container; an object without values is the end of the list. asked: the keys
+// of the one entry that was asked for; its object may leave them out.
 [[nodiscard]] bool provider_parse_objects(const schema_t &schema, const schema_info_t &node,
                                           std::span<const value_t> asked, std::string_view payload,
                                           provider_objects_t &answer, provider_fault_t &fault);

@@ -79,6 +79,22 @@ static bool has_ground(const call_t &call, const provider_target_t &target)
     return read_exists(*call.server.store, target.view, ground);
 }
 
+// False when nobody waits any more: the rest of the list need not be asked for.
+static bool is_wanted(server_t &server, provider_reading_t &reading)
+{
+    if (!reading.is_ended && server_find(server, reading.ref.connection))
+        return true;
+    end(server, reading, {});
+    return false;
+}
+
+template <class Take> static provider_done_t for_reading(const reading_ref &reading, Take take)
+{
+    return { take, [reading](server_t &server) {
+                return is_wanted(server, *reading);
+            } };
+}
+
 // ---- values and existence
 
 static bool is_one_of_leaf_list(const path_t &path)
@@ -142,8 +158,10 @@ answer_t provider_read_value(call_t &call, const provider_target_t &target)
     if (!has_ground(call, target))
         return refused(CONFD_ERR_NOEXISTS, path_text(target.path) + " does not exist");
     reading_ref reading = begin(call, target);
-    provider_ask_exists(call.server, reading->trans, target.path,
-                        [reading](server_t &of, const provider_answer_t &told) { take_value(of, *reading, told); });
+    auto take = [reading](server_t &of, const provider_answer_t &told) {
+        take_value(of, *reading, told);
+    };
+    provider_ask_exists(call.server, reading->trans, target.path, for_reading(reading, take));
     return settle(call, reading);
 }
 
@@ -154,11 +172,11 @@ answer_t provider_read_exists(call_t &call, const provider_target_t &target)
         return {};
     }
     reading_ref reading = begin(call, target);
-    provider_ask_exists(call.server, reading->trans, target.path,
-                        [reading](server_t &of, const provider_answer_t &told) {
-                            reading->out.u8(is_there(reading->path, told));
-                            end(of, *reading, { told.code, told.text });
-                        });
+    auto take = [reading](server_t &of, const provider_answer_t &told) {
+        reading->out.u8(is_there(reading->path, told));
+        end(of, *reading, { told.code, told.text });
+    };
+    provider_ask_exists(call.server, reading->trans, target.path, for_reading(reading, take));
     return settle(call, reading);
 }
 
@@ -169,15 +187,6 @@ static provider_cursor_ref make_cursor(const path_t &list)
     auto cursor = std::make_shared<provider_cursor_t>();
     cursor->list = list;
     return cursor;
-}
-
-// False when nobody waits any more: the rest of the list need not be asked for.
-static bool is_wanted(server_t &server, provider_reading_t &reading)
-{
-    if (!reading.is_ended && server_find(server, reading.ref.connection))
-        return true;
-    end(server, reading, {});
-    return false;
 }
 
 static void count_pages(server_t &server, const reading_ref &reading, const provider_cursor_ref &cursor)
@@ -256,7 +265,7 @@ static void ask_for_entries(server_t &server, const std::shared_ptr<next_reading
 {
     if (next->cursor->at_end || next->entries.size() >= next->most)
         return end_next(server, *next);
-    provider_ask_page(server, next->reading->trans, next->cursor, [=](server_t &of, const provider_answer_t &page) {
+    auto take = [=](server_t &of, const provider_answer_t &page) {
         if (page.code != CONFD_ERR_OK)
             return end(of, *next->reading, refused(page.code, page.text));
         if (!is_wanted(of, *next->reading))
@@ -264,7 +273,8 @@ static void ask_for_entries(server_t &server, const std::shared_ptr<next_reading
         for (size_t i = 0; i < page.objects.size() && next->entries.size() < next->most; i++)
             next->entries.push_back(page.objects[i]->keys);
         ask_for_entries(of, next);
-    });
+    };
+    provider_ask_page(server, next->reading->trans, next->cursor, for_reading(next->reading, take));
 }
 
 static bool read_keys(const call_t &call, const path_t &list, std::span<const confd_value_t> given, entry_keys_t &keys,

@@ -21,16 +21,18 @@ void registry_forget_connection(registry_t &registry, uint64_t connection)
 {
     for (auto &rows : registry.rows)
         std::erase_if(rows, [&](const auto &row) { return row.second.connection == connection; });
+    for (auto &rows : registry.waiting)
+        std::erase_if(rows, [&](const auto &row) { return row.second.connection == connection; });
 }
 
 const registration_t *registry_find(const registry_t &registry, registration_kind_t kind, const std::string &name)
 {
     auto found = registry.rows[kind].find(name);
-    return found != registry.rows[kind].end() && found->second.is_done ? &found->second : nullptr;
+    return found != registry.rows[kind].end() ? &found->second : nullptr;
 }
 
 // The newer owner wins; the one before, if another and still there, is told of in the log.
-static void tell_of_loss(call_t &call, registration_kind_t kind, const std::string &name, const registration_t &before)
+static void tell_of_loss(call_t &call, size_t kind, const std::string &name, const registration_t &before)
 {
     connection_t *owner = server_find(call.server, before.connection);
     if (before.connection == call.conn.serial || !owner)
@@ -41,14 +43,11 @@ static void tell_of_loss(call_t &call, registration_kind_t kind, const std::stri
 
 static answer_t add_registration(call_t &call, registration_kind_t kind, const std::string &name, registration_t row)
 {
-    auto &rows = call.server.registry.rows[kind];
-    auto found = rows.find(name);
-    if (found == rows.end() && rows.size() >= MAX_REGISTRATIONS)
+    registry_t &registry = call.server.registry;
+    if (registry.rows[kind].size() + registry.waiting[kind].size() >= MAX_REGISTRATIONS)
         return refused(CONFD_ERR_TOOBIG, std::string("too many registrations of kind ") + kind_names[kind]);
-    if (found != rows.end())
-        tell_of_loss(call, kind, name, found->second);
     row.connection = call.conn.serial;
-    rows.insert_or_assign(name, std::move(row));
+    registry.waiting[kind].insert_or_assign({ call.conn.serial, name }, std::move(row));
     return {};
 }
 
@@ -125,19 +124,29 @@ static answer_t register_snmp_notif(call_t &call)
     return add_with_handle(call, REGISTRATION_SNMP_NOTIF, name, std::move(row));
 }
 
+// The connection's waiting registrations count from here on.
+static size_t put_in_force(call_t &call, size_t kind)
+{
+    registry_t &registry = call.server.registry;
+    auto &rows = registry.rows[kind];
+    for (auto &[key, row] : registry.waiting[kind]) {
+        if (row.connection != call.conn.serial)
+            continue;
+        auto found = rows.find(key.second);
+        if (found != rows.end())
+            tell_of_loss(call, kind, key.second, found->second);
+        rows.insert_or_assign(key.second, std::move(row));
+    }
+    return std::erase_if(registry.waiting[kind], [&](const auto &row) { return row.first.first == call.conn.serial; });
+}
+
 static answer_t finish_registrations(call_t &call)
 {
     if (!call.in.finished())
         return malformed(call);
     size_t count = 0;
-    for (auto &rows : call.server.registry.rows) {
-        for (auto &[name, row] : rows) {
-            if (row.connection != call.conn.serial)
-                continue;
-            row.is_done = true;
-            count++;
-        }
-    }
+    for (size_t kind = 0; kind < REGISTRATION_KINDS; kind++)
+        count += put_in_force(call, kind);
     agent_log(LOG_INFO, "%s has registered %zu callbacks", connection_title(call.conn).c_str(), count);
     return {};
 }

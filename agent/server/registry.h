@@ -1,14 +1,16 @@
 // What daemons have registered on their control connections: the callbacks they offer, by name.
 //
-// A registration belongs to its control connection, counts from WIRE_REG_DONE on and goes with the connection. A name has
-// one owner: the newer registration wins, and the loss is logged. Names that the data model does not know are kept too,
-// with a log line: the daemon may be newer than the model.
+// A registration belongs to its control connection, counts from WIRE_REG_DONE on and goes with the connection. A name
+// has one owner: the newer registration wins once it counts, and the loss is logged; until then the older one is
+// served. The older one has lost for good: when the newer goes, the name has no owner until a daemon registers it
+// again. Names that the data model does not know are kept too, with a log line: the daemon may be newer than the model.
 #ifndef AGENT_SERVER_REGISTRY_H
 #define AGENT_SERVER_REGISTRY_H
 
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 
 enum registration_kind_t : uint8_t {
     REGISTRATION_TRANS,
@@ -26,11 +28,12 @@ struct registration_t {
     uint32_t detail = 0;     // bits of the callbacks set; for streams whether there are replay callbacks
     uint32_t handle = 0;     // streams and SNMP notifications
     std::string context;     // SNMP notifications
-    bool is_done = false;    // WIRE_REG_DONE has come
 };
 
 struct registry_t {
     std::map<std::string, registration_t> rows[REGISTRATION_KINDS]; // by name; callbacks without one: by daemon id
+    // That wait for the WIRE_REG_DONE of their connection, by connection and name.
+    std::map<std::pair<uint64_t, std::string>, registration_t> waiting[REGISTRATION_KINDS];
     uint32_t next_handle = 1;
     uint32_t next_daemon_id = 1;
 };

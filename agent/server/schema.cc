@@ -244,6 +244,13 @@ static void find_callpoints(schema_t &schema)
     }
 }
 
+static void index_mib_names(schema_t &schema)
+{
+    for (const schema_info_t &info : schema.nodes)
+        if (const std::string *name = info.is(WIRE_NODE_LEAF) ? schema_statement(info, "mib-name") : nullptr)
+            schema.mib_leaves.emplace(*name, &info);
+}
+
 std::unique_ptr<schema_t> schema_load(const std::string &dir, const std::vector<std::string> &search_dirs,
                                       ds_error_t &error)
 {
@@ -265,6 +272,7 @@ std::unique_ptr<schema_t> schema_load(const std::string &dir, const std::vector<
         return nullptr;
     schema_find_rules(*schema);
     find_callpoints(*schema);
+    index_mib_names(*schema);
     return schema;
 }
 
@@ -315,6 +323,12 @@ const std::string *schema_statement(const schema_info_t &node, std::string_view 
         if (statement.name == name)
             return &statement.argument;
     return nullptr;
+}
+
+const schema_info_t *schema_find_mib_leaf(const schema_t &schema, std::string_view name)
+{
+    auto found = schema.mib_leaves.find(name);
+    return found != schema.mib_leaves.end() ? found->second : nullptr;
 }
 
 bool schema_has_statement(const schema_t &schema, std::string_view name, std::string_view argument)

@@ -74,6 +74,7 @@ struct schema_t {
     std::deque<schema_info_t> nodes;                 // by index - 1
     std::vector<schema_module_t> modules;            // implemented ones
     std::unordered_map<uint32_t, std::string> names; // of all tags, namespaces' URIs and identities by hash
+    std::unordered_map<std::string_view, const schema_info_t *> mib_leaves; // by mib-name, the first of each
 };
 
 // Loads and compiles every .yang file of the folder with all features; imports are also looked for in search_dirs.
@@ -100,6 +101,9 @@ struct schema_t {
 
 // The argument of the node's own statement of this name; null when it has none.
 [[nodiscard]] const std::string *schema_statement(const schema_info_t &node, std::string_view name);
+
+// The leaf whose values the variable of this mib-name carries; null when the model does not say.
+[[nodiscard]] const schema_info_t *schema_find_mib_leaf(const schema_t &schema, std::string_view name);
 
 // True when a statement of this name with this argument stands at any node or module: what a registration is for.
 [[nodiscard]] bool schema_has_statement(const schema_t &schema, std::string_view name, std::string_view argument);

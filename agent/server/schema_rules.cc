@@ -42,8 +42,8 @@ static bool is_absolute(std::string_view text)
     return false;
 }
 
-// Overestimates where it has to: an axis or deref() can go anywhere, and a climb in a predicate adds to that of the path
-// before it.
+// Overestimates where it has to: an axis or deref() can go anywhere, and a climb in a predicate adds to that of the
+// path before it.
 static int reach_of(std::string_view text)
 {
     for (std::string_view word : { "deref", "ancestor", "preceding", "following", "parent::", "//" })
@@ -84,7 +84,8 @@ static bool stands_below(const schema_info_t &node, const schema_info_t *above)
     return at == above;
 }
 
-// libyang does not tell the nodes of axes that go to other entries of the same list: all around the context may be meant.
+// libyang does not tell the nodes of axes that go to other entries of the same list: all around the context may be
+// meant.
 static void add_around(schema_t &schema, const schema_info_t &context, const schema_dependent_t &dependent)
 {
     for (const schema_info_t &info : schema.nodes)

@@ -10,8 +10,8 @@
 // Fills the dependents of all nodes.
 void schema_find_rules(schema_t &schema);
 
-// Calls visit(when) for each when statement that decides over the node: its own and those of the choices and cases around
-// it. Ends early, with false, when visit gives false.
+// Calls visit(when) for each when statement that decides over the node: its own and those of the choices and cases
+// around it. Ends early, with false, when visit gives false.
 template <typename Visit> bool for_each_when(const lysc_node *node, Visit visit)
 {
     for (const lysc_node *at = node; at; at = at->parent) {

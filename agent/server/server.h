@@ -1,8 +1,8 @@
 // The state of agentd in one record, and the ways in which its rooms reach each other.
 //
 // One thread, one event loop; everything here belongs to it. connection.cc brings frames in and out, dispatch.cc finds
-// their handlers, which stand in the file of their kind of connection; commit.cc is the queue of what changes running or
-// delivers data, delivery.cc serves subscribers level by level.
+// their handlers, which stand in the file of their kind of connection; commit.cc is the queue of what changes running
+// or delivers data, delivery.cc serves subscribers level by level.
 #ifndef AGENT_SERVER_SERVER_H
 #define AGENT_SERVER_SERVER_H
 

@@ -1,7 +1,7 @@
 // The agent's own settings: those of its dynamic configuration (model confd_dyncfg) that the agent follows itself.
 //
-// They are ordinary configuration: committed, persisted and read like any other. Without the model, or unset, the defaults
-// hold: no developer log, replay stores on.
+// They are ordinary configuration: committed, persisted and read like any other. Without the model, or unset, the
+// defaults hold: no developer log, replay stores on.
 #ifndef AGENT_SERVER_SETTINGS_H
 #define AGENT_SERVER_SETTINGS_H
 

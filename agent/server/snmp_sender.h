@@ -26,8 +26,8 @@ struct snmp_sender_t {
     void (*send)(server_t &server, const snmp_notification_t &notification);
 };
 
-// Writes each notification as a line of JSON to snmp-notifications.jsonl in the state folder; the file before the present
-// one is kept with ".1" behind its name.
+// Writes each notification as a line of JSON to snmp-notifications.jsonl in the state folder; the file before the
+// present one is kept with ".1" behind its name.
 extern const snmp_sender_t snmp_recorder;
 
 #endif

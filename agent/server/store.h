@@ -1,4 +1,5 @@
-// The inside of the datastores: what datastore.cc, view.cc, trans.cc, wish.cc, candidate.cc, read.cc, show.cc and oper.cc share.
+// The inside of the datastores: what datastore.cc, view.cc, trans.cc, wish.cc, candidate.cc, read.cc, show.cc and
+// oper.cc share.
 #ifndef AGENT_SERVER_STORE_H
 #define AGENT_SERVER_STORE_H
 

@@ -9,6 +9,7 @@
 
 static constexpr size_t MAX_SNMP_NAME = 255;
 static constexpr size_t MIN_VARBIND_SIZE = 5; // empty name, a value without content
+static constexpr size_t MAX_VARBINDS = 1000;  // of a notification
 
 // ---- times
 
@@ -72,8 +73,7 @@ std::vector<std::string> stream_names(const server_t &server)
 {
     std::set<std::string> names;
     for (const auto &[name, row] : server.registry.rows[REGISTRATION_STREAM])
-        if (row.is_done)
-            names.insert(name);
+        names.insert(name);
     for (const auto &[name, log] : server.streams.store.logs)
         names.insert(name);
     return { names.begin(), names.end() };
@@ -172,20 +172,9 @@ static answer_t notify(call_t &call)
 
 // ---- SNMP
 
-// The leaf whose values the variable carries; null when the model does not say.
-static const schema_info_t *find_variable(const schema_t &schema, std::string_view name)
-{
-    for (const schema_info_t &info : schema.nodes) {
-        const std::string *object = info.is(WIRE_NODE_LEAF) ? schema_statement(info, "mib-name") : nullptr;
-        if (object && *object == name)
-            return &info;
-    }
-    return nullptr;
-}
-
 static std::string varbind_text(const schema_t &schema, std::string_view name, const confd_value_t &from)
 {
-    const schema_info_t *leaf = find_variable(schema, name);
+    const schema_info_t *leaf = schema_find_mib_leaf(schema, name);
     value_t value;
     ds_error_t ignored; // the variable is told as it came
     if (leaf && value_from_confd(schema, *leaf, from, name, value, ignored))
@@ -193,16 +182,22 @@ static std::string varbind_text(const schema_t &schema, std::string_view name, c
     return value_text_without_type(schema, from);
 }
 
-bool stream_read_snmp(const schema_t &schema, wire_reader_t &in, uint32_t *handle, snmp_notification_t *notification)
+bool stream_read_snmp(const schema_t &schema, wire_reader_t &in, uint32_t *handle, snmp_notification_t *notification,
+                      size_t *left_out)
 {
+    *left_out = 0;
     *handle = in.u32();
     notification->notify_name = in.text();
     notification->notification = in.text();
     for (uint32_t left = in.count(MIN_VARBIND_SIZE); left > 0 && in.ok; left--) {
         std::string name(in.text());
         value_holder value(in);
-        if (in.ok)
+        if (!in.ok)
+            break;
+        if (notification->varbinds.size() < MAX_VARBINDS)
             notification->varbinds.push_back({ name, varbind_text(schema, name, value.value) });
+        else
+            ++*left_out;
     }
     return in.finished() && !notification->notification.empty() && notification->notification.size() <= MAX_SNMP_NAME &&
            notification->notify_name.size() <= MAX_SNMP_NAME;
@@ -212,8 +207,12 @@ static answer_t notify_snmp(call_t &call)
 {
     uint32_t handle = 0;
     snmp_notification_t notification;
-    if (!stream_read_snmp(datastore_schema(*call.server.store), call.in, &handle, &notification))
+    size_t left_out = 0;
+    if (!stream_read_snmp(datastore_schema(*call.server.store), call.in, &handle, &notification, &left_out))
         return garbage(call);
+    if (left_out > 0)
+        agent_log(LOG_WARNING, "%s: %s has %zu variables more than the %zu that are sent; they are dropped",
+                  connection_title(call.conn).c_str(), notification.notification.c_str(), left_out, MAX_VARBINDS);
     const auto *row = find_handle(call, REGISTRATION_SNMP_NOTIF, handle);
     if (!row) {
         drop(call, "its daemon has no SNMP notifications with handle " + std::to_string(handle));

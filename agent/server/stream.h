@@ -2,8 +2,8 @@
 //
 // stream.cc takes notifications, judges them by the model and hands them on; a notification that does not fit is logged
 // and dropped, as nobody waits for an answer. stream_subscriber.cc serves subscribers: a replay in slices between other
-// work, live events held back behind it, then live, until the stop time. A subscriber that does not read is bounded like
-// every client.
+// work, live events held back behind it, then live, until the stop time. A subscriber that does not read is bounded
+// like every client.
 #ifndef AGENT_SERVER_STREAM_H
 #define AGENT_SERVER_STREAM_H
 
@@ -62,9 +62,10 @@ void streams_put_status(server_t &server, json_writer_t &json);
 [[nodiscard]] confd_datetime stream_time_to_datetime(int64_t time_us);
 [[nodiscard]] int64_t stream_time_now();
 
-// The payload of WIRE_NOTIFY_SNMP, read within its bounds; the variables as texts by the model.
+// The payload of WIRE_NOTIFY_SNMP, read within its bounds; the variables as texts by the model. left_out: how many are
+// too many, and not kept.
 struct schema_t;
 [[nodiscard]] bool stream_read_snmp(const schema_t &schema, wire_reader_t &in, uint32_t *handle,
-                                    snmp_notification_t *notification);
+                                    snmp_notification_t *notification, size_t *left_out);
 
 #endif

@@ -3,8 +3,8 @@
 // A stream's events stand in files STREAM-NUMBER.events of one folder, each event as one record with its CRC-32C. The
 // last file is appended to; past a size the next one begins, and past a number of files the oldest goes. A restart cuts
 // a torn tail off the last file. The folder belongs to the operator too: files that are removed while the store is open
-// are events that are gone, no error. Writes are not synced to the disk: an event that a power failure takes was told to
-// all who listened.
+// are events that are gone, no error. Writes are not synced to the disk: an event that a power failure takes was told
+// to all who listened.
 #ifndef AGENT_SERVER_STREAM_STORE_H
 #define AGENT_SERVER_STREAM_STORE_H
 

@@ -54,8 +54,8 @@ static void end_merging_below(server_t &server, const diff_t &changes)
     std::erase_if(server.queue.oper_leaves, [&](const auto &row) { return row.first.starts_with(prefix); });
 }
 
-// A leaf that is written again before its notification went out is told of once, with its newest value: so a fast writer
-// and a slow subscriber need room for each leaf but not for each write.
+// A leaf that is written again before its notification went out is told of once, with its newest value: so a fast
+// writer and a slow subscriber need room for each leaf but not for each write.
 static bool is_merged(server_t &server, diff_t &changes)
 {
     diff_node_t *fresh = only_leaf_set(changes);

@@ -26,8 +26,8 @@ inline constexpr unsigned POINTS_OPERATIONAL = 1u << WIRE_SUB_OPERATIONAL;
 // Queues the notification of an operational write, when somebody subscribes to it.
 void subscription_notify_oper(server_t &server, diff_ptr changes);
 
-// Queues the delivery of all existing data, of none too, to points of the caller's process; none named: all. Deferred, unless a point
-// is not the process's.
+// Queues the delivery of all existing data, of none too, to points of the caller's process; none named: all. Deferred,
+// unless a point is not the process's.
 [[nodiscard]] answer_t subscription_trigger(call_t &call, bool is_operational, std::vector<int32_t> ids);
 
 #endif

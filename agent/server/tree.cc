@@ -146,9 +146,10 @@ static void drop_hash_table(lyd_node *parent)
     lyd_free_tree(carrier);
 }
 
-// libyang 2.1 crashes when it puts a child into a hash table all of whose slots have been in use: it looks for a free one
-// behind the last child of the same slot only, and does not look between. Slots of removed children count, two each at
-// most, until the table is made anew. It is at most three quarters full otherwise, so an eighth of the children may go.
+// libyang 2.1 crashes when it puts a child into a hash table all of whose slots have been in use: it looks for a free
+// one behind the last child of the same slot only, and does not look between. Slots of removed children count, two each
+// at most, until the table is made anew. It is at most three quarters full otherwise, so an eighth of the children may
+// go.
 void tree_before_link(lyd_node *parent)
 {
     auto *counts = parent ? static_cast<node_indexes_t *>(parent->priv) : nullptr;

@@ -1,8 +1,8 @@
 // A data tree of libyang with an ordered index of the entries of each list.
 //
-// libyang keeps entries of system-ordered lists as they came and finds top-level ones by a scan. The index of one list in
-// one parent hangs on the parent (priv of lyd_node, the tree's record for top-level lists), is made when the list is first
-// looked at, and is kept by tree_link and tree_unlink. A detached subtree keeps the indexes of its inside.
+// libyang keeps entries of system-ordered lists as they came and finds top-level ones by a scan. The index of one list
+// in one parent hangs on the parent (priv of lyd_node, the tree's record for top-level lists), is made when the list is
+// first looked at, and is kept by tree_link and tree_unlink. A detached subtree keeps the indexes of its inside.
 //
 // Values that a node got and lost are the concern of edit_log; nothing here keeps a history.
 #ifndef AGENT_SERVER_TREE_H
@@ -44,14 +44,15 @@ void tree_free(tree_t &tree);
     return reinterpret_cast<lyd_node *>(node->parent);
 }
 
-// The child that is the only one of its schema node (of a list: the first as libyang keeps them); null when there is none.
+// The child that is the only one of its schema node (of a list: the first as libyang keeps them); null when there is
+// none.
 [[nodiscard]] lyd_node *tree_find_child(const tree_t &tree, const lyd_node *parent, const lysc_node *schema);
 
 // To be called before libyang itself puts a new child into parent (which may be null): see the reason there.
 void tree_before_link(lyd_node *parent);
 
-// Links a detached node below parent, behind others of its schema node, or for user-ordered ones behind prev (null: as the
-// first). And takes it out. Default flags of containers around it follow.
+// Links a detached node below parent, behind others of its schema node, or for user-ordered ones behind prev (null: as
+// the first). And takes it out. Default flags of containers around it follow.
 void tree_link(tree_t &tree, lyd_node *parent, lyd_node *node, const lyd_node *prev);
 void tree_unlink(tree_t &tree, lyd_node *node);
 // A node that libyang has linked itself, last of its schema node.

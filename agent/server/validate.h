@@ -7,8 +7,8 @@
 
 #include "agent/server/edit_log.h"
 
-// Judges the log's changes. First nodes whose when no longer holds go and defaults whose when now holds come, as further
-// changes in the log; a node that the transaction itself has made against its when is refused. The error is
+// Judges the log's changes. First nodes whose when no longer holds go and defaults whose when now holds come, as
+// further changes in the log; a node that the transaction itself has made against its when is refused. The error is
 // CONFD_ERR_NOTSET for what is missing, CONFD_ERR_VALIDATION for any other rule, with path and rule.
 [[nodiscard]] bool validate_edits(edit_log_t &log, ds_error_t &error);
 

@@ -1,7 +1,8 @@
-// Validation points: daemons judge a prepared transaction by what has changed in it; the first refusal ends the judgement.
+// Validation points: daemons judge a prepared transaction by what has changed in it; the first refusal ends the
+// judgement.
 //
-// A point is called for each changed instance of its node, or for a container or entry that anything changed in: points in
-// the order of the model, instances in key order, deleted ones included. Below a deleted entry nothing is called.
+// A point is called for each changed instance of its node, or for a container or entry that anything changed in: points
+// in the order of the model, instances in key order, deleted ones included. Below a deleted entry nothing is called.
 #ifndef AGENT_SERVER_VALPOINT_H
 #define AGENT_SERVER_VALPOINT_H
 

@@ -31,7 +31,8 @@ struct value_t {
 // Canonical text, valid as long as the value.
 [[nodiscard]] std::string_view value_text(const value_t &value);
 
-// Checks text against the type of a leaf or leaf-list. The error names the node's path (as given), the value and the rule.
+// Checks text against the type of a leaf or leaf-list. The error names the node's path (as given), the value and the
+// rule.
 [[nodiscard]] bool value_from_text(const schema_info_t &node, std::string_view text, std::string_view path,
                                    value_t &value, ds_error_t &error);
 

@@ -1,7 +1,7 @@
 // What running shows: itself, the state before the last commit, or a transaction's edits.
 //
-// A transaction is put in by its log and taken out by it, which costs by its edits. One that is big and often put in and
-// out gets a copy of running for itself: then the two trees change places.
+// A transaction is put in by its log and taken out by it, which costs by its edits. One that is big and often put in
+// and out gets a copy of running for itself: then the two trees change places.
 #include "agent/server/store.h"
 
 #include <utility>

@@ -1,9 +1,10 @@
 // Walks: a subtree told in pages, of any size, in memory that does not grow with it.
 //
-// A walk of a transaction tells its view of the configuration. A walk without one tells operational data: what is stored,
-// merged with what daemons provide, below the configured instances that it stands in. It goes by an explicit stack of
-// frames and comes back to a place by keys, so what changes between two pages is met or missed, but never in its way. A
-// walk belongs to its session and holds no lock; it ends when all is told, when it fails, and with its session.
+// A walk of a transaction tells its view of the configuration. A walk without one tells operational data: what is
+// stored, merged with what daemons provide, below the configured instances that it stands in. It goes by an explicit
+// stack of frames and comes back to a place by keys, so what changes between two pages is met or missed, but never in
+// its way. A walk belongs to its session and holds no lock; it ends when all is told, when it fails, and with its
+// session.
 //
 // A container without presence and a configured entry are told when the first of what is in them is. What a callpoint
 // does not give becomes a note in its place; the walk fails when it is of that callpoint's data alone.

@@ -87,7 +87,7 @@ static void tell_failure(walk_t &walk, const std::string &callpoint, const provi
 {
     const schema_info_t *target = walk.target.node();
     if (target && target->callpoint && *target->callpoint == callpoint) {
-        walk.failure = refused(CONFD_ERR_UNAVAILABLE, answer.text);
+        walk.failure = refused(answer.code, answer.text);
         return;
     }
     bool is_unserved = answer.code == CONFD_ERR_UNAVAILABLE;

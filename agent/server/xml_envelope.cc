@@ -71,7 +71,8 @@ static constexpr mark_row_t marks_without_elements[] = {
     { "<?", "?>" },
 };
 
-// Behind a comment, CDATA or instruction that begins here; the same position when none does, NOWHERE when it has no end.
+// Behind a comment, CDATA or instruction that begins here; the same position when none does, NOWHERE when it has no
+// end.
 static size_t skip_mark(std::string_view text, size_t at)
 {
     for (const mark_row_t &row : marks_without_elements) {
@@ -98,7 +99,8 @@ static bool is_envelope(std::string_view name)
     return name == "config" || name == "data";
 }
 
-// The declarations of the envelope that the element neither makes itself nor must not get: without a prefix, NETCONF's own.
+// The declarations of the envelope that the element neither makes itself nor must not get: without a prefix, NETCONF's
+// own.
 static void declare(const start_tag_t &envelope, const start_tag_t &tag, std::string &out)
 {
     for (const declaration_t &outer : envelope.declarations) {
@@ -108,8 +110,8 @@ static void declare(const start_tag_t &envelope, const start_tag_t &tag, std::st
     }
 }
 
-// Copies elements, with the envelope's declarations in the outermost ones. What is not well formed ends the work: the rest
-// is copied as it is.
+// Copies elements, with the envelope's declarations in the outermost ones. What is not well formed ends the work: the
+// rest is copied as it is.
 static bool copy_elements(std::string_view text, const start_tag_t &envelope, std::string &out, ds_error_t &error)
 {
     size_t copied = 0;

@@ -2,8 +2,8 @@
 // mode makes with them of the first 4 bytes of the clear text's SHA-256 and the clear text itself. Agent and client
 // library share this form.
 //
-// The key is the first 16 bytes of the agent's keys (WIRE_MAAPI_INSTALL_CRYPTO_KEYS). Those 4 bytes tell other keys, and
-// a text that has been tampered with by hand; they are no signature.
+// The key is the first 16 bytes of the agent's keys (WIRE_MAAPI_INSTALL_CRYPTO_KEYS). Those 4 bytes tell other keys,
+// and a text that has been tampered with by hand; they are no signature.
 #ifndef AGENT_WIRE_CRYPTO_H
 #define AGENT_WIRE_CRYPTO_H
 

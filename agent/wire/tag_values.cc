@@ -15,20 +15,17 @@ void wire_put_tag_values(wire_writer_t &out, const confd_tag_value_t *values, si
 
 std::vector<confd_tag_value_t> wire_get_tag_values(wire_reader_t &in)
 {
-    std::vector<confd_tag_value_t> values(in.count(MIN_TAG_VALUE_SIZE));
-    size_t have = 0;
-    for (confd_tag_value_t &value : values) {
+    std::vector<confd_tag_value_t> values; // grows with what is read: a count is quickly said
+    for (uint32_t left = in.count(MIN_TAG_VALUE_SIZE); left > 0 && in.ok; left--) {
+        confd_tag_value_t value{};
         value.tag.tag = in.u32();
         value.tag.ns = in.u32();
         value.v = wire_get_value(in);
-        if (!in.ok)
-            break;
-        have++;
+        if (in.ok)
+            values.push_back(value);
     }
-    if (have < values.size()) {
-        values.resize(have);
+    if (!in.ok)
         wire_free_tag_values(values);
-    }
     return values;
 }
 

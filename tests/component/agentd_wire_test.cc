@@ -192,6 +192,34 @@ TEST(agentd_wire, the_newer_owner_of_a_callpoint_wins_and_the_older_is_logged)
     EXPECT_NE(status.find("\"validate\":2"), std::string::npos) << status;
 }
 
+TEST(agentd_wire, a_newer_registration_takes_the_point_over_only_when_it_is_done)
+{
+    agentd_process agent;
+    wire_writer_t row;
+    row.text("labels");
+    row.u32(3);
+    auto count = [&] {
+        std::string status;
+        EXPECT_EQ(agent.command({ "status", "--json" }, &status), 0);
+        return status;
+    };
+    raw_client older(agent, WIRE_KIND_CONTROL, 11);
+    EXPECT_EQ(older.ask(WIRE_REG_DATA_CB, row.bytes).status, 0);
+    EXPECT_NE(count().find("\"data\":0"), std::string::npos) << "before it is done";
+    EXPECT_EQ(older.ask(WIRE_REG_DONE).status, 0);
+    {
+        raw_client dying(agent, WIRE_KIND_CONTROL, 12);
+        EXPECT_EQ(dying.ask(WIRE_REG_DATA_CB, row.bytes).status, 0);
+        EXPECT_NE(count().find("\"data\":1"), std::string::npos) << "the older one serves it meanwhile";
+    }
+    raw_client newer(agent, WIRE_KIND_CONTROL, 13);
+    EXPECT_EQ(newer.ask(WIRE_REG_DATA_CB, row.bytes).status, 0);
+    EXPECT_EQ(agent.log().find("loses data"), std::string::npos) << "nobody has been done with it";
+    EXPECT_EQ(newer.ask(WIRE_REG_DONE).status, 0);
+    EXPECT_NE(agent.log().find("raw (pid 11) loses data \"labels\" to raw (pid 13)"), std::string::npos);
+    EXPECT_NE(count().find("\"data\":1"), std::string::npos);
+}
+
 TEST(agentd_wire, registrations_go_with_their_connection)
 {
     agentd_process agent;

@@ -87,6 +87,16 @@ TEST_F(cli, compare_tells_what_a_commit_would_change_and_revert_gives_it_up)
     EXPECT_EQ(configuration(), TWO_VPNS);
 }
 
+TEST_F(cli, compare_finds_the_changes_of_a_place_typed_with_the_prefix_of_its_module)
+{
+    ASSERT_EQ(run({ "--commit", write("two.cfg", TWO_VPNS) }).status, 0);
+    cli_run_t result = command("configure; set vpn vpn-instance 10 name B; set vpn vpn-instance 20 name C; "
+                               "compare corvane-vpn:vpn vpn-instance 10; revert");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_NE(result.output.find("+ vpn vpn-instance 10 name B\n"), std::string::npos) << result.output;
+    EXPECT_EQ(result.output.find("name C"), std::string::npos) << result.output;
+}
+
 TEST_F(cli, a_rule_that_only_the_agent_knows_refuses_the_commit_with_path_and_rule)
 {
     cli_run_t result = command("configure; set vpn vpn-instance 30 dns 10.0.0.1; commit");
