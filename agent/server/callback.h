@@ -4,7 +4,9 @@
 // with the client's answer, or with CONFD_ERR_UNAVAILABLE and a text that names the client and what it was asked, when
 // the client dies or does not answer in time; below the call that asks when the client is gone already. A client that
 // does not answer in time is disconnected, since nobody can tell its late answer from the next one's; so is one that
-// answers with garbage.
+// answers with garbage. A question's time begins when it is sent, behind whatever its client is busy with; one that
+// others wait behind (a hook, a validation point) says so and has its time from the asking: then the asker goes on
+// without the client, which stays.
 #ifndef AGENT_SERVER_CALLBACK_H
 #define AGENT_SERVER_CALLBACK_H
 
@@ -36,8 +38,11 @@ struct callback_question_t {
     std::string payload;
     std::string what; // "get_next_object of callpoint \"arp-table\"", for texts
     uint64_t timeout_ms = 0;
-    callback_done_t done; // null: nobody wants to know
-    uint32_t ticket = 0;  // of the asker's, by which it may be withdrawn; 0: never
+    callback_done_t done;   // null: nobody wants to know
+    uint32_t ticket = 0;    // of the asker's, by which it may be withdrawn; 0: never
+    bool is_urgent = false; // done is called within timeout_ms from the asking, not from the sending
+    double asked_ms = 0;    // is_urgent
+    std::string behind;     // is_urgent: what the client was busy with; empty: nothing
 };
 
 // Of a connection.
@@ -47,6 +52,7 @@ struct callback_queue_t {
     uint64_t asked = 0;                        // ever, for status output
     double sent_ms = 0;
     owned_event timeout;
+    owned_event overdue; // of the urgent ones behind others
 };
 
 // Asks the client of a connection; a connection that is gone ends the question like a client that dies.

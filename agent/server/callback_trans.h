@@ -32,6 +32,7 @@ struct callback_trans_t {
     session_identity_t who;
     bool is_ended = false; // daemons have been told: nobody is asked any more
     std::vector<callback_party_t> parties;
+    std::vector<uint64_t> stopping; // control serials of those that are being told of the end of their validation
     std::shared_ptr<provider_cache_t> objects; // of providers; null until the first is kept
 };
 using callback_trans_ref = std::shared_ptr<callback_trans_t>;
@@ -42,9 +43,10 @@ using callback_trans_ref = std::shared_ptr<callback_trans_t>;
 
 // Asks the daemon that has registered the point (REGISTRATION_DATA or REGISTRATION_VALPOINT) in the transaction. Ends
 // with CONFD_ERR_UNAVAILABLE when nobody has: see registry_find. The payload's first item, u32 th, is the caller's.
+// is_urgent: as in callback_question_t.
 void callback_trans_ask(server_t &server, const callback_trans_ref &trans, registration_kind_t kind,
                         const std::string &point, uint16_t op, std::string payload, std::string what,
-                        callback_done_t done);
+                        callback_done_t done, bool is_urgent = false);
 
 // The worker connection that serves the point in the transaction; 0 when none does, or not any more.
 [[nodiscard]] uint64_t callback_trans_worker(const server_t &server, const callback_trans_t &trans,

@@ -48,6 +48,8 @@ trans_ptr candidate_take(datastore_t &store, uint64_t holder)
     note_change(store);
     trans->wishes = std::exchange(store.candidate.wishes, {});
     trans->wishes_taken = trans->wishes.size();
+    for (const wish_t &wish : trans->wishes)
+        trans->grounds_taken.push_back(wish.ground);
     trans->generation = 0; // its wishes have to be made first
     return trans;
 }
@@ -55,6 +57,8 @@ trans_ptr candidate_take(datastore_t &store, uint64_t holder)
 void candidate_give_back(datastore_t &store, trans_ptr trans)
 {
     trans_rewind(*trans, trans->wishes_taken);
+    for (size_t i = 0; i < trans->wishes.size(); i++)
+        trans->wishes[i].ground = trans->grounds_taken[i]; // running may lose again what they found in it this time
     note_change(store);
     std::ranges::move(store.candidate.wishes, std::back_inserter(trans->wishes));
     store.candidate.wishes = std::exchange(trans->wishes, {});

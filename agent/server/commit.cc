@@ -332,6 +332,9 @@ static void begin_candidate(server_t &server, job_t &job)
     ds_error_t error;
     if (!datastore_check_lock(*server.store, job.committer.id, error))
         return fail(server, job, error.code, error.text);
+    answer_t answer = lock_check_candidate(server, job.committer.id); // may have been locked while this was queued
+    if (answer.code != CONFD_ERR_OK)
+        return fail(server, job, answer.code, std::move(answer.text));
     job.th = server.next_transaction++;
     job.trans = candidate_take(*server.store, job.committer.id);
     job.daemons = callback_trans_make(job.th, WIRE_DB_RUNNING, true, job.committer);

@@ -32,3 +32,10 @@ void lock_release(server_t &server, lock_t &lock, uint64_t connection)
         server_answer(server, next, {}, {});
     }
 }
+
+answer_t lock_check_candidate(const server_t &server, uint32_t session)
+{
+    if (server.candidate_holder == 0 || server.candidate_holder == session)
+        return {};
+    return refused(CONFD_ERR_LOCKED, "the candidate is locked by " + server.candidate_holder_name);
+}

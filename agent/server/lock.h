@@ -21,4 +21,7 @@ struct lock_t {
 // The connection no longer waits for the lock; when it holds it, the first that still waits gets it and is answered.
 void lock_release(server_t &server, lock_t &lock, uint64_t connection);
 
+// CONFD_ERR_LOCKED when another session than this one holds the lock of the candidate.
+[[nodiscard]] answer_t lock_check_candidate(const server_t &server, uint32_t session);
+
 #endif

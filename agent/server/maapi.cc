@@ -23,7 +23,7 @@ struct open_trans_t {
     trans_t *trans = nullptr; // null: there is none
     callback_trans_ref daemons;
     bool is_applied = false;
-    bool can_be_edited = true; // no: it is being judged or delivered
+    const char *no_edit = nullptr; // why it cannot be edited; null: it can
 };
 
 // Of the job in progress.
@@ -32,7 +32,8 @@ static open_trans_t find_in_job(server_t &server, uint32_t th)
     const job_t *job = commit_queue_running(server);
     if (!job || !job->trans || job->th != th)
         return {};
-    return { job->trans.get(), job->daemons, false, job->stage == STAGE_HOOKS };
+    const char *no_edit = job->stage == STAGE_HOOKS ? nullptr : "is being judged; only its hooks may still change it";
+    return { job->trans.get(), job->daemons, false, no_edit };
 }
 
 static open_trans_t find_in_session(const connection_t &conn, uint32_t th)
@@ -40,14 +41,14 @@ static open_trans_t find_in_session(const connection_t &conn, uint32_t th)
     auto found = conn.maapi.transactions.find(th);
     if (found == conn.maapi.transactions.end() || !found->second.trans)
         return {};
-    return { found->second.trans.get(), found->second.daemons, found->second.is_applied, true };
+    return { found->second.trans.get(), found->second.daemons, found->second.is_applied };
 }
 
 static open_trans_t find_open(server_t &server, uint32_t th)
 {
     open_trans_t open = find_in_job(server, th);
     if (!open.trans && server.init_trans && th == server.init_th)
-        open = { server.init_trans.get(), server.init_daemons, false, true };
+        open = { server.init_trans.get(), server.init_daemons };
     for (auto at = server.connections.begin(); !open.trans && at != server.connections.end(); ++at)
         open = find_in_session(*at->second, th);
     return open;
@@ -64,13 +65,33 @@ bool maapi_is_open(server_t &server, uint32_t th)
     return open.trans && !open.is_applied;
 }
 
+// Does the connection's client serve an action of the transaction just now?
+static bool serves_action_of(const call_t &call, uint32_t th)
+{
+    return std::ranges::any_of(call.server.actions.runs, [&](const auto &row) {
+        const connection_t *control = server_find(call.server, row.second.control);
+        return row.second.th == th && control && control->pid == call.conn.pid;
+    });
+}
+
+// Of another's session. An attachment outlives the callback that it was made for: what a daemon edits once the
+// transaction is back with its session would go unseen into the session's next commit.
+static open_trans_t find_attached(const call_t &call, uint32_t th)
+{
+    open_trans_t open = find_open(call.server, th);
+    bool is_called = find_in_job(call.server, th).trans || th == call.server.init_th || serves_action_of(call, th);
+    if (!is_called)
+        open.no_edit = "is with its session; attached clients change it only in their hooks and actions";
+    return open;
+}
+
 // One that the connection may use, by being its session's, attached to, or everybody's.
 static open_trans_t find_usable(const call_t &call, uint32_t th)
 {
     open_trans_t open = find_in_session(call.conn, th);
     bool is_usable =
         call.conn.maapi.transactions.contains(th) || call.conn.maapi.attached.contains(th) || th == call.server.init_th;
-    return open.trans || !is_usable ? open : find_open(call.server, th);
+    return open.trans || !is_usable ? open : find_attached(call, th);
 }
 
 static constexpr uint16_t edit_ops[] = {
@@ -85,9 +106,8 @@ trans_t *maapi_find_trans(const call_t &call, uint32_t th, answer_t *answer)
         *answer = refused(CONFD_ERR_NOEXISTS, "there is no transaction " + std::to_string(th));
     else if (open.is_applied)
         *answer = refused(CONFD_ERR_BADSTATE, "the transaction is applied; finish it");
-    else if (is_edit && !open.can_be_edited)
-        *answer = refused(CONFD_ERR_BADSTATE,
-                          "transaction " + std::to_string(th) + " is being judged; only its hooks may still change it");
+    else if (is_edit && open.no_edit)
+        *answer = refused(CONFD_ERR_BADSTATE, "transaction " + std::to_string(th) + " " + open.no_edit);
     else
         return open.trans;
     return nullptr;

@@ -18,8 +18,8 @@
 
 [[nodiscard]] bool maapi_is_init(const call_t &call, uint32_t th);
 // The transaction of a handle: the session's, one that the connection is attached to, or the init transaction; also
-// while it is being applied, when it cannot be edited but by hooks. Null, with the answer, when the operation cannot
-// use it.
+// while it is being applied, when it cannot be edited but by hooks. Clients that are attached edit in hooks and actions
+// only. Null, with the answer, when the operation cannot use it.
 [[nodiscard]] trans_t *maapi_find_trans(const call_t &call, uint32_t th, answer_t *answer);
 
 // Is there an open transaction with the handle, whosoever it is?

@@ -22,9 +22,7 @@ static void release_candidate(server_t &server, uint32_t holder)
 
 answer_t maapi_check_candidate_lock(const call_t &call)
 {
-    if (call.server.candidate_holder == 0 || call.server.candidate_holder == call.conn.maapi.who.id)
-        return {};
-    return refused(CONFD_ERR_LOCKED, "the candidate is locked by " + call.server.candidate_holder_name);
+    return lock_check_candidate(call.server, call.conn.maapi.who.id);
 }
 
 static answer_t lock_candidate(call_t &call, const std::string &name)

@@ -192,6 +192,23 @@ static answer_t commit_candidate(call_t &call)
     return deferred();
 }
 
+// What is being committed would come back after a refusal.
+static answer_t discard_candidate(call_t &call)
+{
+    if (!call.in.finished())
+        return malformed(call);
+    if (call.conn.maapi.who.id == 0)
+        return maapi_no_session();
+    answer_t answer = maapi_check_candidate_lock(call);
+    if (answer.code != CONFD_ERR_OK)
+        return answer;
+    const job_t *job = commit_queue_running(call.server);
+    if (job && job->kind == JOB_CANDIDATE)
+        return refused(CONFD_ERR_INUSE, "the candidate is being committed; try again when that has ended");
+    candidate_discard(*call.server.store);
+    return {};
+}
+
 static constexpr op_row_t rows_of_ops[] = {
     { WIRE_MAAPI_START_TRANS, start_trans },
     { WIRE_MAAPI_FINISH_TRANS, finish_trans },
@@ -202,6 +219,7 @@ static constexpr op_row_t rows_of_ops[] = {
     { WIRE_MAAPI_VALIDATE_TRANS, validate },
     { WIRE_MAAPI_APPLY_TRANS, apply },
     { WIRE_MAAPI_CANDIDATE_COMMIT, commit_candidate },
+    { WIRE_MAAPI_CANDIDATE_DISCARD, discard_candidate },
 };
 
 std::span<const op_row_t> maapi_trans_ops()

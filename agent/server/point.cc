@@ -71,5 +71,5 @@ void point_ask(server_t &server, point_asker_t &asker, const point_call_t &call,
             take_reply(of, { kind, daemons, answer, {} }, *point, reply);
     };
     callback_trans_ask(server, asker.daemons, asker.kind, *call.point, call.op, std::move(payload.bytes),
-                       std::move(what), take_answer);
+                       std::move(what), take_answer, true);
 }

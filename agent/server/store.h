@@ -43,8 +43,9 @@ struct trans_t {
     size_t switched = 0;         // edits of the log made again, for nothing but switching views
     uint64_t generation = 0;     // of running, that the log is against
     bool is_on_candidate = false;
-    uint64_t candidate_generation = 0; // of the candidate whose wishes the log begins with
-    size_t wishes_taken = 0;           // of the candidate, at the beginning: see candidate_take
+    uint64_t candidate_generation = 0;        // of the candidate whose wishes the log begins with
+    size_t wishes_taken = 0;                  // of the candidate, at the beginning: see candidate_take
+    std::vector<edit_ground_t> grounds_taken; // theirs, as they were in the candidate
     bool is_prepared = false;
     size_t edits_asked_for = 0; // prepared: edits of the log that are not consequences
     size_t wishes_prepared = 0; // wishes judged by trans_prepare

@@ -77,8 +77,11 @@ static bool is_done_already(const wish_t &wish, const ds_error_t &error)
            (wish.kind == WISH_DELETE && error.code == CONFD_ERR_NOEXISTS);
 }
 
+static constexpr char candidate_remedy[] =
+    "; the candidate holds this edit: put back what it stands in, or drop the candidate (agent_cmd discard-candidate)";
+
 // Makes a wish again, on a running that has moved.
-static bool make_again(trans_t &trans, wish_t &wish)
+static bool make_again(trans_t &trans, wish_t &wish, bool is_candidates)
 {
     edit_ground_t before = wish.ground;
     ds_error_t error;
@@ -89,7 +92,8 @@ static bool make_again(trans_t &trans, wish_t &wish)
     wish.ground = before;
     std::string why = error.code ? error.text : "what it stands in has been deleted";
     return ds_fail(trans.conflict, CONFD_ERR_CONFLICT,
-                   "running has changed under the transaction at " + path_text(wish.path) + ": " + why);
+                   "running has changed under the transaction at " + path_text(wish.path) + ": " + why +
+                       (is_candidates ? candidate_remedy : ""));
 }
 
 // The candidate's wishes stay as they were when they became the candidate's, whoever looks at them.
@@ -97,7 +101,7 @@ static bool make_candidate(datastore_t &store, trans_t &trans)
 {
     for (const wish_t &wish : store.candidate.wishes) {
         wish_t copy = wish;
-        if (!make_again(trans, copy))
+        if (!make_again(trans, copy, true))
             return false;
     }
     return true;
@@ -114,8 +118,8 @@ static void rebase(datastore_t &store, trans_t &trans)
     trans.is_prepared = false; // the consequences of a judgement went with the log
     if (trans.is_on_candidate && !make_candidate(store, trans))
         return;
-    for (wish_t &wish : trans.wishes)
-        if (!make_again(trans, wish))
+    for (size_t i = 0; i < trans.wishes.size(); i++)
+        if (!make_again(trans, trans.wishes[i], i < trans.wishes_taken))
             return;
 }
 

@@ -1,8 +1,9 @@
 // agent_cmd: what scripts and people ask of a running agentd.
 //
-//   agent_cmd [--port N] status [--json] | phase | start-phase2 | dump [running|operational] [json|xml] | stop
+//   agent_cmd [--port N] status [--json] | phase | start-phase2 | dump [running|operational] [json|xml] |
+//             discard-candidate | stop
 //
-// One admin connection, one request, one answer on standard output. Exit status 0: done; 1: the agent cannot be reached
+// One connection, one request, one answer on standard output. Exit status 0: done; 1: the agent cannot be reached
 // or has refused; 2: the command line is wrong. The shared secret, where the agent asks for one, is read from the file
 // that CONFD_IPC_ACCESS_FILE names, as all clients do.
 #include "agent/wire/wire.h"
@@ -25,7 +26,7 @@ enum exit_status_t {
 };
 
 static constexpr char usage_text[] = "usage: agent_cmd [--port N] status [--json] | phase | start-phase2 | dump "
-                                     "[running|operational] [json|xml] | stop\n";
+                                     "[running|operational] [json|xml] | discard-candidate | stop\n";
 static constexpr timeval ANSWER_TIME = { 300, 0 }; // start-phase2 waits for the commits before it
 
 // ---- one exchange with the agent
@@ -126,16 +127,27 @@ static std::string read_secret()
     return secret;
 }
 
-static bool say_hello(const link_t &link)
+static bool say_hello(const link_t &link, wire_kind_t kind)
 {
     wire_writer_t hello;
     hello.u16(WIRE_VERSION);
-    hello.u8(WIRE_KIND_ADMIN);
+    hello.u8(kind);
     hello.text("agent_cmd");
     hello.u32(static_cast<uint32_t>(getpid()));
     hello.text(read_secret());
     hello.u32(0);
     return ask(link, WIRE_HELLO, hello.bytes).has_value();
+}
+
+// What is asked on MAAPI connections is asked by somebody.
+static bool start_session(const link_t &link)
+{
+    wire_writer_t session;
+    session.text("agent_cmd");
+    session.text("system");
+    session.text("127.0.0.1");
+    session.u16(0);
+    return ask(link, WIRE_MAAPI_START_SESSION, session.bytes).has_value();
 }
 
 // ---- status for people
@@ -190,6 +202,7 @@ struct command_t {
     uint16_t op;
     bool (*build)(words_t words, wire_writer_t &payload);
     void (*show)(words_t words, wire_reader_t &answer);
+    wire_kind_t kind = WIRE_KIND_ADMIN; // of the connection
 };
 
 static bool build_empty(words_t words, wire_writer_t &)
@@ -268,6 +281,7 @@ static constexpr command_t commands[] = {
     { "phase", WIRE_ADMIN_PHASE, build_phase<0>, show_phase },
     { "start-phase2", WIRE_ADMIN_PHASE, build_phase<2>, show_phase },
     { "dump", WIRE_ADMIN_DUMP, build_dump, show_text },
+    { "discard-candidate", WIRE_MAAPI_CANDIDATE_DISCARD, build_empty, show_nothing, WIRE_KIND_MAAPI },
     { "stop", WIRE_ADMIN_STOP, build_empty, show_nothing },
 };
 
@@ -280,7 +294,9 @@ static int run(const command_t &command, words_t words, uint16_t port)
     }
     link_t link;
     link.port = port;
-    if (!connect_agent(link) || !say_hello(link))
+    if (!connect_agent(link) || !say_hello(link, command.kind))
+        return EXIT_REFUSED;
+    if (command.kind == WIRE_KIND_MAAPI && !start_session(link))
         return EXIT_REFUSED;
     std::optional<std::string> answer = ask(link, command.op, payload.bytes);
     if (!answer)

@@ -147,7 +147,8 @@ enum wire_op_t : uint16_t {
     WIRE_MAAPI_SET_FLAGS = 94, // u32 th, u32 flags (wire_trans_flag_t) -> - ; until set anew
     WIRE_MAAPI_MOVE = 95,      // u32 th, text path of an entry of a user-ordered list, u8 where (wire_move_t), u8 keys,
                                //   values of the entry before or behind which it goes (else none) -> -
-    WIRE_MAAPI_CANDIDATE_COMMIT = 96, // - -> - ; the candidate's changes become running
+    WIRE_MAAPI_CANDIDATE_COMMIT = 96,  // - -> - ; the candidate's changes become running
+    WIRE_MAAPI_CANDIDATE_DISCARD = 97, // - -> - ; the candidate is as running
 
     // Control connection.
     WIRE_REG_TRANS_CB = 100,     // - -> -

@@ -116,11 +116,26 @@ TEST(agent_candidate, it_follows_running_and_names_what_it_has_lost)
     EXPECT_FALSE(trans_prepare(*taken, diff, error));
     EXPECT_EQ(error.code, CONFD_ERR_CONFLICT);
     EXPECT_NE(error.text.find(MTU), std::string::npos) << error.text;
+    EXPECT_NE(error.text.find("discard-candidate"), std::string::npos) << error.text;
     candidate_give_back(*store, std::move(taken));
     trans_ptr trans = candidate_begin(*store, true, 1);
     EXPECT_EQ(edit(*trans, "set /vpn/main 1"), CONFD_ERR_CONFLICT);
     candidate_discard(*store);
     EXPECT_EQ(edit(*trans, "create /vpn/vpn-instance{1}"), 0);
+}
+
+TEST(agent_candidate, what_a_refused_commit_found_in_running_may_go_again)
+{
+    datastore_ptr store = open_store();
+    ASSERT_EQ(merge(store, { "set " + MTU + " 900", "set /vpn/main 7" }), 0); // there is no instance 7
+    (void)commit(store, { "create /vpn/vpn-instance{1}/interface{a}" });
+    trans_ptr taken = candidate_take(*store, 3);
+    diff_ptr diff;
+    ds_error_t error;
+    EXPECT_FALSE(trans_prepare(*taken, diff, error));
+    candidate_give_back(*store, std::move(taken));
+    (void)commit(store, { "delete /vpn/vpn-instance{1}" });
+    EXPECT_EQ(candidate_text(store, MTU), "900") << "it makes the instance itself, as when it was asked for";
 }
 
 TEST(agent_candidate, a_transaction_on_it_cannot_be_committed_and_one_on_running_cannot_be_merged)

@@ -420,6 +420,59 @@ TEST_F(data, the_candidate_is_shared_until_it_is_committed)
     EXPECT_EQ(read_leaf(agent, "/data/vpn{5}/name"), "b");
 }
 
+TEST_F(data, a_candidate_in_conflict_is_dropped_by_whoever_may_lock_it)
+{
+    ASSERT_EQ(commit(agent, { { "/data/vpn{5}/name", "a" } }).result, CONFD_OK);
+    user.th = maapi_start_trans(user.fd(), CONFD_CANDIDATE, CONFD_READ_WRITE);
+    ASSERT_EQ(user.set("/data/vpn{5}/name", "b"), CONFD_OK) << confd_lasterr();
+    ASSERT_EQ(user.apply(), CONFD_OK) << confd_lasterr();
+    ASSERT_EQ(commit(agent, { { "/data/vpn{5}", "-" } }).result, CONFD_OK);
+    ASSERT_EQ(maapi_candidate_commit(user.fd()), CONFD_ERR);
+    EXPECT_EQ(confd_errno, CONFD_ERR_CONFLICT);
+    EXPECT_TRUE(mentions(confd_lasterr(), "agent_cmd discard-candidate")) << confd_lasterr();
+    {
+        user_client other(agent, "ann");
+        ASSERT_EQ(maapi_lock(other.fd(), CONFD_CANDIDATE), CONFD_OK) << confd_lasterr();
+        EXPECT_EQ(agent.command({ "discard-candidate" }), 1);
+    }
+    for (int i = 0; i < 100 && agent.command({ "discard-candidate" }) != 0;
+         i++) // until the lock has gone with its owner
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(maapi_candidate_commit(user.fd()), CONFD_OK) << confd_lasterr();
+    EXPECT_EQ(read_leaf(agent, "/data/vpn{5}/name"), "-");
+}
+
+TEST_F(data, a_candidate_locked_while_its_commit_waits_is_not_committed)
+{
+    gate busy;
+    test_daemon daemon(agent);
+    data_handlers_t hook;
+    hook.set_elem = [&](confd_trans_ctx *, confd_hkeypath_t *, confd_value_t *) {
+        busy.pass();
+        return CONFD_OK;
+    };
+    daemon.data("hook-banner", std::move(hook));
+    daemon.start();
+    user.th = maapi_start_trans(user.fd(), CONFD_CANDIDATE, CONFD_READ_WRITE);
+    ASSERT_EQ(user.set("/data/host", "candidate"), CONFD_OK) << confd_lasterr();
+    ASSERT_EQ(user.apply(), CONFD_OK) << confd_lasterr();
+    auto before = commit_beside(agent, { { "/hook/banner", "hello" } });
+    ASSERT_TRUE(busy.wait_for_visitor());
+    auto committing = std::async(std::launch::async, [&] {
+        int result = maapi_candidate_commit(user.fd());
+        return result == CONFD_OK ? 0 : confd_errno;
+    });
+    EXPECT_TRUE(agent.has_status("\"queued\":2"));
+    user_client other(agent, "ann");
+    EXPECT_EQ(maapi_lock(other.fd(), CONFD_CANDIDATE), CONFD_OK) << confd_lasterr();
+    busy.open();
+    EXPECT_EQ(committing.get(), CONFD_ERR_LOCKED);
+    EXPECT_EQ(before.get().result, CONFD_OK);
+    EXPECT_EQ(maapi_unlock(other.fd(), CONFD_CANDIDATE), CONFD_OK) << confd_lasterr();
+    EXPECT_EQ(maapi_candidate_commit(user.fd()), CONFD_OK) << confd_lasterr();
+    EXPECT_EQ(read_leaf(agent, "/data/host"), "candidate");
+}
+
 TEST_F(data, a_secret_is_stored_encrypted_and_read_with_the_keys)
 {
     begin();

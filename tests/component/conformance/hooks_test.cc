@@ -206,6 +206,57 @@ TEST_F(hooks, a_refusal_reaches_the_committer_and_undoes_what_hooks_have_done)
     EXPECT_EQ(data_client(agent, CDB_RUNNING).get("/hook/made{x}/name"), "x");
 }
 
+TEST_F(hooks, what_a_daemon_sets_behind_its_hook_does_not_reach_the_transaction)
+{
+    on_set("hook-banner", [&](confd_trans_ctx *tctx, confd_hkeypath_t *, confd_value_t *) {
+        EXPECT_EQ(maapi_attach(daemon.maapi_fd(), 0, tctx), CONFD_OK) << confd_lasterr();
+        EXPECT_EQ(maapi_set_elem2(daemon.maapi_fd(), tctx->thandle, "early", "/hook/shadow"), CONFD_OK)
+            << confd_lasterr();
+        return CONFD_ERR;
+    });
+    daemon.start();
+    user_client user(agent);
+    ASSERT_GT(user.begin(), 0);
+    EXPECT_EQ(user.set("/hook/banner", "hello"), CONFD_OK);
+    EXPECT_EQ(user.apply(), CONFD_ERR);
+    EXPECT_EQ(maapi_exists(daemon.maapi_fd(), user.th, "/hook/banner"), 1) << "it may still read";
+    EXPECT_EQ(maapi_set_elem2(daemon.maapi_fd(), user.th, "late", "/hook/shadow"), CONFD_ERR);
+    EXPECT_EQ(confd_errno, CONFD_ERR_BADSTATE) << confd_lasterr();
+    EXPECT_TRUE(mentions(confd_lasterr(), "with its session")) << confd_lasterr();
+    EXPECT_EQ(maapi_exists(user.fd(), user.th, "/hook/shadow"), 0);
+}
+
+TEST(busy_worker, holds_a_commit_no_longer_than_its_time_and_stays)
+{
+    conform_agent agent("callback-timeout-ms = 500\n");
+    gate busy;
+    test_daemon daemon(agent, "conform", 2);
+    daemon.action("act-quiet", { nullptr,
+                                 [&](confd_user_info *, xml_tag *, confd_hkeypath_t *, confd_tag_value_t *, int) {
+                                     busy.pass();
+                                     return CONFD_OK;
+                                 },
+                                 nullptr, nullptr });
+    daemon.data("hook-banner", noting(daemon, "hook-banner"));
+    daemon.choose_worker = [](const confd_user_info *) {
+        return 1;
+    }; // the first one's thread serves the inits too
+    daemon.start();
+    raw_user slow(agent);
+    slow.post_action("/conform:act/quiet");
+    ASSERT_TRUE(busy.wait_for_visitor());
+    commit_result_t result = commit(agent, { { "/hook/banner", "hello" } });
+    EXPECT_EQ(result.error, CONFD_ERR_UNAVAILABLE);
+    EXPECT_TRUE(mentions(result.text, "is busy with action \"quiet\"")) << result.text;
+    EXPECT_TRUE(mentions(result.text, "hook-banner")) << result.text;
+    EXPECT_EQ(commit(agent, { { "/data/host", "box" } }).result, CONFD_OK) << "the queue goes on";
+    busy.open();
+    EXPECT_EQ(slow.wait_for(WIRE_MAAPI_ACTION).status, 0);
+    EXPECT_EQ(daemon.take_events(), names_t{}) << "it was not asked any more";
+    EXPECT_EQ(commit(agent, { { "/hook/banner", "again" } }).result, CONFD_OK);
+    EXPECT_EQ(daemon.take_events(), names_t{ "hook-banner set /conform:hook/banner again" });
+}
+
 TEST_F(hooks, a_refusal_without_a_text_names_the_point)
 {
     on_set("hook-banner", [](confd_trans_ctx *, confd_hkeypath_t *, confd_value_t *) { return CONFD_ERR; });
