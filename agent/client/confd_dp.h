@@ -154,8 +154,8 @@ struct confd_daemon_ctx *confd_init_daemon(const char *name);
 void confd_release_daemon(struct confd_daemon_ctx *dx);
 int confd_connect(struct confd_daemon_ctx *dx, int sock, enum confd_sock_type type, const struct sockaddr *srv,
                   int addrsz);
-// Reads and serves one request on a readable control or worker socket. CONFD_EOF when the agent has gone; CONFD_ERR with
-// CONFD_ERR_EXTERNAL when a callback has failed, which the agent has been told.
+// Reads and serves one request on a readable control or worker socket. CONFD_EOF when the agent has gone; CONFD_ERR
+// with CONFD_ERR_EXTERNAL when a callback has failed, which the agent has been told.
 int confd_fd_ready(struct confd_daemon_ctx *dx, int fd);
 
 int confd_register_trans_cb(struct confd_daemon_ctx *dx, const struct confd_trans_cbs *cbs);
@@ -195,7 +195,8 @@ int confd_data_reply_next_object_tag_value_arrays(struct confd_trans_ctx *tctx,
 int confd_action_reply_values(struct confd_user_info *uinfo, const confd_tag_value_t *values, int nvalues);
 int confd_action_reply_completion(struct confd_user_info *uinfo, const struct confd_completion_value *values,
                                   int nvalues);
-// The reason for the operator, of a callback that fails.
+// The reason for the operator, of a callback that fails. Not in abort, which may run beside the callback that it ends:
+// the agent asks one thing at a time in a transaction or action, and only abort breaks that rule.
 void confd_action_seterr(struct confd_user_info *uinfo, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 
 // Notifications. Any thread, also while another one serves the worker socket; the agent does not answer, so a result
