@@ -114,14 +114,19 @@ struct session_client : peer_client {
         post_action(path, input);
         return read_frame();
     }
+    // The handle of a new writable transaction.
+    uint32_t begin() const
+    {
+        wire_writer_t payload;
+        payload.u8(WIRE_DB_RUNNING);
+        payload.u8(1);
+        payload.u32(0);
+        return wire_reader_t(ask(WIRE_MAAPI_START_TRANS, payload.bytes).payload).u32();
+    }
     // Creates an instance in a transaction of its own.
     void create(const std::string &path) const
     {
-        wire_writer_t begin;
-        begin.u8(WIRE_DB_RUNNING);
-        begin.u8(1);
-        begin.u32(0);
-        uint32_t th = wire_reader_t(ask(WIRE_MAAPI_START_TRANS, begin.bytes).payload).u32();
+        uint32_t th = begin();
         wire_writer_t edit;
         edit.u32(th);
         edit.text(path);
@@ -131,11 +136,7 @@ struct session_client : peer_client {
     }
     void set(const std::string &path, const std::string &text) const
     {
-        wire_writer_t begin;
-        begin.u8(WIRE_DB_RUNNING);
-        begin.u8(1);
-        begin.u32(0);
-        uint32_t th = wire_reader_t(ask(WIRE_MAAPI_START_TRANS, begin.bytes).payload).u32();
+        uint32_t th = begin();
         wire_writer_t edit;
         edit.u32(th);
         edit.text(path);

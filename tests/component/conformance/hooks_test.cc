@@ -291,4 +291,36 @@ TEST_F(hooks, two_daemons_serve_the_hooks_of_one_commit)
     EXPECT_EQ(other.take_events(), names_t{ "hook-banner set /conform:hook/banner hello" });
 }
 
+// What the daemon does later, its answer and its end of the transaction, is of no account, and the next commit is served.
+TEST_F(hooks, an_interrupt_ends_a_commit_that_waits_for_a_hook)
+{
+    gate busy;
+    on_set("hook-banner", [&](confd_trans_ctx *, confd_hkeypath_t *, confd_value_t *) {
+        busy.pass();
+        return CONFD_OK;
+    });
+    daemon.start();
+    raw_user user(agent);
+    wire_writer_t begin;
+    begin.u8(WIRE_DB_RUNNING);
+    begin.u8(1);
+    begin.u32(0);
+    wire_writer_t edit, apply;
+    uint32_t th = wire_reader_t(user.ask(WIRE_MAAPI_START_TRANS, begin.bytes).payload).u32();
+    edit.u32(th);
+    edit.text("/hook/banner");
+    edit.text("hello");
+    ASSERT_EQ(user.ask(WIRE_MAAPI_SET_TEXT, edit.bytes).status, 0);
+    apply.u32(th);
+    apply.u8(0);
+    user.post(WIRE_MAAPI_APPLY_TRANS, apply.bytes);
+    ASSERT_TRUE(busy.wait_for_visitor());
+    user.post(WIRE_MAAPI_INTERRUPT, {}, 8);
+    raw_client::frame_t reply = user.wait_for(WIRE_MAAPI_APPLY_TRANS);
+    EXPECT_EQ(reply.status, CONFD_ERR_ABORTED) << reply.text();
+    busy.open();
+    commit_result_t next = commit(agent, { { "/hook/banner", "again" } });
+    EXPECT_EQ(next.result, CONFD_OK) << next.text;
+}
+
 } // namespace
