@@ -10,6 +10,7 @@
 #include "cfgmgr/network/cfgmgr_config_vpn_if.h"
 #include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_oper_vpn_if.h"
+#include "cfgmgr/network/cfgmgr_validate.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "common/daemon_names.h"
 #include "common/tip_log.h"
@@ -71,9 +72,6 @@ void fill_subscriptions()
         *row++ = make_row(path);
 }
 
-// Rules that are checked in code: none.
-confd_valpoint_cb validation_points[] = { {} };
-
 using command_t = decltype(confd_action_cbs::command);
 
 struct command_row_t {
@@ -120,7 +118,7 @@ int cfgmgr_confd_init(cfgmgrd_t *cfgmgrd_p)
     tconfd_registration reg{};
     reg.app_ctx = cfgmgrd_p;
     reg.subs = subscriptions;
-    reg.valpoints = validation_points;
+    reg.valpoints = cfgmgr_validate_points();
     reg.actions = actions;
     reg.register_data_cbs = cfgmgr_confd_register_data_cbs;
     reg.sync_cb = cfgmgr_sync_cb;
