@@ -58,8 +58,8 @@ static void add_calls(const point_table_t &table, const diff_node_t &node, const
 {
     for (const auto &child : node.children) {
         const schema_info_t &info = *child->schema;
-        const std::string *own = table.name_of(info);
-        covering_t cover = own ? covering_t{ own, &info } : above;
+        const auto &own = table.names_of(info);
+        covering_t cover = own.empty() ? above : covering_t{ own.front(), &info };
         if (cover.point)
             add_call(*child, cover, calls);
         if (cover.point || table.is_at_or_below(info))

@@ -8,8 +8,10 @@ point_table_t point_table_make(const schema_t &schema, std::string_view statemen
     table.names.resize(schema.nodes.size() + 1);
     table.holds.resize(schema.nodes.size() + 1);
     for (const schema_info_t &node : schema.nodes) {
-        table.names[node.index] = schema_statement(node, statement);
-        if (!table.names[node.index])
+        for (const schema_statement_t &own : node.statements)
+            if (own.name == statement)
+                table.names[node.index].push_back(&own.argument);
+        if (table.names[node.index].empty())
             continue;
         table.is_empty = false;
         for (const schema_info_t *above = &node; above && !table.holds[above->index]; above = above->parent)

@@ -21,10 +21,13 @@
 // The points of one statement, by index of the node; computed once.
 struct point_table_t {
     bool is_empty = true;
-    std::vector<const std::string *> names; // null: the node has none of its own
-    std::vector<bool> holds;                // one stands at the node or below it
+    std::vector<std::vector<const std::string *>> names; // a node's own, in the order of the model
+    std::vector<bool> holds;                             // one stands at the node or below it
 
-    [[nodiscard]] const std::string *name_of(const schema_info_t &node) const { return names[node.index]; }
+    [[nodiscard]] const std::vector<const std::string *> &names_of(const schema_info_t &node) const
+    {
+        return names[node.index];
+    }
     [[nodiscard]] bool is_at_or_below(const schema_info_t &node) const { return holds[node.index]; }
 };
 [[nodiscard]] point_table_t point_table_make(const schema_t &schema, std::string_view statement);

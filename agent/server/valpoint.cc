@@ -10,7 +10,7 @@ static void add_calls(const point_table_t &table, const diff_node_t &node, std::
         const schema_info_t &info = *child->schema;
         if (!table.is_at_or_below(info))
             continue;
-        if (const std::string *name = table.name_of(info)) {
+        for (const std::string *name : table.names_of(info)) {
             wire_writer_t payload;
             diff_put_keypath(payload, *child);
             diff_put_new_value(payload, *child);

@@ -136,6 +136,15 @@ TEST_F(validation, points_behind_a_refusal_are_not_asked_and_the_order_is_the_mo
     EXPECT_EQ(daemon.take_events(), names_t{ "address" });
 }
 
+TEST_F(validation, a_node_with_two_points_asks_both_in_their_order)
+{
+    note("val-first");
+    daemon.validate("val-second", refusing("not this one either"));
+    daemon.start();
+    EXPECT_EQ(commit(agent, { { "/valid/both", "x" } }).text, "not this one either");
+    EXPECT_EQ(daemon.take_events(), names_t{ "val-first /conform:valid/both x" });
+}
+
 TEST_F(validation, a_refusal_without_a_text_names_the_point)
 {
     daemon.validate("val-on", [](confd_trans_ctx *, confd_hkeypath_t *, confd_value_t *) { return CONFD_ERR; });
