@@ -29,6 +29,10 @@ int64_t cfgmgr_config_number(const confd_value_t &value)
         return CONFD_GET_UINT16(&value);
     case C_UINT32:
         return CONFD_GET_UINT32(&value);
+    case C_UINT64:
+        return static_cast<int64_t>(CONFD_GET_UINT64(&value));
+    case C_INT64:
+        return CONFD_GET_INT64(&value);
     default:
         tip_assert(value.type == C_ENUM_VALUE);
         return CONFD_GET_ENUM_VALUE(&value);

@@ -24,7 +24,7 @@ struct validate_t {
 
 // Sets the text for the operator; -1.
 [[gnu::format(printf, 2, 3)]] int validate_refuse(const validate_t &v, const char *fmt, ...);
-// The same with the agent's error behind the text: what is followed by "confd_str %s (%d) %s".
+// The same with the agent's last error: what, which ends in its blanks, is followed by "confd_str %s (%d) %s".
 int validate_refuse_agent(const validate_t &v, const char *what);
 
 // Keys of a keypath. Another type than the model's is an assertion.
@@ -45,11 +45,24 @@ struct validate_value_t {
 [[nodiscard, gnu::format(printf, 2, 3)]] bool validate_exists(const validate_t &v, const char *fmt, ...);
 [[nodiscard, gnu::format(printf, 3, 4)]] bool validate_get_bool(const validate_t &v, bool otherwise, const char *fmt,
                                                                 ...);
+// Whether the last reading failed for another reason than that nothing is there.
+[[nodiscard]] bool validate_has_failed();
+// The VLAN that a bridge carries, 0 for none. False when it cannot be read.
+[[nodiscard]] bool validate_bridge_vlan(const validate_t &v, uint32_t bridge_id, uint32_t *out);
+
+// While one lives, a leaf that has only its default does not exist and reads as C_DEFAULT.
+struct validate_no_defaults_t {
+    const validate_t &v;
+    explicit validate_no_defaults_t(const validate_t &of);
+    validate_no_defaults_t(const validate_no_defaults_t &) = delete;
+    validate_no_defaults_t &operator=(const validate_no_defaults_t &) = delete;
+    ~validate_no_defaults_t();
+};
 
 // A walk over the entries of a list, each step a sign of life to the system manager:
 //     validate_list_t list(v, "/vpn/vpn-instance{%ld}/interface", vpn);
 //     while (list.next()) ... list.cursor.keys[0] ...
-// A list that cannot be walked has no entries and is_open is false.
+// A list that cannot be walked to its end ends early, and is_open is false then: to be looked at behind the loop.
 struct validate_list_t {
     maapi_cursor cursor{};
     bool is_open = false;

@@ -215,6 +215,9 @@ void fake_agent_reset()
     agent().gives_null_array = false;
     agent().leaves.clear();
     agent().instances.clear();
+    agent().entries.clear();
+    agent().defaults.clear();
+    agent().trans_flags = 0;
     agent().position.clear();
     agent().on_write = nullptr;
     agent().on_wait_start = nullptr;
@@ -330,10 +333,14 @@ int confd_pp_kpath(char *out, int size, const confd_hkeypath_t *path)
     std::string text;
     for (int level = path->len - 1; level >= 0; level--) {
         const confd_value_t *element = path->v[level];
-        if (element[0].type == C_XMLTAG)
+        if (element[0].type == C_XMLTAG) {
             text += "/" + names()[element[0].val.xmltag.tag];
-        else
-            text += "{}";
+            continue;
+        }
+        text += "{" + fake_value_text(element[0]);
+        for (int key = 1; key < MAXKEYLEN && element[key].type > C_NOEXISTS; key++)
+            text += " " + fake_value_text(element[key]);
+        text += "}";
     }
     return snprintf(out, static_cast<size_t>(size), "%s", text.c_str());
 }
@@ -479,10 +486,6 @@ int maapi_install_crypto_keys(int)
 {
     write_down("maapi_install_crypto_keys");
     return outcome("maapi_install_crypto_keys");
-}
-int maapi_vget_elem(int, int, confd_value_t *v, const char *fmt, va_list arguments)
-{
-    return cdb_vget(0, v, fmt, arguments);
 }
 int confd_notifications_connect2(int sock, const struct sockaddr *srv, int, int mask,
                                  const struct confd_notifications_data *data)

@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,12 @@ struct fake_agent_t {
     bool gives_null_array = false;
 
     std::map<std::string, confd_value_t> leaves;           // operational data by path; of a subscription nothing
+    // A transaction is the leaves, list entries ("LIST{KEY}") and presence containers by their paths. Readings named in
+    // results, as "get PATH" and "walk LIST", fail.
+    std::map<std::string, std::vector<std::vector<confd_value_t>>> entries; // what a walk over a list gives
+    std::set<std::string> defaults;                                         // leaves that have only these
+    int trans_flags = 0;
+
     std::map<std::string, int> instances;                  // counts of configured lists, by path
     std::string position;                                  // of the session, by cdb_cd
     std::function<void(const std::string &path)> on_write; // before a write takes effect, without the lock
@@ -69,6 +76,7 @@ inline uint32_t tag_of(const std::string &name)
     return confd_str2hash(name.c_str());
 }
 
+std::string fake_value_text(const confd_value_t &value); // as a path holds it
 confd_value_t u64(uint64_t value);
 confd_value_t u32(uint32_t value);
 confd_value_t buf(const char *text); // points to the text
