@@ -52,7 +52,7 @@ bool is_offered(args_t args, const lysc_node *node)
 {
     if (args == args_t::ACTION)
         return schema_leads_to_action(node);
-    return args == args_t::DATA_PATH || schema_is_config(node);
+    return args == args_t::DATA_PATH ? schema_leads_to_data(node) : schema_is_config(node);
 }
 
 void offer_children(query_t &query, args_t args, const lysc_node *parent)

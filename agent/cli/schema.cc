@@ -133,6 +133,17 @@ bool schema_leads_to_action(const lysc_node *node)
     return false;
 }
 
+bool schema_leads_to_data(const lysc_node *node)
+{
+    if (node->nodetype != LYS_CONTAINER || schema_is_presence(node))
+        return true;
+    const lysc_node *child = nullptr;
+    while ((child = lys_getnext(child, node, nullptr, 0)))
+        if (!(child->nodetype & (LYS_ACTION | LYS_NOTIF)) && schema_leads_to_data(child))
+            return true;
+    return false;
+}
+
 std::vector<const lysc_node *> schema_action_roots(const schema_t &schema)
 {
     std::vector<const lysc_node *> nodes = schema.rpcs;

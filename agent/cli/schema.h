@@ -46,6 +46,8 @@ struct choice_t {
 [[nodiscard]] std::vector<const lysc_node *> schema_actions(const schema_t &schema, const lysc_node *parent);
 // True when an action stands at the node or below it.
 [[nodiscard]] bool schema_leads_to_action(const lysc_node *node);
+// True when data can stand at the node or below it, so that there may be something to show.
+[[nodiscard]] bool schema_leads_to_data(const lysc_node *node);
 // What the path of an action may begin with: rpcs, and top-level nodes that lead to actions.
 [[nodiscard]] std::vector<const lysc_node *> schema_action_roots(const schema_t &schema);
 // What holds the parameters, and the results, of an action: a parent for the functions above.

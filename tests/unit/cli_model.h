@@ -61,6 +61,7 @@ inline constexpr char CLI_TEST_MODEL[] = R"(module shop {
       ordered-by user;
       leaf text { type string; }
     }
+    container bell { config false; action ring; }
   }
   rpc audit { input { leaf shelf { type leafref { path "/shop/shelf/number"; } } } }
   notification visit { leaf visitors { type uint32; } container from { leaf town { type string; } } }
