@@ -2,6 +2,7 @@
 // and each node of the top is found by its bare name.
 #include "agent/cli/schema.h"
 
+#include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -171,6 +172,58 @@ void expect_help(const lysc_node *parent, const std::string &above)
 TEST(models, every_action_and_parameter_tells_the_operator_what_it_is)
 {
     expect_help(nullptr, "");
+}
+
+LY_DATA_TYPE base_type(const lysc_node *leaf)
+{
+    return reinterpret_cast<const lysc_node_leaf *>(leaf)->type->basetype;
+}
+
+// Who runs an action takes its parameters in these forms and in no other.
+constexpr struct {
+    const char *name;
+    LY_DATA_TYPE type;
+} parameters[] = {
+    { "vpn", LY_TYPE_UINT32 },       { "vpn-id", LY_TYPE_UINT32 }, { "address", LY_TYPE_UNION },
+    { "soft", LY_TYPE_ENUM },        { "level", LY_TYPE_ENUM },    { "direction", LY_TYPE_ENUM },
+    { "mode", LY_TYPE_ENUM },        { "type", LY_TYPE_BITS },     { "ism-type", LY_TYPE_BITS },
+    { "nsm-type", LY_TYPE_BITS },    { "lsa-type", LY_TYPE_BITS }, { "days", LY_TYPE_UINT8 },
+    { "interface", LY_TYPE_STRING }, { "ip", LY_TYPE_STRING },
+};
+
+void expect_parameter_types(const lysc_node *parent, size_t &checked)
+{
+    for (const lysc_node *action : schema_actions(models(), parent))
+        for (const lysc_node *leaf : schema_children(models(), schema_input(action))) {
+            auto row = std::find_if(std::begin(parameters), std::end(parameters),
+                                    [&](const auto &known) { return strcmp(known.name, leaf->name) == 0; });
+            ASSERT_NE(row, std::end(parameters)) << action->name << " " << leaf->name;
+            EXPECT_EQ(base_type(leaf), row->type) << action->name << " " << leaf->name;
+            checked++;
+        }
+    for (const lysc_node *node : schema_children(models(), parent))
+        if (!schema_is_leaf(node) && !schema_is_leaf_list(node))
+            expect_parameter_types(node, checked);
+}
+
+TEST(models, parameters_of_clear_and_debug_have_the_forms_that_those_who_run_them_take)
+{
+    size_t checked = 0;
+    for (const char *top : { "clear", "debug", "no" })
+        expect_parameter_types(schema_find_child(models(), nullptr, top), checked);
+    EXPECT_GT(checked, 50u);
+}
+
+// The daemons of a VPN answer for it alone; a walk goes from one VPN to the next by this key.
+TEST(models, tables_of_the_routing_daemons_begin_with_the_vpn)
+{
+    for (const char *top : { "bgp", "ospf" })
+        for (const lysc_node *list : schema_children(models(), schema_find_child(models(), nullptr, top))) {
+            std::vector<const lysc_node *> keys = schema_keys(list);
+            ASSERT_FALSE(keys.empty()) << list->name;
+            EXPECT_STREQ(keys.front()->name, "vpn-id") << list->name;
+            EXPECT_EQ(base_type(keys.front()), LY_TYPE_UINT32) << list->name;
+        }
 }
 
 TEST(models, no_callpoint_stands_twice)
