@@ -2,6 +2,7 @@
 
 #include "cfgmgr/daemon/cfgmgr_confd.h"
 
+#include "cfgmgr/daemon/cfgmgr_callpoints.h"
 #include "cfgmgr/daemon/cfgmgr_dump.h"
 #include "cfgmgr/daemon/cfgmgr_sysmgr.h"
 #include "cfgmgr/network/cfgmgr_config_bridge.h"
@@ -96,12 +97,6 @@ void fill_actions()
         strlcpy(actions[i].actionpoint, commands[i].point, sizeof actions[i].actionpoint);
         actions[i].command = commands[i].run;
     }
-}
-
-// Nothing in the model is served by callbacks.
-int cfgmgr_confd_register_data_cbs(tconfd_ctx *)
-{
-    return 0;
 }
 
 cfgmgrd_t *daemon_of(tconfd_ctx *ctx)

@@ -221,6 +221,7 @@ void fake_agent_reset()
     agent().position.clear();
     agent().on_write = nullptr;
     agent().on_wait_start = nullptr;
+    agent().data_cbs.clear();
     agent().next_point = 1;
     agent().notification_type = 0;
 }

@@ -57,6 +57,7 @@ struct fake_agent_t {
     std::function<void()> on_wait_start; // in the registration thread
     int notification_type = 0;
     std::map<int, std::vector<std::string>> printed; // pieces of text, by user session
+    std::map<std::string, confd_data_cbs> data_cbs;  // registered, by callpoint
 
     std::vector<std::string> calls_of(const std::string &function);
     bool has_called(const std::string &call) { return count(call) > 0; }
