@@ -42,7 +42,8 @@ cfgmgr_validator_t cfgmgr_validate_bridge_if_mtu;
 cfgmgr_validator_t cfgmgr_validate_vpn_if_mtu;
 cfgmgr_validator_t cfgmgr_validate_vpn_if_tcp_mss;
 
-// ---- interfaces (cfgmgr_validate_vpn_if.cc)
+// ---- interfaces: their names (cfgmgr_validate_vpn_if.cc), single settings (cfgmgr_validate_if_leaf.cc), rates
+// (cfgmgr_validate_rate.cc), rapid commit (cfgmgr_validate_dhcp.cc)
 cfgmgr_validator_t cfgmgr_validate_vpn_if;
 cfgmgr_validator_t cfgmgr_validate_vpn_if_mac;
 cfgmgr_validator_t cfgmgr_validate_vpn_arp_mac;
@@ -54,9 +55,12 @@ cfgmgr_validator_t cfgmgr_validate_vpn_if_shaping_rate;
 cfgmgr_validator_t cfgmgr_validate_vpn_if_acl_policer_rate;
 cfgmgr_validator_t cfgmgr_validate_vpn_if_policer_rate;
 cfgmgr_validator_t cfgmgr_dot1x_if_exclusion_validate;
+// Not 0 and not -1 when the agent gives no session.
 cfgmgr_validator_t cfgmgr_validate_vpn_if_dhcp_rapid_commit;
+cfgmgr_validator_t cfgmgr_validate_wwan_if; // a modem takes any setting that the model has
 
-// ---- addresses (cfgmgr_validate_addr.cc)
+// ---- addresses (cfgmgr_validate_addr.cc), tunnels (cfgmgr_validate_gre.cc), translation (cfgmgr_validate_nat.cc)
+// 2 when the agent gives no session.
 cfgmgr_validator_t cfgmgr_validate_vpn_if_ip_address;
 cfgmgr_validator_t cfgmgr_validate_vpn_if_addr_list;
 cfgmgr_validator_t cfgmgr_validate_vpn_if_tunnel_source_destination;
