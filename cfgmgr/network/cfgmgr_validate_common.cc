@@ -6,6 +6,7 @@
 #include "cfgmgr/network/cfgmgr_config_value.h"
 #include "cfgmgr/network/cfgmgr_if_name.h"
 #include "common/tip_assert.h"
+#include "common/tip_log.h"
 #include "yang/corvane-bridge.h"
 #include "yang/corvane-vpn.h"
 
@@ -67,6 +68,12 @@ int validate_refuse_agent(const validate_t &v, const char *what)
 {
     return validate_refuse(v, "%sconfd_str %s (%d) %s", what, confd_strerror(confd_errno), confd_errno,
                            confd_lasterr());
+}
+
+void validate_log_no_session(int result)
+{
+    tip_log("Cannot start session with CDB (%d)%s (%d) : %s", result, confd_strerror(confd_errno), confd_errno,
+            confd_lasterr());
 }
 
 // ---- keys

@@ -26,6 +26,8 @@ struct validate_t {
 [[gnu::format(printf, 2, 3)]] int validate_refuse(const validate_t &v, const char *fmt, ...);
 // The same with the agent's last error: what, which ends in its blanks, is followed by "confd_str %s (%d) %s".
 int validate_refuse_agent(const validate_t &v, const char *what);
+// Logs that the agent gave no session on the datastore, with the result of the step that failed.
+void validate_log_no_session(int result);
 
 // Keys of a keypath. Another type than the model's is an assertion.
 [[nodiscard]] uint64_t validate_vpn_key(const confd_hkeypath_t *kp);
