@@ -11,6 +11,7 @@
 #define TCONFD_TCONFD_API_H
 
 #include "common/timer.h"
+#include "common/tip_handle.h"
 
 #include <confd_cdb.h>
 #include <confd_dp.h>
@@ -21,6 +22,7 @@
 #include <cstdint>
 #include <ctime>
 #include <event2/event.h>
+#include <netinet/in.h>
 #include <pthread.h>
 
 struct tconfd_ctx;
@@ -135,6 +137,11 @@ void tconfd_prio_message_str(tconfd_ctx *ctx, const char *text);
 // Trace messages of the layer are off until enabled (they print also before the first module init).
 void tconfd_debug_enable(uint32_t level);
 void tconfd_debug_disable();
+
+// ---- sessions of the daemon's own, beside those of the context (tconfd_log.cc). Any thread.
+
+[[nodiscard]] const sockaddr_in &tconfd_agent_address();
+[[nodiscard]] unique_fd tconfd_agent_socket(); // not connected; -1 with errno
 
 // ---- initial read (tconfd_sub.cc)
 

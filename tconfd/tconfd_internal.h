@@ -8,7 +8,6 @@
 #include "tconfd/tconfd_api.h"
 
 #include <atomic>
-#include <netinet/in.h>
 #include <vector>
 
 // ---- process-wide state (tconfd_log.cc)
@@ -25,11 +24,6 @@ const char *tconfd_name(); // the daemon's name
     syslog(tconfd_facility() | LOG_DEBUG, "%s[%d]: " fmt, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 #define tconfd_trace(fmt, ...)                                                                                         \
     (tconfd_trace_is_on() ? tip_log_to(tconfd_facility(), fmt __VA_OPT__(, ) __VA_ARGS__) : (void)0)
-
-// ---- the agent's address and sockets to it
-
-[[nodiscard]] const sockaddr_in &tconfd_agent_address();
-[[nodiscard]] unique_fd tconfd_agent_socket();
 
 // The namespace that holds the leaf of the initial read.
 inline constexpr char TCONFD_SYSTEM_NAMESPACE[] = "urn:corvane:yang:system";

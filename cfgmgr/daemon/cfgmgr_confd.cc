@@ -5,6 +5,7 @@
 #include "cfgmgr/daemon/cfgmgr_callpoints.h"
 #include "cfgmgr/daemon/cfgmgr_dump.h"
 #include "cfgmgr/daemon/cfgmgr_sysmgr.h"
+#include "cfgmgr/network/cfgmgr_complete.h"
 #include "cfgmgr/network/cfgmgr_config_bridge.h"
 #include "cfgmgr/network/cfgmgr_config_system.h"
 #include "cfgmgr/network/cfgmgr_config_vpn.h"
@@ -73,29 +74,35 @@ void fill_subscriptions()
         *row++ = make_row(path);
 }
 
-using command_t = decltype(confd_action_cbs::command);
-
-struct command_row_t {
+struct action_row_t {
     const char *point;
-    command_t run;
+    decltype(confd_action_cbs::command) command = nullptr;
+    decltype(confd_action_cbs::completion) completion = nullptr;
 };
 
-// Operator commands.
-constexpr command_row_t commands[] = {
-    { "cfgmgr_dump_vpn", cfgmgr_dump_vpn },
-    { "cfgmgr_dump_if", cfgmgr_dump_if },
-    { "cfgmgr_if_reset", cfgmgr_if_reset },
+// What operators run, and the words that they are offered.
+constexpr action_row_t action_rows[] = {
+    { .point = "cfgmgr_dump_vpn", .command = cfgmgr_dump_vpn },
+    { .point = "cfgmgr_dump_if", .command = cfgmgr_dump_if },
+    { .point = "cfgmgr_if_reset", .command = cfgmgr_if_reset },
+    { .point = "bind_if_complete", .completion = cfgmgr_tunnel_if_bind_ifs_complete },
+    { .point = "service-interface-complete", .completion = cfgmgr_config_vpn_service_interface_complete },
+    { .point = "gre-route-interface-complete", .completion = cfgmgr_config_vpn_service_interface_complete },
+    { .point = "slx-exit-interface-complete", .completion = cfgmgr_config_slx_interface_complete },
 };
 
 // As the datastore client takes them, ended by an empty row.
-confd_action_cbs actions[std::size(commands) + 1];
+confd_action_cbs actions[std::size(action_rows) + 1];
 
 void fill_actions()
 {
-    for (size_t i = 0; i < std::size(commands); i++) {
-        actions[i] = {};
-        strlcpy(actions[i].actionpoint, commands[i].point, sizeof actions[i].actionpoint);
-        actions[i].command = commands[i].run;
+    confd_action_cbs *action = actions;
+    for (const action_row_t &row : action_rows) {
+        *action = {};
+        strlcpy(action->actionpoint, row.point, sizeof action->actionpoint);
+        action->command = row.command;
+        action->completion = row.completion;
+        action++;
     }
 }
 
