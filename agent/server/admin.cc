@@ -39,6 +39,7 @@ static void put_clients(const server_t &server, json_writer_t &json)
     struct client_t {
         std::string name;
         std::vector<std::string> kinds;
+        uint64_t requests = 0; // of the connections that there are
     };
     std::map<uint32_t, client_t> by_pid;
     for (const auto &[serial, conn] : server.connections) {
@@ -47,6 +48,7 @@ static void put_clients(const server_t &server, json_writer_t &json)
         client_t &client = by_pid[conn->pid];
         client.name = conn->name;
         client.kinds.emplace_back(connection_kind_name(conn->kind));
+        client.requests += conn->requests;
     }
     json.begin_list("clients");
     for (const auto &[pid, client] : by_pid) {
@@ -57,6 +59,7 @@ static void put_clients(const server_t &server, json_writer_t &json)
         for (const std::string &kind : client.kinds)
             json.text(kind);
         json.end_list();
+        json.number("requests", client.requests);
         json.end_object();
     }
     json.end_list();

@@ -46,6 +46,7 @@ struct connection_t {
     std::string name;
     uint32_t pid = 0;
     uint32_t daemon_id = 0;
+    uint64_t requests = 0; // served, the hello aside
 
     cdb_session_t cdb;
     maapi_session_t maapi;

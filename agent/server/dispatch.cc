@@ -162,6 +162,7 @@ void server_serve(connection_t &conn, const wire_header_t &header, std::string_v
     auto serve = find_handler(conn, header.op, &why);
     if (!serve)
         return server_refuse_frame(conn, header, CONFD_ERR_PROTOUSAGE, why);
+    conn.requests += conn.is_greeted;
     call_t call{ *conn.server, conn, wire_reader_t(payload), {}, { conn.serial, header.op, header.id } };
     bool was_waiting = conn.is_waiting; // an urgent operation
     conn.is_waiting = true;             // until server_answer, which a handler that defers may have come to already
