@@ -28,6 +28,7 @@ import random_generate
 import random_refusals
 import random_schema
 import random_values
+from restart_oracle import has_read
 
 CHECKOUT = Path(__file__).resolve().parent.parent.parent
 COMMITS = 30                # of a sequence
@@ -119,7 +120,7 @@ class Device:
     def recover(self):
         """Waits until the device has come back from the end of a process."""
         end = time.monotonic() + RESTART_LIMIT_S
-        while not all(self.pids().values()) or run(str(CHECKOUT / "lab" / "in-sync")).returncode != 0:
+        while not all(self.pids().values()) or not has_read(self.pids()["cfgmgr"]):
             if time.monotonic() > end:
                 raise SystemExit(f"the device has not come back in {RESTART_LIMIT_S} s: {self.pids()}")
             time.sleep(0.2)
