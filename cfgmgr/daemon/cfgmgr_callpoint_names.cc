@@ -1,5 +1,5 @@
 // The callpoints that the daemon answers where the program behind them does not run.
-#include "cfgmgr/daemon/cfgmgr_callpoints.h"
+#include "cfgmgr/daemon/cfgmgr_callpoint_names.h"
 
 #include <iterator>
 

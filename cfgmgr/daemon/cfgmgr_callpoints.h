@@ -8,10 +8,10 @@
 #ifndef CFGMGR_DAEMON_CFGMGR_CALLPOINTS_H
 #define CFGMGR_DAEMON_CFGMGR_CALLPOINTS_H
 
+#include "cfgmgr/daemon/cfgmgr_callpoint_names.h"
 #include "tconfd/tconfd_api.h"
 
 #include <cstdint>
-#include <span>
 
 enum cfgmgr_callpoints_result_t {
     CFGMGR_CALLPOINTS_OK = 0,
@@ -31,17 +31,6 @@ enum cfgmgr_callpoints_result_t {
 // first failure is logged and ends it.
 void cfgmgr_register_for_krest_callpoints_on_lodest(tconfd_ctx *ctx);
 
-// ---- the tables
-
-// In order of registration.
-enum callpoint_group_t : uint8_t {
-    CALLPOINTS_WWAN = 0, // modem
-    CALLPOINTS_WLAN = 1, // wireless access points
-    CALLPOINTS_GENERAL = 2,
-    CALLPOINTS_OVERLAY = 3,
-    CALLPOINT_GROUPS
-};
-[[nodiscard]] std::span<const char *const> cfgmgr_callpoint_names(callpoint_group_t group);
 // Whether a program of the device answers the group. A modem on the USB bus is looked for where the chassis may have
 // one there.
 [[nodiscard]] bool cfgmgr_callpoints_have_provider(callpoint_group_t group, uint32_t chassis_type,
