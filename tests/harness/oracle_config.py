@@ -247,6 +247,13 @@ def rule_bridge_vlan(old, new):
             yield f"bridge {key} has members, its VLAN stays"
 
 
+def addresses_of_ports(tree, vpn):
+    """Without their lengths; what a tunnel of that VPN may start at."""
+    found = [leaves.get("ip", {}).get("address") for at, name, leaves in interfaces(tree)
+             if at == vpn and kind_of(name) in ("ge", "subif")]
+    return {address.split("/")[0] for address in found if address is not None}
+
+
 def rule_tunnels(old, new):
     for vpn, name, leaves in interfaces(new):
         before = tree_at(old, ("vpn", "vpn-instance", vpn, "interface", name)) or {}
@@ -257,6 +264,8 @@ def rule_tunnels(old, new):
             yield f"{name} has no source"
         if source is not None and source not in vpns(new)[vpn]["interface"]:
             yield f"{name} starts at {source}, which is not there"
+        if source is None and leaves.get("tunnel-source") not in addresses_of_ports(new, vpn):
+            yield f"{name} starts at an address that no port has"
 
 
 def rule_lists(_, new):

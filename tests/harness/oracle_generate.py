@@ -3,7 +3,8 @@
 import re
 
 from oracle_config import (
-    Commit, Edit, bridges, commit_apply, interfaces, kind_of, members, ports_of_vpn0, tree_at, tree_base, vpns)
+    Commit, Edit, addresses_of_ports, bridges, commit_apply, interfaces, kind_of, members, ports_of_vpn0, tree_at,
+    tree_base, vpns)
 
 SERVICE_VPNS = ("1", "5", "7", "30", "511", "600", "65525")
 PORTS = ("ge0/0", "ge0/1", "ge0/2", "ge0/3")
@@ -96,9 +97,7 @@ class Generator:
                 "tunnel-source-interface": lambda: self.pick(self.sources(vpn))}[leaf]()
 
     def addresses(self, vpn):
-        found = [leaves["ip"]["address"] for at, name, leaves in interfaces(self.tree)
-                 if at == vpn and kind_of(name) in ("ge", "subif") and "address" in leaves.get("ip", {})]
-        return [address.split("/")[0] for address in found] or ["10.10.0.1"]
+        return sorted(addresses_of_ports(self.tree, vpn)) or ["10.10.0.1"]
 
     def sources(self, vpn):
         return [name for at, name, _ in interfaces(self.tree) if at == vpn and kind_of(name) != "gre"] + ["ge0/3"]
