@@ -1,6 +1,7 @@
 // Where the models name the programs that serve them: each point that the configuration manager has stands at one node,
 // and each node of the top is found by its bare name.
 #include "agent/cli/schema.h"
+#include "cfgmgr/daemon/cfgmgr_callpoint_names.h"
 
 #include <algorithm>
 #include <cstring>
@@ -224,6 +225,14 @@ TEST(models, tables_of_the_routing_daemons_begin_with_the_vpn)
             EXPECT_STREQ(keys.front()->name, "vpn-id") << list->name;
             EXPECT_EQ(base_type(keys.front()), LY_TYPE_UINT32) << list->name;
         }
+}
+
+TEST(models, every_callpoint_that_may_be_without_its_program_stands_at_one_place)
+{
+    places_t places = places_of("callpoint");
+    for (int group = 0; group < CALLPOINT_GROUPS; group++)
+        for (const char *name : cfgmgr_callpoint_names(static_cast<callpoint_group_t>(group)))
+            EXPECT_EQ(places[name].size(), 1u) << name;
 }
 
 TEST(models, no_callpoint_stands_twice)
