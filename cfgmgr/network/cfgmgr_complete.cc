@@ -77,8 +77,8 @@ bool candidate_t::connect(confd_user_info *uinfo)
 
 bool candidate_t::start(confd_user_info *uinfo)
 {
-    constexpr const char *label =
-        __FILE_NAME__ ":" COMPLETE_LINE(__LINE__); // names the session to who looks for its owner
+    // Names the session to who looks for its owner.
+    constexpr const char *label = __FILE_NAME__ ":" COMPLETE_LINE(__LINE__);
     if (maapi_start_user_session3(sock.get(), "system", label, nullptr, 0, nullptr, 0, CONFD_PROTO_TCP, nullptr,
                                   nullptr, nullptr, label) != CONFD_OK) {
         tip_log("Failed to start a user sessionconfd_str %s (%d) %s", confd_strerror(confd_errno), confd_errno,
@@ -103,34 +103,56 @@ struct port_names_t {
     char names[COMPLETE_MAX][IF_NAME_SIZE];
     int count = 0;
 
-    // "ge" anywhere, so that "ge0/0" and "10ge0/0" are taken alike.
+    // "ge" anywhere, so that "ge0/0" and "10ge0/0" are taken alike. Each name once.
     void take(const confd_value_t &key)
     {
         char(&name)[IF_NAME_SIZE] = names[count];
         size_t size = std::min<size_t>(CONFD_GET_BUFSIZE(&key), sizeof name - 1);
         memcpy(name, CONFD_GET_BUFPTR(&key), size);
         name[size] = '\0';
-        if (strstr(name, "ge") != nullptr)
+        bool is_known = std::any_of(names, names + count, [&](const char *other) { return strcmp(other, name) == 0; });
+        if (strstr(name, "ge") != nullptr && !is_known)
             count++;
     }
 };
 
-bool read_port_names(const candidate_t &candidate, confd_user_info *uinfo, uint64_t vpn_id, port_names_t &ports)
+// False when the interfaces of the VPN cannot be walked.
+bool walk_ports(int sock, int th, long vpn_id, port_names_t &ports)
 {
     maapi_cursor if_mc{};
-    auto vpn = static_cast<long>(vpn_id);
-    if (maapi_init_cursor(candidate.sock.get(), candidate.th, &if_mc, "/vpn/vpn-instance{%ld}/interface", vpn) !=
-        CONFD_OK) {
-        tip_log("Failed to initialize maapi cursor for /vpn/vpn-instance{%ld}/interface", vpn);
-        confd_action_seterr(uinfo, "Failed to initialize maapi cursor  confd_str %s (%d) %s",
-                            confd_strerror(confd_errno), confd_errno, confd_lasterr());
+    if (maapi_init_cursor(sock, th, &if_mc, "/vpn/vpn-instance{%ld}/interface", vpn_id) != CONFD_OK)
         return false;
-    }
     while (ports.count < COMPLETE_MAX && maapi_get_next(&if_mc) == CONFD_OK && if_mc.n > 0) {
         tip_assert((&if_mc.keys[0])->type == C_BUF);
         ports.take(if_mc.keys[0]);
     }
     maapi_destroy_cursor(&if_mc);
+    return true;
+}
+
+// Where the agent's command line keeps what an operator has typed in a transaction of his own, it is not in the
+// candidate. What cannot be read there is left out.
+void walk_typed_ports(int sock, confd_user_info *uinfo, long vpn_id, port_names_t &ports)
+{
+    confd_trans_ctx typed{};
+    typed.thandle = uinfo->actx_thandle;
+    typed.uinfo = uinfo;
+    if (typed.thandle <= 0 || maapi_attach(sock, 0, &typed) != CONFD_OK)
+        return;
+    (void)walk_ports(sock, typed.thandle, vpn_id, ports);
+    (void)maapi_detach(sock, &typed); // the connection goes away
+}
+
+bool read_port_names(const candidate_t &candidate, confd_user_info *uinfo, uint64_t vpn_id, port_names_t &ports)
+{
+    auto vpn = static_cast<long>(vpn_id);
+    if (!walk_ports(candidate.sock.get(), candidate.th, vpn, ports)) {
+        tip_log("Failed to initialize maapi cursor for /vpn/vpn-instance{%ld}/interface", vpn);
+        confd_action_seterr(uinfo, "Failed to initialize maapi cursor  confd_str %s (%d) %s",
+                            confd_strerror(confd_errno), confd_errno, confd_lasterr());
+        return false;
+    }
+    walk_typed_ports(candidate.sock.get(), uinfo, vpn, ports);
     return true;
 }
 

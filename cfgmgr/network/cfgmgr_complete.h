@@ -11,8 +11,8 @@
 
 inline constexpr int COMPLETE_MAX = 128;
 
-// Ports of the VPN in the keypath, as in the candidate configuration, in a session of its own: blocks for its exchange
-// with the agent.
+// Ports of the VPN in the keypath, as in the candidate configuration and behind them those that the operator has just
+// typed. In a session of its own: blocks for its exchange with the agent.
 int cfgmgr_tunnel_if_bind_ifs_complete(confd_user_info *uinfo, int cli_style, char *token, int completion_char,
                                        confd_hkeypath_t *kp, char *cmdpath, char *cmdparam_id, confd_qname *simple_type,
                                        char *extra);

@@ -25,6 +25,7 @@ protected:
     int ask(callback_t callback, std::string token = "", int character = '\t')
     {
         confd_user_info uinfo{};
+        uinfo.actx_thandle = typed_in;
         confd_qname type{};
         char path[] = "/some/path", id[] = "interface", extra[] = "";
         kp = keypath(
@@ -68,6 +69,7 @@ protected:
     }
     confd_hkeypath_t kp{};
     std::string asked;
+    int typed_in = 0; // the transaction of the operator
 };
 
 constexpr callback_t bind = cfgmgr_tunnel_if_bind_ifs_complete;
@@ -210,6 +212,16 @@ TEST_F(complete, ports_of_the_candidate_end_at_the_bound)
     words_t words = offered(bind);
     EXPECT_EQ(words.size(), static_cast<size_t>(COMPLETE_MAX));
     EXPECT_EQ(words.back(), names[COMPLETE_MAX]);
+}
+
+TEST_F(complete, ports_that_the_operator_has_just_typed_stand_behind_those_of_the_candidate)
+{
+    configure({ "ge0/1", "ge0/2" });
+    typed_in = 7;
+    agent().entries["7:/vpn/vpn-instance{5}/interface"] = { { buf("ge0/2") }, { buf("ge0/0") }, { buf("irb1") } };
+    EXPECT_EQ(offered(bind), (words_t{ "ge0/1", "ge0/2", "ge0/0" }));
+    agent().results["maapi_attach"] = CONFD_ERR;
+    EXPECT_EQ(offered(bind), (words_t{ "ge0/1", "ge0/2" }));
 }
 
 TEST_F(complete, a_name_longer_than_any_is_cut)

@@ -45,7 +45,7 @@ struct fake_agent_t {
     std::map<std::string, confd_value_t> leaves;           // operational data by path; of a subscription nothing
     // A transaction is the leaves, list entries ("LIST{KEY}") and presence containers by their paths. Readings named in
     // results, as "get PATH" and "walk LIST", fail.
-    std::map<std::string, std::vector<std::vector<confd_value_t>>> entries; // what a walk over a list gives
+    std::map<std::string, std::vector<std::vector<confd_value_t>>> entries; // what a walk over a list gives; "7:LIST" in transaction 7
     std::set<std::string> defaults;                                         // leaves that have only these
     int trans_flags = 0;
 

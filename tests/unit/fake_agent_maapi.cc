@@ -99,7 +99,7 @@ int maapi_set_flags(int, int, int flags)
     agent().trans_flags = flags;
     return CONFD_OK;
 }
-int maapi_init_cursor(int, int, struct maapi_cursor *mc, const char *fmt, ...)
+int maapi_init_cursor(int, int th, struct maapi_cursor *mc, const char *fmt, ...)
 {
     va_list arguments;
     va_start(arguments, fmt);
@@ -110,7 +110,8 @@ int maapi_init_cursor(int, int, struct maapi_cursor *mc, const char *fmt, ...)
         confd_errno = agent().error;
         return CONFD_ERR;
     }
-    mc->path = strdup(path.c_str());
+    std::string own = std::to_string(th) + ":" + path;
+    mc->path = strdup(agent().entries.count(own) > 0 ? own.c_str() : path.c_str());
     return CONFD_OK;
 }
 int maapi_get_next(struct maapi_cursor *mc)
