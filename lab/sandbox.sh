@@ -127,6 +127,7 @@ tree_enter()
     cd "$LAB_CWD" 2>/dev/null || cd /
     "$LAB_CHECKOUT/lab/services" >"$LAB_INSIDE/services"
     [ "$LAB_BARE" = 0 ] || return 0 # the programs may be the host's own
+    cp -r "$LAB_CHECKOUT/platform/image/." / # the files of the device's firmware
     [ "$LAB_STANDINS" = 0 ] || standins_install
     [ "$LAB_RECORD" = 0 ] || "$LAB_CHECKOUT/lab/recorder-install"
 }

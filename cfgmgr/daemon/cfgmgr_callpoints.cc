@@ -2,6 +2,7 @@
 #include "cfgmgr/daemon/cfgmgr_callpoints.h"
 
 #include "cfgmgr/daemon/cfgmgr_context.h"
+#include "cfgmgr/network/cfgmgr_mirror.h"
 #include "chmgr/chmgr_api.h"
 #include "chmgr/chmgr_tables.h"
 #include "common/tip_file.h"
@@ -10,7 +11,6 @@
 #include "common/tip_text.h"
 
 #include <algorithm>
-#include <array>
 #include <string>
 #include <vector>
 
@@ -27,7 +27,15 @@ struct mirror_row_t {
 };
 
 // In order of registration.
-constexpr std::array<mirror_row_t, 0> mirrors = {};
+constexpr mirror_row_t mirrors[] = {
+    { "post-login-message", cfgmgr_config_banner_motd_confd_create, cfgmgr_config_banner_motd_confd_delete,
+      "Failed to register post-login msg cb" },
+    { "system-host-name", cfgmgr_system_host_name_set, nullptr, "Failed to register system-host-name cb" },
+    { "set-dhcp-rapid-commit", cfgmgr_vpn_if_set_dhcp_rapid_commit, nullptr,
+      "Failed to register dhcp-client-rapid cb" },
+    { "system-logs-audit", cfgmgr_system_logs_audit_set, nullptr, "Failed to register system-logs-audit cb" },
+    { "system-logs-netconf", cfgmgr_system_logs_netconf_set, nullptr, "Failed to register system-logs-netconf cb" },
+};
 
 confd_data_cbs callbacks_named(const char *callpoint)
 {

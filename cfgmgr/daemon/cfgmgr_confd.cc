@@ -6,7 +6,9 @@
 #include "cfgmgr/daemon/cfgmgr_dump.h"
 #include "cfgmgr/daemon/cfgmgr_sysmgr.h"
 #include "cfgmgr/network/cfgmgr_complete.h"
+#include "cfgmgr/network/cfgmgr_config_banner.h"
 #include "cfgmgr/network/cfgmgr_config_bridge.h"
+#include "cfgmgr/network/cfgmgr_config_ovc.h"
 #include "cfgmgr/network/cfgmgr_config_system.h"
 #include "cfgmgr/network/cfgmgr_config_vpn.h"
 #include "cfgmgr/network/cfgmgr_config_vpn_if.h"
@@ -18,6 +20,7 @@
 #include "common/tip_log.h"
 #include "common/tip_text.h"
 #include "yang/corvane-bridge.h"
+#include "yang/corvane-ovc.h"
 #include "yang/corvane-system.h"
 #include "yang/corvane-vpn.h"
 
@@ -38,6 +41,8 @@ struct path_row_t {
 // order of the rows counts: a VPN comes before its interfaces, a bridge before its members.
 constexpr path_row_t paths[] = {
     { "system", cfgmgr_config_system, system__ns, 0, 3, 0, 0 },
+    { "banner", cfgmgr_config_banner, system__ns, 0, 6, 0, 0 },
+    { "ovc", cfgmgr_config_ovc_lodest_peers, ovc__ns, 0, 6, 0, TCONFD_SUB_OPER },
     { "bridge/bridge-instance", cfgmgr_config_bridge, bridge__ns, 1, 3, 2, 0 },
     { "vpn/vpn-instance", cfgmgr_config_vpn, vpn__ns, 1, 3, 2, 0 },
     { "vpn/vpn-instance/dns", cfgmgr_config_dns, vpn__ns, 2, 6, 0, 0 },
@@ -50,6 +55,7 @@ constexpr path_row_t paths[] = {
     { "vpn/vpn-instance/interface/ip/static-route", cfgmgr_config_if_route, vpn__ns, 3, 3, 0, 0 },
     { "vpn/vpn-instance/interface/ip/static-route/next-hop", cfgmgr_config_if_route_addr, vpn__ns, 4, 3, 0, 0 },
     { "vpn/vpn-instance/interface", cfgmgr_oper_vpn_if, vpn__ns, 2, 6, 0, TCONFD_SUB_OPER },
+    { "ovc", cfgmgr_config_ovc_overlay_as, ovc__ns, 0, 6, 0, 0 },
 };
 
 // As the datastore client takes them, ended by an empty row; it writes into them.

@@ -2,6 +2,9 @@
 #ifndef CFGMGR_DAEMON_CFGMGR_CONTEXT_H
 #define CFGMGR_DAEMON_CFGMGR_CONTEXT_H
 
+#include "cfgmgr/network/cfgmgr_backup_state.h"
+#include "cfgmgr/services/cfgmgr_auth_state.h"
+#include "cfgmgr/services/cfgmgr_logging_state.h"
 #include "common/avl.h"
 #include "common/ip_util.h"
 #include "common/timer.h"
@@ -30,6 +33,7 @@ struct cfgmgrd_t {
     event *timer_tick_event;
     timer_mgr_t *timer_mgr_p;
     timer_util_t *sysmgr_timer_p; // waits for the system manager
+    timer_util_t *backup_timer_p; // of the archive; runs while that is enabled
     event *sigusr1_event;
     tconfd_ctx *tconfd_ctx_p;
     event *inotify_event;
@@ -49,9 +53,19 @@ struct cfgmgrd_t {
     char host_name[CFGMGR_HOST_NAME_SIZE];
     uint32_t sim_device_count; // devices that this one stands in for
     ip_addr_t sim_wan_ip;      // of the first of them towards the transport network; zero: none
+    logging_state_t logging;
+    backup_state_t backup;
+    auth_state_t auth;
+    radius_state_t radius_state;
+    tacacs_state_t tacacs_state;
+    // Work that is put off to the end of a delivery.
+    uint8_t radius_file_dirty;
+    uint8_t tacacs_file_dirty;
     uint8_t usergroup_dirty;
+    uint32_t overlay_as;         // AS number that stands for the overlay; 0: none
     uint8_t mgmt_vpn;            // 1 when the device has a management VPN
     uint8_t upgrade;             // 1 when the configuration is to be brought up from an older release
+    uint8_t ovc_up;              // 1 while the device has a session with a controller
     uint8_t startup_done;        // 1 after the startup transaction has run
     timespec last_timer_run;     // monotonic; last run of the high-priority wheel
     timespec start_time;         // monotonic; entry to cfgmgr_main

@@ -6,6 +6,8 @@
 #include "cfgmgr/daemon/cfgmgr_inotify.h"
 #include "cfgmgr/daemon/cfgmgr_sysmgr.h"
 #include "cfgmgr/network/cfgmgr_bridge.h"
+#include "cfgmgr/network/cfgmgr_config_backup.h"
+#include "cfgmgr/network/cfgmgr_config_system.h"
 #include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 #include "cfgmgr/network/cfgmgr_kernel_files.h"
@@ -70,8 +72,13 @@ bool init_timers(cfgmgrd_t *cfgmgrd_p)
     cfgmgrd_p->sysmgr_timer_p = timer_util_create(cfgmgrd_p->timer_mgr_p, TIMER_PRIO_NORMAL, TIMER_CYCLIC,
                                                   SYSMGR_RETRY_MS, cfgmgr_init_sysmgr_timer_cb, cfgmgrd_p, nullptr,
                                                   nullptr, nullptr, "cfgmgr-init-sysmgr-timer");
+    // It carries the same label as the timer above.
+    cfgmgrd_p->backup_timer_p =
+        timer_util_create(cfgmgrd_p->timer_mgr_p, TIMER_PRIO_NORMAL, TIMER_CYCLIC, ARCHIVE_INTERVAL_DEFAULT_MS,
+                          cfgmgr_config_backup_cb, cfgmgrd_p, nullptr, nullptr, nullptr, "cfgmgr-init-sysmgr-timer");
     cfgmgrd_p->timer_tick_event = evtimer_new(cfgmgrd_p->event_base, timer_tick_cb, cfgmgrd_p);
-    if (cfgmgrd_p->sysmgr_timer_p == nullptr || cfgmgrd_p->timer_tick_event == nullptr)
+    if (cfgmgrd_p->sysmgr_timer_p == nullptr || cfgmgrd_p->backup_timer_p == nullptr ||
+        cfgmgrd_p->timer_tick_event == nullptr)
         return false;
     timeval tick;
     timer_mgr_tick(cfgmgrd_p->timer_mgr_p, &tick);
@@ -109,10 +116,8 @@ struct start_step_t {
 };
 // In the order that the later ones rely on.
 constexpr start_step_t start_steps[] = {
-    { cfgmgr_vpn_init, "Failed to init vpn db" },
-    { cfgmgr_bridge_init, "Failed to init bridge db" },
-    { cfgmgr_if_init, "Failed to init interface-db" },
-    { cfgmgr_static_dns_init, "Failed to init static dns" },
+    { cfgmgr_vpn_init, "Failed to init vpn db" },      { cfgmgr_bridge_init, "Failed to init bridge db" },
+    { cfgmgr_if_init, "Failed to init interface-db" }, { cfgmgr_static_dns_init, "Failed to init static dns" },
     { cfgmgr_confd_init, "Failed to init confd" },
 };
 
@@ -135,10 +140,11 @@ void release_timers(cfgmgrd_t *cfgmgrd_p)
 {
     if (cfgmgrd_p->timer_mgr_p == nullptr)
         return;
-    if (cfgmgrd_p->sysmgr_timer_p != nullptr)
-        timer_util_delete(cfgmgrd_p->sysmgr_timer_p);
+    for (timer_util_t **timer : { &cfgmgrd_p->sysmgr_timer_p, &cfgmgrd_p->backup_timer_p }) {
+        if (timer_util_t *existing = std::exchange(*timer, nullptr))
+            timer_util_delete(existing);
+    }
     timer_mgr_delete(cfgmgrd_p->timer_mgr_p);
-    cfgmgrd_p->sysmgr_timer_p = nullptr;
     cfgmgrd_p->timer_mgr_p = nullptr;
 }
 
@@ -149,6 +155,7 @@ int cfgmgr_init_daemon(cfgmgrd_t *cfgmgrd_p)
     cfgmgrd_p->daemonize = 1;
     cfgmgrd_p->mgmt_vpn = 1;
     cfgmgrd_p->inotify_fd = -1;
+    cfgmgr_config_system_init(cfgmgrd_p);
     // The kernel keeps the name of an earlier run. Until one is configured, host files have it too. Cut off if too long.
     (void)gethostname(cfgmgrd_p->host_name, sizeof cfgmgrd_p->host_name - 1);
     cfgmgrd_p->event_base = event_base_new();

@@ -30,11 +30,12 @@ struct signal_table_t {
 };
 constexpr signal_table_t signal_table;
 
-// One child per event: a second one that ends in the same wake-up waits for the next SIGCHLD.
+// One child per event: a second one that ends in the same wake-up waits for the next SIGCHLD. Only children of the main
+// thread: a thread that runs a command waits for that itself, and would miss its result.
 void cfgmgr_sigchild_signal(evutil_socket_t, short, void *)
 {
     int status = 0;
-    pid_t pid = waitpid(-1, &status, WNOHANG);
+    pid_t pid = waitpid(-1, &status, WNOHANG | __WNOTHREAD);
     if (pid <= 0 || cfgmgr_pppoe_level <= CFGMGR_DETAILED)
         return;
     tip_log("Pid %d exited, \n", pid);

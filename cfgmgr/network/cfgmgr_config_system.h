@@ -1,10 +1,13 @@
-// The handler of "system": who the device is. One walk over the changed leaves sets the context; what depends on more
-// than one leaf is applied behind the walk.
+// The handler of "system": who the device is, who may log in, what is logged, and the archive of the configuration. One
+// walk over the changed leaves sets the context; what depends on more than one leaf is applied behind the walk.
 #ifndef CFGMGR_NETWORK_CFGMGR_CONFIG_SYSTEM_H
 #define CFGMGR_NETWORK_CFGMGR_CONFIG_SYSTEM_H
 
 #include "cfgmgr/daemon/cfgmgr_context.h"
 #include "tconfd/tconfd_api.h"
+
+// The context as it is without a configuration: values that are only the model's defaults are never delivered.
+void cfgmgr_config_system_init(cfgmgrd_t *cfgmgrd_p);
 
 // No keys. Always 0.
 int32_t cfgmgr_config_system(tconfd_sub *row, int32_t op, uint8_t num_keys, confd_value_t *keys, uint16_t num_tv,

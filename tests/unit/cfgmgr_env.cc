@@ -5,11 +5,23 @@
 #include "platform/chassis_model.h"
 
 #include <cerrno>
+#include <mutex>
+#include <unistd.h>
 
 fake_device_t &device()
 {
     static auto *the_device = new fake_device_t;
     return *the_device;
+}
+
+// Commands may come from threads of the daemon.
+static std::mutex commands_lock;
+
+void wait_for_log(const std::string &text, int count)
+{
+    for (int i = 0; i < 5000 && log_count(text) < count; i++)
+        usleep(1000);
+    EXPECT_GE(log_count(text), count) << text;
 }
 
 void device_chassis_set(const char *model)
@@ -25,9 +37,13 @@ extern "C" {
 
 int __wrap__Z10tip_systemPKc(const char *command)
 {
+    std::lock_guard guard(commands_lock);
     device().effects.push_back(command);
     auto found = device().statuses.find(command);
     errno = ENOENT;
+    if (const std::string &program = device().failing_program;
+        !program.empty() && std::string(command).starts_with(program))
+        return EXIT_1;
     return found != device().statuses.end() ? found->second : 0;
 }
 

@@ -20,6 +20,7 @@
 struct fake_device_t {
     std::vector<std::string> effects;    // commands as they are; "tell TYPE VPN", "enter VPN", "leave VPN"
     std::map<std::string, int> statuses; // wait statuses of commands; others succeed
+    std::string failing_program;         // commands that begin so fail as well
     int chassis_type = 0;
     std::unique_ptr<chmgr_block_t> chassis; // null: no block can be mapped
     int has_mgmt_port = 1;
@@ -38,6 +39,8 @@ struct fake_device_t {
 inline constexpr int EXIT_1 = 1 << 8;
 
 fake_device_t &device();
+// Waits for a line that another thread of the daemon logs; a test has failed when there are not so many after 5 s.
+void wait_for_log(const std::string &text, int count = 1);
 // Gives the device the chassis block of a model ("krest-V1").
 void device_chassis_set(const char *model);
 

@@ -457,10 +457,12 @@ int maapi_connect(int sock, const struct sockaddr *srv, int)
 }
 int maapi_attach(int, int, struct confd_trans_ctx *)
 {
+    write_down("maapi_attach");
     return outcome("maapi_attach");
 }
 int maapi_detach(int, struct confd_trans_ctx *)
 {
+    write_down("maapi_detach");
     return outcome("maapi_detach");
 }
 int maapi_cli_printf(int sock, int usid, const char *fmt, ...)

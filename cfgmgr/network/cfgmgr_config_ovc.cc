@@ -1,0 +1,71 @@
+// State and AS number of the overlay, for the routing of each VPN.
+
+#include "cfgmgr/network/cfgmgr_config_ovc.h"
+
+#include "cfgmgr/daemon/cfgmgr_cdb.h"
+#include "cfgmgr/daemon/cfgmgr_context.h"
+#include "cfgmgr/network/cfgmgr_config_value.h"
+#include "common/tip_log.h"
+#include "yang/corvane-ovc.h"
+
+#include <charconv>
+#include <cstring>
+
+namespace
+{
+
+constexpr char LODEST_PEERS[] = "/ovc/lodest-peers";
+constexpr size_t AS_TEXT_SIZE = 16;
+constexpr uint32_t AS_HIGH = 65536;
+
+// "HIGH.LOW" or one number; 0 for another text, which the model refuses.
+uint32_t parse_as(const char *text)
+{
+    const char *end = text + strlen(text);
+    uint32_t first = 0;
+    auto parsed = std::from_chars(text, end, first);
+    if (parsed.ec != std::errc())
+        return 0;
+    uint32_t second = 0;
+    if (parsed.ptr == end || std::from_chars(parsed.ptr + 1, end, second).ec != std::errc())
+        return first;
+    return first * AS_HIGH + second;
+}
+
+uint32_t as_of(const confd_value_t &value)
+{
+    if (cfgmgr_config_is_deleted(value))
+        return 0;
+    if (value.type == C_UINT32)
+        return CONFD_GET_UINT32(&value);
+    char text[AS_TEXT_SIZE];
+    cfgmgr_config_text(value, text, sizeof text);
+    return parse_as(text);
+}
+
+} // namespace
+
+int32_t cfgmgr_config_ovc_lodest_peers(tconfd_sub *row, int32_t, uint8_t, confd_value_t *, uint16_t,
+                                       confd_tag_value_t *)
+{
+    cdb_session session(CDB_OPERATIONAL);
+    confd_value_t value{};
+    if (!session.is_open() || cdb_get(session.fd(), &value, LODEST_PEERS) != CONFD_OK) {
+        tip_log("Failed to read lodest-peers %s (%d) : %s", confd_strerror(confd_errno), confd_errno, confd_lasterr());
+        return 1;
+    }
+    auto *cfgmgrd_p = static_cast<cfgmgrd_t *>(row->ctx->reg.app_ctx);
+    cfgmgrd_p->ovc_up = cfgmgr_config_bool(value) ? 1 : 0;
+    return 0;
+}
+
+int32_t cfgmgr_config_ovc_overlay_as(tconfd_sub *row, int32_t, uint8_t, confd_value_t *, uint16_t num_tv,
+                                     confd_tag_value_t *tv)
+{
+    auto *cfgmgrd_p = static_cast<cfgmgrd_t *>(row->ctx->reg.app_ctx);
+    for (uint16_t i = 0; i < num_tv; i++) {
+        if (CONFD_GET_TAG_TAG(&tv[i]) == ovc_overlay_as)
+            cfgmgrd_p->overlay_as = as_of(*CONFD_GET_TAG_VALUE(&tv[i]));
+    }
+    return 0;
+}
