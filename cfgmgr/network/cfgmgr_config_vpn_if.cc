@@ -7,6 +7,7 @@
 #include "cfgmgr/network/cfgmgr_bridge.h"
 #include "cfgmgr/network/cfgmgr_config_value.h"
 #include "cfgmgr/network/cfgmgr_config_vpn_if_leaf.h"
+#include "cfgmgr/network/cfgmgr_if_kind.h"
 #include "cfgmgr/network/cfgmgr_if_name.h"
 #include "cfgmgr/network/cfgmgr_kernel.h"
 #include "cfgmgr/network/cfgmgr_kernel_phy.h"
@@ -109,6 +110,17 @@ void delete_interface(const vpn_if_key_t &key)
     cfgmgr_if_delete_by_name(key.cfgmgrd_p, key.vpn_id, key.name);
 }
 
+// A port that a host was given while the daemon runs has no record before the next start, though it is there for those
+// who ask the kernel.
+bool has_parent(const vpn_if_key_t &key)
+{
+    if ((cfgmgr_if_kind_of(key.name).flags & IF_SUBIF) == 0)
+        return true;
+    char parent_name[IF_NAME_SIZE];
+    (void)cfgmgr_if_base_name(key.name, parent_name, sizeof parent_name); // no longer than the name
+    return cfgmgr_if_find(key.cfgmgrd_p, parent_name, nullptr, nullptr) != nullptr;
+}
+
 // Null for a name that the device has no interface for, which is no error: a port may be of a module that is not
 // plugged in.
 cfgmgr_if_t *create_interface(const vpn_if_key_t &key)
@@ -116,7 +128,7 @@ cfgmgr_if_t *create_interface(const vpn_if_key_t &key)
     cfgmgr_if_t *if_p = nullptr;
     cfgmgr_if_type_t type = starts_with(key.name, "irb") ? IF_TYPE_IRB : IF_TYPE_PLAIN;
     int result = CFGMGR_IF_NOT_PROVISIONED;
-    if (key.is_convertible)
+    if (key.is_convertible && has_parent(key))
         result = cfgmgr_if_find_or_create(key.cfgmgrd_p, static_cast<uint32_t>(key.vpn_id), key.name, &if_p, type);
     if (result == CFGMGR_IF_OK)
         return if_p;

@@ -264,6 +264,15 @@ TEST_F(config_vpn_if, a_port_that_also_was_a_bridge_member_leaves_its_bridge_fir
     EXPECT_EQ(effects().front(), "ifconfig ge0_1 -promisc");
 }
 
+TEST_F(config_vpn_if, a_sub_interface_of_what_has_no_record_is_ignored)
+{
+    EXPECT_EQ(configure(MOP_CREATED, "vap5.3", { set(vpn_mtu, number16(1400)) }), 0);
+    EXPECT_EQ(find("vap5.3"), nullptr);
+    EXPECT_TRUE(log_has("Interface vap5.3 not provisioned"));
+    make("vap5", "vap5");
+    EXPECT_NE(make("vap5.3", "vap5.3"), nullptr);
+}
+
 TEST_F(config_vpn_if, names_that_the_device_has_no_interface_for_are_ignored_in_all_operations)
 {
     for (const char *name : { "ge0/8", "ge5/0", "irb64", "ge0/1.05", "irb" }) {
