@@ -90,9 +90,9 @@ class Generator:
         self.state = self.values = None
 
     def opening(self):
-        """Lines that a sequence begins with, so that there is something to be in each other's way."""
-        lines = [line for group in self.world.more if self.random.random() < 0.4 for line in group]
-        return [*self.world.opening, *lines]
+        """Commits that a sequence begins with, so that there is something to be in each other's way."""
+        return [list(lines) for lines in (self.world.opening, *self.world.more)
+                if lines is self.world.opening or self.random.random() < 0.35]
 
     def commit(self, lines):
         """Lines that change the configuration that the given lines make."""
@@ -187,8 +187,9 @@ class Generator:
 
 # --- from one configuration to another ---
 
-def lines_between(root, old, new):
-    """What leads from the configuration of the old lines to that of the new ones: first what goes."""
+def lines_between(root, old, new, is_fine=False):
+    """What leads from the configuration of the old lines to that of the new ones: first what goes, as few and large as can
+    be or, if fine, leaf by leaf."""
     kept = set()
     for line in new:
         words, steps = State(root, ()).parsed(line)
@@ -201,7 +202,7 @@ def lines_between(root, old, new):
         path = ()
         for node, step in steps:
             path += step
-            if path not in kept or node.kind in ("leaf", "leaf-list"):
+            if path not in kept and not is_fine or step is steps[-1][1]:
                 gone[" ".join(["delete", *map(quoted, path)])] = None
                 break
     return list(gone) + [line for line in new if line not in old]
