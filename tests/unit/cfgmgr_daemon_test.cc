@@ -8,6 +8,7 @@
 #include "tests/harness/death.h"
 #include "tests/unit/cfgmgr_env.h"
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -17,6 +18,8 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
 
 namespace
 {
@@ -113,6 +116,45 @@ TEST(cfgmgr_daemon, comes_up_with_its_defaults_and_goes_down_clean)
     for (void *memory : left_over)
         free(memory);
     cfgmgr_context_publish(nullptr);
+}
+
+// Forks a child that ends at once; it has ended when this returns, and is not waited for yet.
+pid_t ended_child(int exit_code)
+{
+    pid_t pid = fork();
+    if (pid == 0)
+        _exit(exit_code);
+    siginfo_t info;
+    EXPECT_EQ(waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT), 0);
+    return pid;
+}
+
+TEST(cfgmgr_daemon, the_main_thread_waits_for_its_own_children_and_leaves_those_of_others)
+{
+    cfgmgrd_t daemon{};
+    daemon.event_base = event_base_new();
+    ASSERT_EQ(cfgmgr_init_sigchild(&daemon), 0);
+    pid_t own = ended_child(0);
+    event_base_loop(daemon.event_base, EVLOOP_NONBLOCK);
+    EXPECT_EQ(waitpid(own, nullptr, WNOHANG), -1) << "it was waited for";
+
+    std::atomic<bool> has_ended = false, was_looked_for = false;
+    int status = 0;
+    std::thread other([&] {
+        pid_t pid = ended_child(3);
+        has_ended = true;
+        while (!was_looked_for)
+            usleep(1000);
+        EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    });
+    while (!has_ended)
+        usleep(1000);
+    event_base_loop(daemon.event_base, EVLOOP_NONBLOCK);
+    was_looked_for = true;
+    other.join();
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    event_free(daemon.sigchld_event);
+    event_base_free(daemon.event_base);
 }
 
 TEST(cfgmgr_daemon, keepalive_runs_the_high_wheel_when_four_milliseconds_have_passed)
