@@ -22,8 +22,8 @@ const schema_t &models()
 
 // One value of each shape that text leaves take. A leaf that takes none of them needs a row of its own here.
 constexpr const char *SAMPLES[] = {
-    "abc",          "a1", "ge0/0", "192.0.2.1",         "192.0.2.1/24", "2001:db8::1", "2001:db8::1/64",
-    "host.example", "0",  "true",  "00:11:22:33:44:55", "ppp1",         "192.0.2.0/24"
+    "abc",          "a1", "ge0/0", "192.0.2.1",         "192.0.2.1/24", "2001:db8::1",  "2001:db8::1/64",
+    "host.example", "0",  "true",  "00:11:22:33:44:55", "ppp1",         "192.0.2.0/24", "64086.59904"
 };
 
 constexpr std::string_view DANGEROUS = "`$;|&<>()'\"\\*?[]{}!#~^\n\r\t";
