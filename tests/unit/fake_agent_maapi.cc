@@ -94,6 +94,17 @@ int maapi_exists(int, int, const char *fmt, ...)
     va_end(arguments);
     return agent().leaves.count(path) > 0 ? 1 : 0;
 }
+// The clear text of "$8$TEXT" is TEXT; what does not begin so cannot be read.
+int confd_decrypt(const char *ciphertext, int len, char *output)
+{
+    std::string text(ciphertext, static_cast<size_t>(len));
+    if (text.rfind("$8$", 0) != 0) {
+        confd_errno = CONFD_ERR_BADTYPE;
+        return CONFD_ERR;
+    }
+    memcpy(output, text.c_str() + 3, text.size() - 2);
+    return len - 3;
+}
 int maapi_set_flags(int, int, int flags)
 {
     agent().trans_flags = flags;
