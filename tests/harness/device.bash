@@ -246,3 +246,38 @@ commits()
     done >/tmp/commits.cfg
     cli /tmp/commits.cfg
 }
+
+# typed LINE...: what the operator's CLI shows of lines typed in configuration mode, "\t" for a tab (cli_typing.py).
+typed()
+{
+    python3 "$harness/cli_typing.py" "$@"
+}
+
+# callpoints_shown GROUPS [LEFT_OUT]...: shows each callpoint of the groups, and tells what is not as it should be and
+# how many there are. Those of the groups left out have no program here, and the agent names them; all others show an
+# empty table.
+callpoints_shown()
+{
+    local groups=" $1 " left_out name path said
+    left_out=" ${*:2} "
+    awk -v groups="$groups" -v left_out="$left_out" \
+        'index(groups, " " $1 " ") && !index(left_out, " " $1 " ")' < <(callpoint_paths) >/tmp/callpoints.empty
+    diff <(cut -d ' ' -f 3- /tmp/callpoints.empty | sed "s/.*/nothing at '&'/") \
+        <(cut -d ' ' -f 3- /tmp/callpoints.empty | sed 's/^/show /' | cli 2>&1)
+    awk -v groups="$groups" -v left_out="$left_out" \
+        'index(groups, " " $1 " ") && index(left_out, " " $1 " ")' < <(callpoint_paths) >/tmp/callpoints.left_out
+    while read -r _ name path; do
+        said=$(cli -c "show $path" 2>&1)
+        [ "$name" != ospf-show ] || name=ospf-process # it holds nothing but lists that have callpoints of their own
+        [[ $said == *"callpoint \"$name\": "*": no daemon serves it;"* ]] || echo "$name at $path: $said"
+    done </tmp/callpoints.left_out
+    echo "$(wc -l </tmp/callpoints.empty) empty, $(wc -l </tmp/callpoints.left_out) left out"
+}
+
+# chassis_become TYPE: the daemon starts again on a chassis of another type, whose ports are the same.
+chassis_become()
+{
+    keep_pid cfgmgr && kill_it cfgmgr STOP || return
+    printf '%b' "\\x$(printf %02x "$1")" | dd of=/dev/shm/chassis_info bs=1 seek=12 conv=notrunc status=none || return
+    kill -KILL "$(pid_of cfgmgr)"
+}
