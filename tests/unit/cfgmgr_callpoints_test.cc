@@ -132,6 +132,39 @@ TEST_F(callpoints, without_a_program_say_that_there_is_nothing)
     }
 }
 
+TEST_F(callpoints, hooks_that_write_into_the_transaction_come_first_and_must_be_registered)
+{
+    const struct {
+        const char *name;
+        bool has_remove;
+        const char *failure;
+    } hooks[] = {
+        { "post-login-message", true, "Failed to register post-login msg cb" },
+        { "system-host-name", false, "Failed to register system-host-name cb" },
+        { "set-dhcp-rapid-commit", false, "Failed to register dhcp-client-rapid cb" },
+        { "system-logs-audit", false, "Failed to register system-logs-audit cb" },
+        { "system-logs-netconf", false, "Failed to register system-logs-netconf cb" },
+    };
+    be(PERSONALITY_KREST, 8); // without an empty one
+    std::vector<std::string> names;
+    for (const auto &hook : hooks) {
+        names.push_back(hook.name);
+        agent().calls.clear();
+        agent().results = { { std::string("confd_register_data_cb ") + hook.name, CONFD_ERR } };
+        EXPECT_EQ(cfgmgr_confd_register_data_cbs(&ctx), CFGMGR_CALLPOINTS_NO_MIRROR);
+        EXPECT_EQ(registered(), names);
+        EXPECT_TRUE(log_has(hook.failure));
+    }
+    agent().calls.clear();
+    agent().results.clear();
+    EXPECT_EQ(cfgmgr_confd_register_data_cbs(&ctx), CFGMGR_CALLPOINTS_OK);
+    EXPECT_EQ(registered(), names);
+    for (const auto &hook : hooks) {
+        EXPECT_NE(agent().data_cbs[hook.name].set_elem, nullptr) << hook.name;
+        EXPECT_EQ(agent().data_cbs[hook.name].remove != nullptr, hook.has_remove) << hook.name;
+    }
+}
+
 TEST_F(callpoints, the_first_failure_ends_the_registration_and_does_not_count)
 {
     be(PERSONALITY_TARN, 0);
