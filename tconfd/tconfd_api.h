@@ -117,6 +117,7 @@ struct tconfd_ctx {
     pthread_t oper_thread;         // the last thread of tconfd_set_cdb_oper_value, 0 when none has run
     tconfd_sub_thread *sub_thread; // the registration thread of this connection; shared with it
     uint32_t live_threads;         // threads that still use the context
+    uint32_t initial_reads;        // that run; another one would deliver everything a second time
 };
 
 // ---- module (tconfd_api.cc)

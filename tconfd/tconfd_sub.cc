@@ -78,6 +78,7 @@ struct tconfd_read_req {
     uint32_t ids[MAX_READ_POINTS];
     uint8_t is_oper[MAX_READ_POINTS];
     uint32_t count;
+    bool is_initial;
 };
 
 std::unique_ptr<tconfd_read_req> read_req_alloc(tconfd_ctx *ctx)
@@ -106,8 +107,12 @@ int start_read(std::unique_ptr<tconfd_read_req> req)
         return TCONFD_OK;
     tconfd_ctx *ctx = req->ctx;
     __atomic_add_fetch(&ctx->live_threads, 1, __ATOMIC_ACQ_REL);
+    if (req->is_initial)
+        __atomic_add_fetch(&ctx->initial_reads, 1, __ATOMIC_ACQ_REL);
     int error = tconfd_thread_start(tconfd_thread_read_sub_config, req.get());
     if (error != 0) {
+        if (req->is_initial)
+            __atomic_sub_fetch(&ctx->initial_reads, 1, __ATOMIC_ACQ_REL);
         __atomic_sub_fetch(&ctx->live_threads, 1, __ATOMIC_ACQ_REL);
         tconfd_log("Failed to create read thread (error %d)", error);
         return TCONFD_NO_MEMORY;
@@ -167,6 +172,8 @@ void *tconfd_thread_read_sub_config(void *arg)
     std::unique_ptr<tconfd_read_req> req(static_cast<tconfd_read_req *>(arg));
     tconfd_block_signals();
     read_all(*req);
+    if (req->is_initial)
+        __atomic_sub_fetch(&req->ctx->initial_reads, 1, __ATOMIC_ACQ_REL);
     __atomic_sub_fetch(&req->ctx->live_threads, 1, __ATOMIC_ACQ_REL);
     return nullptr;
 }
@@ -306,7 +313,9 @@ void sync(int fd)
 
 int tconfd_can_read_initial_config(tconfd_ctx *ctx)
 {
-    if (__atomic_load_n(&ctx->initial_read_done, __ATOMIC_ACQUIRE) == 1)
+    // The order counts: a read that ends in between is done before it stops running.
+    if (__atomic_load_n(&ctx->initial_reads, __ATOMIC_ACQUIRE) != 0 ||
+        __atomic_load_n(&ctx->initial_read_done, __ATOMIC_ACQUIRE) == 1)
         return 0;
     oper_session session(WAIT_FOR_LOCK);
     uint32_t bits;
@@ -347,6 +356,7 @@ int tconfd_read_sub_config_all(tconfd_ctx *ctx)
     auto req = read_req_alloc(ctx);
     if (req == nullptr)
         return TCONFD_NO_MEMORY;
+    req->is_initial = true;
     for (const tconfd_sub &row : tconfd_rows(ctx->reg.subs))
         read_req_add(req.get(), row);
     return start_read(std::move(req));

@@ -74,7 +74,7 @@ int maapi_get_list_elem(int sock, int th, confd_value_t **values, int *nvalues, 
 int maapi_exists(int sock, int th, const char *fmt, ...);
 int maapi_num_instances(int sock, int th, const char *fmt, ...);
 int maapi_set_elem(int sock, int th, const confd_value_t *v, const char *fmt, ...);
-// The value as text, read by the node's type.
+// The value as text, read by the node's type; of a leaf-list all values, with blanks between them.
 int maapi_set_elem2(int sock, int th, const char *strval, const char *fmt, ...);
 int maapi_create(int sock, int th, const char *fmt, ...);
 int maapi_delete(int sock, int th, const char *fmt, ...);

@@ -153,6 +153,8 @@ void datastore_release(datastore_t &store, uint64_t holder);
 [[nodiscard]] bool trans_set(trans_t &trans, const path_t &path, const confd_value_t &value, ds_error_t &error);
 // A leaf-list's text adds one value.
 [[nodiscard]] bool trans_set_text(trans_t &trans, const path_t &path, std::string_view text, ds_error_t &error);
+// The values of a leaf-list from now on, with blanks between them.
+[[nodiscard]] bool trans_set_words(trans_t &trans, const path_t &list, std::string_view text, ds_error_t &error);
 // List entries, presence containers, leaves of type empty, a leaf-list's value. CONFD_ERR_ALREADY_EXISTS,
 // CONFD_ERR_NOTCREATABLE for other nodes.
 [[nodiscard]] bool trans_create(trans_t &trans, const path_t &path, ds_error_t &error);

@@ -26,10 +26,11 @@ static answer_t set_text(call_t &call)
         return malformed(call);
     maapi_target_t target;
     answer_t answer = maapi_find_target(call, th, text, PATH_INSTANCE, &target);
+    if (answer.code != CONFD_ERR_OK)
+        return answer;
     ds_error_t error;
-    if (answer.code == CONFD_ERR_OK && !trans_set_text(*target.trans, target.path, value, error))
-        return refused(error.code, error.text);
-    return answer;
+    auto set = target.path.node()->is(WIRE_NODE_LEAF_LIST) ? trans_set_words : trans_set_text;
+    return set(*target.trans, target.path, value, error) ? answer : refused(error.code, error.text);
 }
 
 using trans_edit_t = bool (*)(trans_t &trans, const path_t &path, ds_error_t &error);

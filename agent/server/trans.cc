@@ -133,6 +133,24 @@ bool trans_set_text(trans_t &trans, const path_t &path, std::string_view text, d
            make_wish(trans, { WISH_SET, path, std::move(values) }, error);
 }
 
+bool trans_set_words(trans_t &trans, const path_t &list, std::string_view text, ds_error_t &error)
+{
+    static constexpr std::string_view blanks = " \t\n";
+    if (!check_editable(trans, list, error))
+        return false;
+    std::vector<value_t> values;
+    std::string place = path_text(list);
+    while (true) {
+        text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+        if (text.empty())
+            return make_wish(trans, { WISH_SET_LIST, list, std::move(values) }, error);
+        std::string_view word = text.substr(0, text.find_first_of(blanks));
+        text.remove_prefix(word.size());
+        if (!value_from_text(*list.node(), word, place, values.emplace_back(), error))
+            return false;
+    }
+}
+
 static bool is_creatable(const schema_info_t &info)
 {
     return info.is(WIRE_NODE_LIST | WIRE_NODE_PRESENCE | WIRE_NODE_LEAF_LIST) ||

@@ -3,6 +3,7 @@
 #include "cfgmgr/daemon/cfgmgr_confd.h"
 
 #include "cfgmgr/daemon/cfgmgr_callpoints.h"
+#include "cfgmgr/daemon/cfgmgr_confd_startup.h"
 #include "cfgmgr/daemon/cfgmgr_dump.h"
 #include "cfgmgr/daemon/cfgmgr_sysmgr.h"
 #include "cfgmgr/network/cfgmgr_complete.h"
@@ -152,6 +153,7 @@ void cfgmgr_confd_post_init(tconfd_ctx *ctx)
     cfgmgrd_t *cfgmgrd_p = daemon_of(ctx);
     if (cfgmgrd_p->startup_done == 1)
         return;
+    (void)cfgmgr_confd_startup_modify_transaction(cfgmgrd_p); // logged; the agent has to go on in any case
     app_sysmgr_send_agent_ready(cfgmgrd_p->sysmgr_handle_p);
     cfgmgrd_p->startup_done = 1;
 }

@@ -54,6 +54,13 @@ in_sync()
     "$harness/../../lab/in-sync" >/dev/null
 }
 
+# The configuration beyond what the device came up with, as commands; "gone:" stands before what is there no more.
+configured()
+{
+    diff <(sort /run/lab/first.cfg) <(cli -c 'show configuration | display set' | sort) |
+        sed -n 's/^> //p; s/^< /gone: /p'
+}
+
 # Number in an operational leaf of a VPN, nothing when there is none: leaf_of 5 label
 leaf_of()
 {

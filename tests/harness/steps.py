@@ -9,6 +9,7 @@ A line that is not indented is a step; indented lines below it are its body. "#"
     needs COMMAND              skips the case (the file, before the first case) when the shell command fails
     within SECONDS             how long the expectations that follow may take to come true (5 at first)
     > LINE                     typed in configuration mode; lines that stand together are one change
+    restore                    a change: the configuration becomes what the device came up with
     refused: TEXT              the change before must have failed, and TEXT stands in what the CLI said
     run:                       the body is what the daemon ran since the change, in order; COMMAND => STATUS, 0 if left out
     file PATH:                 the body is the file's content
@@ -38,6 +39,7 @@ RECORD_FILE = "/run/lab/record"
 LOG_FILE = "/var/log/device.log"
 CLI_LIMIT_S = 120
 SHELL_LIMIT_S = 120
+FIRST_FILE = "/run/lab/first.cfg"  # the configuration that the device came up with, as commands
 SHELL_WORDS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "device.bash")
 POLL_S = 0.05
 STATUS_PATTERN = re.compile(r"^(.*?)\s+=> (\d+)$")
@@ -74,6 +76,7 @@ FORMS = (
     ("needs", r"needs (.+)"),
     ("within", r"within (\d+)"),
     ("change", r"> ?(.*)"),
+    ("restore", r"restore()"),
     ("refused", r"refused: ?(.*)"),
     ("run", r"run:()"),
     ("file", r"file (\S+):"),
@@ -191,6 +194,7 @@ class Device:
     def __init__(self):
         self.record_seen = 0
         self.log_seen = 0
+        self.first_keep()
 
     def mark(self):
         """From here counts what "since the change" means."""
@@ -203,6 +207,26 @@ class Device:
             file.write("\n".join(lines) + "\n")
             file.flush()
             return self._run(["cli", file.name], CLI_LIMIT_S)
+
+    def configuration(self):
+        """The configuration as lines that make it."""
+        status, text = self._run(["cli", "-c", "show configuration | display set"], CLI_LIMIT_S)
+        if status != 0:
+            raise Failed(f"show configuration: {text.strip()}")
+        return text.splitlines()
+
+    def first_keep(self):
+        """Once in the life of the device."""
+        if not os.path.exists(FIRST_FILE):
+            with open(FIRST_FILE, "w", encoding="utf-8") as file:
+                file.writelines(line + "\n" for line in self.configuration())
+
+    def restore_lines(self):
+        """Commands of one commit that lead back to the first configuration; what stays is not seen as changed."""
+        with open(FIRST_FILE, encoding="utf-8") as file:
+            first = file.read().splitlines()
+        tops = dict.fromkeys(line.split()[1] for line in self.configuration())
+        return [f"delete {top}" for top in tops] + first + ["commit"]
 
     def shell(self, command):
         return self._run(["bash", "-c", command], SHELL_LIMIT_S)
@@ -235,7 +259,7 @@ class Device:
         try:
             with open(path, encoding="utf-8", errors="replace") as file:
                 return file.read()
-        except (FileNotFoundError, NotADirectoryError):
+        except OSError: # none, or none that can be read, such as a namespace's
             return None
 
     @staticmethod
@@ -348,6 +372,10 @@ def change_make(device, step, following):
         raise Failed(f"refused, but not with {refusal!r}:\n{indented(said.splitlines())}")
 
 
+def restore_make(device):
+    change_make(device, Step(0, "change", body=device.restore_lines()), None)
+
+
 def deed_do(device, step):
     device.mark()
     status, output = device.shell(step.text)
@@ -365,6 +393,8 @@ def case_run(device, case):
                 limit_s = int(step.text)
             elif step.word == "change":
                 change_make(device, step, case.steps[index + 1] if index + 1 < len(case.steps) else None)
+            elif step.word == "restore":
+                restore_make(device)
             elif step.word == "deed":
                 deed_do(device, step)
             elif step.word != "refused":

@@ -10,6 +10,9 @@ import steps
 class FakeDevice(steps.Device):
     """A device whose state is given; what is typed is kept."""
 
+    def first_keep(self):
+        pass
+
     def __init__(self, **state):
         super().__init__()
         self.state = {"commands": [], "log": [], "files": {}, "oper": {}, "shell": (0, ""), "cli": (0, "")} | state

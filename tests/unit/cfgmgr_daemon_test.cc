@@ -415,6 +415,7 @@ TEST_F(sysmgr_link, the_end_of_the_first_connection_is_told_once_per_process)
         daemon.sysmgr_handle_p = client;
         tconfd_ctx ctx{};
         ctx.reg.app_ctx = &daemon;
+        daemon.tconfd_ctx_p = &ctx;
         cfgmgr_confd_post_init(&ctx);
         cfgmgr_confd_post_init(&ctx);
         manager.run_ms(200);

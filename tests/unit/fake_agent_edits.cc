@@ -133,19 +133,4 @@ int cdb_exists(int, const char *fmt, ...)
     return agent().leaves.count(path) > 0 ? 1 : 0;
 }
 
-// Readings.
-__attribute__((weak)) int maapi_exists(int, int, const char *fmt, ...)
-{
-    PATH_OF(path, fmt);
-    return agent().leaves.count(path) > 0 ? 1 : 0;
-}
-__attribute__((weak)) int maapi_get_elem(int sock, int th, confd_value_t *v, const char *fmt, ...)
-{
-    va_list arguments;
-    va_start(arguments, fmt);
-    int result = maapi_vget_elem(sock, th, v, fmt, arguments);
-    va_end(arguments);
-    return result;
-}
-
 } // extern "C"

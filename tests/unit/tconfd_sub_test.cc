@@ -108,6 +108,14 @@ TEST_F(tconfd_env, a_full_read_triggers_all_adds_config_before_operational_and_t
     EXPECT_EQ(agent().open_connections(), 0);
 }
 
+TEST_F(tconfd_env, while_a_full_read_runs_none_is_begun)
+{
+    set_read_bits(1);
+    EXPECT_EQ(tconfd_can_read_initial_config(&ctx), 1);
+    ctx.initial_reads = 1;
+    EXPECT_EQ(tconfd_can_read_initial_config(&ctx), 0);
+}
+
 TEST_F(tconfd_env, a_read_whose_trigger_fails_counts_as_done)
 {
     lay_out({ { "a", 1, 3 } });
