@@ -9,6 +9,20 @@
 #include <arpa/inet.h>
 #include <cstring>
 
+namespace
+{
+
+// The one IPv4 address that the general reading of texts takes for none.
+void read_prefix(const char *text, ip_prefix_t *out)
+{
+    constexpr char BROADCAST[] = "255.255.255.255/";
+    tconfd_str_to_ip_prefix(text, out);
+    if (strncmp(text, BROADCAST, strlen(BROADCAST)) == 0)
+        ip_addr_set_v4(&out->ip, UINT32_MAX);
+}
+
+} // namespace
+
 bool cfgmgr_config_is_deleted(const confd_value_t &value)
 {
     return value.type == C_NOEXISTS;
@@ -86,7 +100,7 @@ ip_prefix_t cfgmgr_config_prefix(const confd_value_t &value)
         break;
     default:
         cfgmgr_config_text(value, text, sizeof text);
-        tconfd_str_to_ip_prefix(text, &prefix);
+        read_prefix(text, &prefix);
     }
     return prefix;
 }

@@ -84,6 +84,7 @@ int check_pool(const static_question_t &q)
             return result;
     }
     ip_prefix_t prefix = cfgmgr_config_prefix(value.v);
+    ip_prefix_mask_apply(prefix, &prefix, 0); // the interface need not have the first address of its network
     if (is_among(prefix.ip, uint64_t{ 1 } << (32 - prefix.len), q.translated))
         return 0;
     char text[IP_ADDR_TEXT];

@@ -55,13 +55,15 @@ int refuse_name(const name_question_t &q)
 
 // ---- any device
 
-// The device's own system interface begins in this way, with or without a number.
+// The device's own system interface begins in this way, with or without a number. A slash is in the names of ports only:
+// no device of the kernel can have one.
 int check_conversion(const name_question_t &q)
 {
     char ignored[VALIDATE_NAME_SIZE];
     bool is_own = has_prefix(q.name, "system");
     bool is_known = cfgmgr_if_cli_to_kernel_name(q.name, ignored, sizeof ignored, nullptr) != nullptr;
-    return is_own || !is_known ? refuse_name(q) : 0;
+    bool has_slash = has_text(q.name, "/") && !has_text(q.name, "ge");
+    return is_own || !is_known || has_slash ? refuse_name(q) : 0;
 }
 
 int check_loopback(const name_question_t &q)
@@ -143,16 +145,19 @@ int check_port(const name_question_t &q)
     bool is_tagged = cfgmgr_if_is_tagged(q.name);
     bool is_free_to_share =
         !is_tagged && q.vpn_id == VPN_ID_TRANSPORT && cfgmgr_validate_leaf_is_default(q.v.tctx, q.kp, q.key) != 0;
+    if (is_free_to_share && !has_text(q.name, "/")) // elsewhere the rule about bridges tells it
+        return validate_refuse(q.v, "Port doesn't exist.");
     int result = is_free_to_share ? 0 : cfgmgr_validate_if_bridge_conflict(q.v.tctx, q.name);
     if (result == 0 && is_tagged && validate_exists(q.v, "/vpn/vpn-instance{0}/interface{%s}/dot1x", q.base))
         return validate_refuse(q.v, "Cannot configure sub-interface when main interface is 802.1x enabled");
     return result;
 }
 
+// What begins like the management interface is that or nothing.
 int check_no_port(const name_question_t &q)
 {
-    bool is_good =
-        strcmp(q.name, EDGE_MANAGEMENT_IF) == 0 ? q.vpn_id == VPN_ID_MANAGEMENT : cfgmgr_if_is_in_port_table(q.name);
+    bool is_management = strcmp(q.name, EDGE_MANAGEMENT_IF) == 0 && q.vpn_id == VPN_ID_MANAGEMENT;
+    bool is_good = has_prefix(q.name, EDGE_MANAGEMENT_IF) ? is_management : cfgmgr_if_is_in_port_table(q.name);
     return is_good || is_loopback_or_modem(q) ? 0 : refuse_name(q);
 }
 
