@@ -23,6 +23,7 @@ RULES = (
     "IP address does not exist for interface %s vpn %u",
     "Invalid source interface %s config for %s for vpn %ld",
     "Unable to validate source interface config for %s",
+    "hook post-login-message of %s failed for /banner/motd",  # its copy is gone already
     # bridges
     "Invalid bridge-id %d. Valid values are 0..63",
     "Cannot change the vlan id of bridge %d when there are interfaces present.",
