@@ -12,10 +12,13 @@
 #include "common/tip_root.h"
 #include "common/vpn_id.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <span>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {
@@ -67,21 +70,38 @@ uint32_t tag_of(const char *text)
     return *text != '0' && result.ec == std::errc() && result.ptr == end ? tag : 0;
 }
 
-int check_tagged(const validate_t &v, const char *name)
+// Names of the interfaces of VPN 0, in order. Read once: a device has thousands of sub-interfaces whose ports are looked
+// up, and a read of the transaction takes as long as a thousand comparisons.
+using name_list_t = std::vector<std::string>;
+
+// False when they cannot be read.
+bool transport_names(const validate_t &v, name_list_t *out)
+{
+    validate_list_t interfaces(v, "/vpn/vpn-instance{0}/interface");
+    while (interfaces.next()) {
+        char name[VALIDATE_NAME_SIZE];
+        cfgmgr_config_text(interfaces.cursor.keys[0], name, sizeof name);
+        out->emplace_back(name);
+    }
+    std::sort(out->begin(), out->end());
+    return interfaces.is_open;
+}
+
+int check_tagged(const validate_t &v, const name_list_t &ports, const char *name)
 {
     uint32_t tag = tag_of(strchr(name, '.') + 1);
     if (tag < 1 || tag > TAG_MAX)
         return validate_refuse(v, "Invalid vlan-tag in interface name %s. Valid values are 1..4094", name);
     char parent[VALIDATE_NAME_SIZE];
     (void)cfgmgr_if_base_name(name, parent, sizeof parent); // no longer than the name
-    if (strcmp(parent, "irb") == 0 || is_in_transport_vpn(v, parent))
+    if (strcmp(parent, "irb") == 0 || std::binary_search(ports.begin(), ports.end(), parent))
         return 0;
     return validate_refuse(v, "Parent interface %s for tagged interface %s does not exist in vpn 0", parent, name);
 }
 
-int check_interface(const validate_t &v, const char *name)
+int check_interface(const validate_t &v, const name_list_t &ports, const char *name)
 {
-    if (strchr(name, '.') != nullptr && check_tagged(v, name) != 0)
+    if (strchr(name, '.') != nullptr && check_tagged(v, ports, name) != 0)
         return CONFD_ERR;
     if (strstr(name, "cellular") == nullptr)
         return 0;
@@ -89,7 +109,7 @@ int check_interface(const validate_t &v, const char *name)
     return has_modem ? 0 : validate_refuse(v, "%s interface is not configurable in this system", name);
 }
 
-int check_vpn(const validate_t &v, uint64_t vpn_id)
+int check_vpn(const validate_t &v, const name_list_t &ports, uint64_t vpn_id)
 {
     bool may_have_services = v.cfgmgrd_p->personality == PERSONALITY_KREST;
     if (!may_have_services && vpn_id != VPN_ID_TRANSPORT && vpn_id != VPN_ID_MANAGEMENT)
@@ -98,7 +118,7 @@ int check_vpn(const validate_t &v, uint64_t vpn_id)
     while (interfaces.next()) {
         char name[VALIDATE_NAME_SIZE];
         cfgmgr_config_text(interfaces.cursor.keys[0], name, sizeof name);
-        if (check_interface(v, name) != 0)
+        if (check_interface(v, ports, name) != 0)
             return CONFD_ERR;
     }
     return refuse_walk(v, interfaces);
@@ -106,9 +126,12 @@ int check_vpn(const validate_t &v, uint64_t vpn_id)
 
 int check_vpns(const validate_t &v)
 {
+    name_list_t ports;
+    if (!transport_names(v, &ports))
+        return validate_refuse_agent(v, "Failed to initialise maapi cursor  ");
     validate_list_t vpns(v, "/vpn/vpn-instance");
     while (vpns.next()) {
-        if (check_vpn(v, CONFD_GET_UINT64(&vpns.cursor.keys[0])) != 0)
+        if (check_vpn(v, ports, CONFD_GET_UINT64(&vpns.cursor.keys[0])) != 0)
             return CONFD_ERR;
     }
     return refuse_walk(v, vpns);
