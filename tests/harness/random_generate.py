@@ -17,9 +17,9 @@ MOST_CHANGES = 5
 
 # How often a step goes to a child, by its name; what is not here counts once.
 WEIGHTS = {
-    "vpn": 18, "bridge": 7, "system": 7, "policy": 3, "snmp": 2, "wlan": 2,
+    "vpn": 26, "bridge": 9, "system": 8, "policy": 3, "snmp": 2, "wlan": 2,
     "vpn-instance": 9, "bridge-instance": 9, "interface": 14, "service": 2, "skylane": 1, "dns": 2, "host": 1,
-    "ip": 6, "ipv6": 3, "address": 7, "secondary-address": 4, "address-list": 1, "static-route": 1, "mtu": 6, "shutdown": 4,
+    "ip": 8, "ipv6": 4, "address": 9, "secondary-address": 4, "address-list": 1, "static-route": 1, "mtu": 8, "shutdown": 4,
     "mac-address": 2, "vrrp": 2, "nat": 2, "ppp": 1, "pppoe-client": 2, "tunnel-interface": 2, "wpnt-extension": 1, "arp": 2,
     "dot1x": 1, "native-vlan": 4, "vlan": 4, "system-ip": 6, "simulation": 3, "radius": 3, "tacacs": 3, "logging": 2, "ntp": 2,
     "archive": 2, "aaa": 2, "policer": 2, "access-list": 2, "static": 5, "overload": 3, "direction": 3, "trap": 3,

@@ -154,7 +154,7 @@ TYPED = (
     "a value for '%s' is missing: %s",
     "'%s' of '%s' is missing: %s",
     "'%s' does not exist",
-    "'%s' exists only when %s",
+    "'%s' has nothing to delete",
 )
 
 WILD = {"s": r".*", "d": r"-?\d+", "ld": r"-?\d+", "lu": r"\d+", "u": r"\d+", "x": r"[0-9a-f]+"}

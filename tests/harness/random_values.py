@@ -7,7 +7,7 @@ has the values that are likely to do, and those at or beyond an edge, which come
 import re
 from dataclasses import dataclass
 
-BEYOND = 0.06        # share of values from beyond the edge
+BEYOND = 0.09        # share of values from beyond the edge
 REFERENCE = 0.75     # share of names of interfaces that are taken from those that exist
 
 TAGS = ("1", "100", "200", "300", "4094")
