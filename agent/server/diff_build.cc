@@ -451,6 +451,8 @@ diff_ptr diff_build_all(tree_t &tree, bool is_oper)
 {
     auto diff = std::make_unique<diff_t>();
     copy_children(tree, nullptr, diff->root);
+    // At the top, nodes of several models stand in the order in which they have come.
+    std::ranges::stable_sort(diff->root.children, {}, [](const auto &child) { return child->schema->order; });
     if (is_oper)
         take_entries_as_given(diff->root);
     fix_parents(diff->root);

@@ -81,6 +81,24 @@ agent_up()
     kill -CONT "$(pid_of sysmgrd)"
 }
 
+# Agent and daemon end at once, and find the store as it was.
+reboot_device()
+{
+    kill -STOP "$(pid_of sysmgrd)" && keep_pid agentd cfgmgr && kill -KILL "$(pid_of agentd)" "$(pid_of cfgmgr)"
+    kill -CONT "$(pid_of sysmgrd)"
+}
+
+# cfgmgr_with OPTION: from its next start on the daemon has the option, in place of that of the call before.
+cfgmgr_with()
+{
+    local program
+    program=$(command -v cfgmgr)
+    [ -e /tmp/real/cfgmgr ] || { mkdir -p /tmp/real && cp "$program" /tmp/real/; }
+    ! mountpoint -q "$program" || umount "$program"
+    printf '#!/bin/sh\nexec /tmp/real/cfgmgr "$@" %s\n' "$1" >/tmp/real/wrapper && chmod 755 /tmp/real/wrapper &&
+        mount --bind /tmp/real/wrapper "$program"
+}
+
 # The system manager stays away: its program is another one for as long.
 sysmgrd_away()
 {

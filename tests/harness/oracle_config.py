@@ -12,8 +12,9 @@ from dataclasses import dataclass, field
 # Words whose next word is a key. A leaf-list counts as a list, its values as entries.
 LISTS = {"vpn-instance", "interface", "dns", "host", "service", "secondary-address", "bridge-instance"}
 
-# What every configuration here has, since the device's own validation will not let it go.
-BASE_LINES = ("set vpn vpn-instance 0", "set vpn vpn-instance 512 interface eth0 shutdown false")
+# What every configuration here has, since the device's own validation will not let it go; what else the device has come
+# up with is taken away first.
+BASE_LINES = ("delete vpn", "set vpn vpn-instance 0", "set vpn vpn-instance 512 interface eth0 shutdown false")
 
 
 @dataclass(frozen=True)

@@ -577,6 +577,9 @@ int cdb_vget(int, confd_value_t *v, const char *fmt, va_list arguments)
     if (v->type == C_BUF) {
         v->val.buf.ptr = static_cast<unsigned char *>(malloc(v->val.buf.size + 1));
         memcpy(v->val.buf.ptr, found->second.val.buf.ptr, v->val.buf.size);
+    } else if (v->type == C_LIST) {
+        size_t size = v->val.list.size * sizeof(confd_value_t);
+        v->val.list.ptr = static_cast<confd_value_t *>(memcpy(malloc(size), found->second.val.list.ptr, size));
     }
     return CONFD_OK;
 }
