@@ -18,6 +18,7 @@
 #include <span>
 #include <string>
 #include <unistd.h>
+#include <unordered_set>
 #include <vector>
 
 namespace
@@ -109,7 +110,28 @@ int check_interface(const validate_t &v, const name_list_t &ports, const char *n
     return has_modem ? 0 : validate_refuse(v, "%s interface is not configurable in this system", name);
 }
 
-int check_vpn(const validate_t &v, const name_list_t &ports, uint64_t vpn_id)
+// The interfaces that a walk has met.
+using names_t = std::unordered_set<std::string>;
+
+// Of a kind that one VPN alone may have, or that this one may not: the name's own rule refuses the second place, in
+// words that tell more.
+bool has_one_place(const validate_t &v, const char *name, uint64_t vpn_id)
+{
+    uint32_t personality = v.cfgmgrd_p->personality;
+    bool is_chassis = personality == PERSONALITY_KREST || personality == PERSONALITY_TARN;
+    return starts_with(name, "ppp") || starts_with(name, "vap") || starts_with(name, "cellular") ||
+           (is_chassis && starts_with(name, MANAGEMENT_IF)) || (vpn_id == VPN_ID_TRANSPORT && starts_with(name, "irb"));
+}
+
+// An interface has one record, which would go away with the configuration of either VPN and leave the other's without.
+int check_alone(const validate_t &v, const char *name, uint64_t vpn_id, names_t &met)
+{
+    if (has_one_place(v, name, vpn_id) || met.emplace(name).second)
+        return 0;
+    return validate_refuse(v, "Interface exists in VPN %lu", vpn_id);
+}
+
+int check_vpn(const validate_t &v, const name_list_t &ports, uint64_t vpn_id, names_t &met)
 {
     bool may_have_services = v.cfgmgrd_p->personality == PERSONALITY_KREST;
     if (!may_have_services && vpn_id != VPN_ID_TRANSPORT && vpn_id != VPN_ID_MANAGEMENT)
@@ -118,7 +140,7 @@ int check_vpn(const validate_t &v, const name_list_t &ports, uint64_t vpn_id)
     while (interfaces.next()) {
         char name[VALIDATE_NAME_SIZE];
         cfgmgr_config_text(interfaces.cursor.keys[0], name, sizeof name);
-        if (check_interface(v, ports, name) != 0)
+        if (check_interface(v, ports, name) != 0 || check_alone(v, name, vpn_id, met) != 0)
             return CONFD_ERR;
     }
     return refuse_walk(v, interfaces);
@@ -129,9 +151,10 @@ int check_vpns(const validate_t &v)
     name_list_t ports;
     if (!transport_names(v, &ports))
         return validate_refuse_agent(v, "Failed to initialise maapi cursor  ");
+    names_t met;
     validate_list_t vpns(v, "/vpn/vpn-instance");
     while (vpns.next()) {
-        if (check_vpn(v, ports, CONFD_GET_UINT64(&vpns.cursor.keys[0])) != 0)
+        if (check_vpn(v, ports, CONFD_GET_UINT64(&vpns.cursor.keys[0]), met) != 0)
             return CONFD_ERR;
     }
     return refuse_walk(v, vpns);
