@@ -1,11 +1,11 @@
 // What the rules between objects cost: a change of one interface or one VPN on a device full of them.
 //
 // Run inside a device (make bench does): it fills the device with VPNs of 50 interfaces, half of them tagged
-// sub-interfaces of eight ports and half loopbacks, all with addresses; once the VPNs are there, the daemon's commands for
-// interfaces are replaced by one that does nothing. Then it checks one change at a time, each in a
-// transaction of its own that is given up again (commit check), and commits the cheap ones. The reads of the validators
-// are those that the agent has served the daemon meanwhile, by the agent's own status. Prints a row a change, and ends
-// with status 1 when the check of one takes longer than the limit or a step fails.
+// sub-interfaces of eight ports and half loopbacks, all with addresses; once the VPNs are there, the daemon's commands
+// for interfaces are replaced by one that does nothing. Then it checks one change at a time, each in a transaction of
+// its own that is given up again (commit check), and commits those for which the handlers have little to do. The reads
+// of the validators are those that the agent has served the daemon meanwhile, by the agent's own status. Prints a row a
+// change, and ends with status 1 when the check of one takes longer than the limit or a step fails.
 //
 //     validation_cost [VPNS [INTERFACES]]
 
