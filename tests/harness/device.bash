@@ -217,6 +217,17 @@ if_show()
     return $status
 }
 
+# Waits for a port of the transport VPN, which comes up a while after the daemon has raised it.
+port_up()
+{
+    local i
+    for i in {1..100}; do
+        ! ip -br link show dev "$1" | grep -q ' UP ' || return 0
+        sleep 0.1
+    done
+    return 1
+}
+
 # The whole of a VPN: all interfaces, and the routes that are neither the kernel's own nor of the taps.
 vpn_show()
 {
