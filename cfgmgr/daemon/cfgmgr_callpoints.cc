@@ -33,8 +33,10 @@ constexpr mirror_row_t mirrors[] = {
     { "system-host-name", cfgmgr_system_host_name_set, nullptr, "Failed to register system-host-name cb" },
     { "set-dhcp-rapid-commit", cfgmgr_vpn_if_set_dhcp_rapid_commit, nullptr,
       "Failed to register dhcp-client-rapid cb" },
-    { "system-logs-audit", cfgmgr_system_logs_audit_set, nullptr, "Failed to register system-logs-audit cb" },
-    { "system-logs-netconf", cfgmgr_system_logs_netconf_set, nullptr, "Failed to register system-logs-netconf cb" },
+    { "system-logs-audit", cfgmgr_system_logs_audit_set, cfgmgr_system_logs_audit_remove,
+      "Failed to register system-logs-audit cb" },
+    { "system-logs-netconf", cfgmgr_system_logs_netconf_set, cfgmgr_system_logs_netconf_remove,
+      "Failed to register system-logs-netconf cb" },
 };
 
 confd_data_cbs callbacks_named(const char *callpoint)

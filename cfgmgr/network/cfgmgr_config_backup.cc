@@ -96,6 +96,8 @@ void cfgmgr_config_backup_cb(timer_util_t *, void *arg1, void *, void *, void *)
 void *cfgmgr_config_backup_thread(void *arg)
 {
     backup_state_t &backup = static_cast<cfgmgrd_t *>(arg)->backup;
+    if (backup.archive_path[0] == '\0')
+        return nullptr; // the archive was deleted before this thread ran
     time_t now = time(nullptr);
     tm local;
     localtime_r(&now, &local);

@@ -8,6 +8,7 @@
 #include "yang/corvane-vpn.h"
 
 #include <confd_maapi.h>
+#include <cstdarg>
 
 namespace
 {
@@ -76,6 +77,19 @@ bool set_host_name(const mirror_t &mirror)
                                     maapi_set_elem(mirror.sock, mirror.th(), mirror.newval, "%s/sysName", MIB_SYSTEM));
 }
 
+// A leaf of the transaction that is false, be it by its default.
+[[gnu::format(printf, 2, 3)]] bool is_off(const mirror_t &mirror, const char *path, ...)
+{
+    confd_value_t value{};
+    va_list args;
+    va_start(args, path);
+    int result = maapi_vget_elem(mirror.sock, mirror.th(), &value, path, args);
+    va_end(args);
+    return result == CONFD_OK && !cfgmgr_config_bool(value);
+}
+
+// What is off already is not written: even the same value counts as a change, and rapid commit must not change while a
+// client runs.
 bool clear_rapid_commit(const mirror_t &mirror)
 {
     confd_value_t vpn_key[1];
@@ -89,7 +103,7 @@ bool clear_rapid_commit(const mirror_t &mirror)
     confd_value_t client{};
     if (!is_done(mirror, "get elem", maapi_get_elem(mirror.sock, mirror.th(), &client, DHCP6_CLIENT, vpn_id, name)))
         return false;
-    return cfgmgr_config_bool(client) ||
+    return cfgmgr_config_bool(client) || is_off(mirror, DHCP6_RAPID_COMMIT, vpn_id, name) ||
            is_done(mirror, "set elem",
                    maapi_set_elem(mirror.sock, mirror.th(), &client, DHCP6_RAPID_COMMIT, vpn_id, name));
 }
@@ -113,6 +127,29 @@ bool set_audit(const mirror_t &mirror)
 bool set_netconf(const mirror_t &mirror)
 {
     return set_switches(mirror, netconf_switches);
+}
+
+// The default is not to disable. What is on by itself needs no word.
+bool restore_switches(const mirror_t &mirror, const char *const (&paths)[2])
+{
+    confd_value_t enabled;
+    CONFD_SET_BOOL(&enabled, 1);
+    for (const char *path : paths) {
+        if (is_off(mirror, "%s", path) &&
+            !is_done(mirror, "set elem", maapi_set_elem(mirror.sock, mirror.th(), &enabled, "%s", path)))
+            return false;
+    }
+    return true;
+}
+
+bool restore_audit(const mirror_t &mirror)
+{
+    return restore_switches(mirror, audit_switches);
+}
+
+bool restore_netconf(const mirror_t &mirror)
+{
+    return restore_switches(mirror, netconf_switches);
 }
 
 // ---- around it
@@ -158,4 +195,15 @@ int cfgmgr_system_logs_audit_set(confd_trans_ctx *tctx, confd_hkeypath_t *kp, co
 int cfgmgr_system_logs_netconf_set(confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *newval)
 {
     return do_attached({ "system logs netconf set", tctx, kp, newval, -1 }, set_netconf) ? CONFD_OK : MIRROR_FAILED;
+}
+
+int cfgmgr_system_logs_audit_remove(confd_trans_ctx *tctx, confd_hkeypath_t *kp)
+{
+    return do_attached({ "system logs audit remove", tctx, kp, nullptr, -1 }, restore_audit) ? CONFD_OK : MIRROR_FAILED;
+}
+
+int cfgmgr_system_logs_netconf_remove(confd_trans_ctx *tctx, confd_hkeypath_t *kp)
+{
+    return do_attached({ "system logs netconf remove", tctx, kp, nullptr, -1 }, restore_netconf) ? CONFD_OK
+                                                                                                 : MIRROR_FAILED;
 }

@@ -21,5 +21,8 @@ int cfgmgr_vpn_if_set_dhcp_rapid_commit(confd_trans_ctx *tctx, confd_hkeypath_t 
 // Logs of the agent: on while they are not disabled here.
 int cfgmgr_system_logs_audit_set(confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *newval);
 int cfgmgr_system_logs_netconf_set(confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *newval);
+// On again when the word is taken back: a log of who did what must not stay off unnoticed.
+int cfgmgr_system_logs_audit_remove(confd_trans_ctx *tctx, confd_hkeypath_t *kp);
+int cfgmgr_system_logs_netconf_remove(confd_trans_ctx *tctx, confd_hkeypath_t *kp);
 
 #endif

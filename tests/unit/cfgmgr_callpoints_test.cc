@@ -142,8 +142,8 @@ TEST_F(callpoints, hooks_that_write_into_the_transaction_come_first_and_must_be_
         { "post-login-message", true, "Failed to register post-login msg cb" },
         { "system-host-name", false, "Failed to register system-host-name cb" },
         { "set-dhcp-rapid-commit", false, "Failed to register dhcp-client-rapid cb" },
-        { "system-logs-audit", false, "Failed to register system-logs-audit cb" },
-        { "system-logs-netconf", false, "Failed to register system-logs-netconf cb" },
+        { "system-logs-audit", true, "Failed to register system-logs-audit cb" },
+        { "system-logs-netconf", true, "Failed to register system-logs-netconf cb" },
     };
     be(PERSONALITY_KREST, 8); // without an empty one
     std::vector<std::string> names;

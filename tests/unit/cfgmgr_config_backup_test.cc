@@ -72,6 +72,13 @@ TEST_F(archive, a_copy_that_fails_is_told_and_does_not_count)
     EXPECT_STREQ(daemon.backup.archive_last_time, "Disabled");
 }
 
+TEST_F(archive, a_copy_that_begins_after_the_archive_was_deleted_is_not_made)
+{
+    cfgmgr_config_backup_reset(&daemon.backup);
+    EXPECT_EQ(cfgmgr_config_backup_thread(&daemon), nullptr);
+    EXPECT_EQ(device().effects, std::vector<std::string>{});
+}
+
 TEST_F(archive, the_longest_settings_fit_in_one_command)
 {
     std::string path(252, 'p'), key(252, 'k');

@@ -92,6 +92,12 @@ TEST_F(mirrors, without_a_client_there_is_no_rapid_commit)
     agent().leaves[CLIENT] = boolean(false);
     EXPECT_EQ(call(cfgmgr_vpn_if_set_dhcp_rapid_commit, boolean(false)), CONFD_OK);
     EXPECT_EQ(edits(), names_t{ std::string("maapi_set_elem ") + RAPID + " false" });
+    agent().leaves[RAPID] = boolean(false);
+    EXPECT_EQ(call(cfgmgr_vpn_if_set_dhcp_rapid_commit, boolean(false)), CONFD_OK);
+    EXPECT_EQ(edits(), names_t{}) << "it is off already";
+    agent().leaves[RAPID] = boolean(true);
+    EXPECT_EQ(call(cfgmgr_vpn_if_set_dhcp_rapid_commit, boolean(false)), CONFD_OK);
+    EXPECT_EQ(edits(), names_t{ std::string("maapi_set_elem ") + RAPID + " false" });
     agent().leaves[CLIENT] = boolean(true);
     EXPECT_EQ(call(cfgmgr_vpn_if_set_dhcp_rapid_commit, boolean(true)), CONFD_OK);
     EXPECT_EQ(edits(), names_t{});
@@ -107,6 +113,31 @@ TEST_F(mirrors, logs_of_the_agent_are_off_while_they_are_disabled)
         EXPECT_EQ(call(cfgmgr_system_logs_netconf_set, boolean(is_disabled)), CONFD_OK);
         EXPECT_EQ(edits(), (names_t{ "maapi_set_elem /confdConfig/logs/netconfLog/enabled" + enabled,
                                      "maapi_set_elem /confdConfig/logs/netconfLog/file/enabled" + enabled }));
+    }
+}
+
+int remove_audit(confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *)
+{
+    return cfgmgr_system_logs_audit_remove(tctx, kp);
+}
+
+int remove_netconf(confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *)
+{
+    return cfgmgr_system_logs_netconf_remove(tctx, kp);
+}
+
+TEST_F(mirrors, logs_that_were_off_are_on_again_when_the_word_is_taken_back)
+{
+    const std::pair<decltype(cfgmgr_system_host_name_set) *, std::string> cases[] = {
+        { remove_audit, "/confdConfig/logs/auditLog" }, { remove_netconf, "/confdConfig/logs/netconfLog" }
+    };
+    for (const auto &[hook, log] : cases) {
+        EXPECT_EQ(call(hook, nothing()), CONFD_OK);
+        EXPECT_EQ(edits(), names_t{}) << log << " is on by itself";
+        agent().leaves[log + "/enabled"] = boolean(true);
+        agent().leaves[log + "/file/enabled"] = boolean(false);
+        EXPECT_EQ(call(hook, nothing()), CONFD_OK);
+        EXPECT_EQ(edits(), names_t{ "maapi_set_elem " + log + "/file/enabled true" });
     }
 }
 

@@ -33,7 +33,7 @@ done
 [ -d "$(dirname -- "$file")" ] || fail "$file: no such folder"
 
 umask 077
-new=$file.new
+new=$file.new.$$ # two copies may have the same second in their names
 trap 'rm -f -- "$new"' EXIT
 cli --user "$user" --command 'show configuration | display set' >"$new" 2>/dev/null </dev/null ||
     fail "$file: the configuration cannot be read or written"
