@@ -203,21 +203,34 @@ int cfgmgr_wlan_vap_interface_validate(const validate_t &v, std::string_view tag
     return NOT_IN_USE;
 }
 
-// The tag that the server has in the transaction; of a server that goes, the one that it has had.
-int get_tag(const validate_t &v, const char *server, bool is_deleted, validate_value_t *tag)
+constexpr char TAG[] = "/corvane-system:system/radius/server{%s}/tag";
+
+using get_tag_t = int(const validate_t &v, const char *server, validate_value_t *tag);
+
+int get_wanted_tag(const validate_t &v, const char *server, validate_value_t *tag)
 {
-    constexpr char TAG[] = "/corvane-system:system/radius/server{%s}/tag";
-    if (!is_deleted)
-        return maapi_get_elem(v.sock, v.th, &tag->v, TAG, server);
+    return maapi_get_elem(v.sock, v.th, &tag->v, TAG, server);
+}
+
+int get_present_tag(const validate_t &, const char *server, validate_value_t *tag)
+{
     cdb_session running(CDB_RUNNING);
     return running.is_open() ? cdb_get(running.fd(), &tag->v, TAG, server) : running.result();
 }
 
+int check_tag(const validate_t &v, const char *server, get_tag_t *get)
+{
+    validate_value_t tag;
+    if (get(v, server, &tag) != CONFD_OK)
+        return validate_has_failed() ? validate_refuse_agent(v, "Failed to get tag ") : 0;
+    return cfgmgr_wlan_vap_interface_validate(v, text_of(tag.v)) == CONFD_ERR ? CONFD_ERR : 0;
+}
+
 } // namespace
 
-// Any change of a server that is in use is refused, its end included: the access points are to be shut down first. Only
-// to people: what loads a whole configuration knows what it does.
-int cfgmgr_validate_radius(confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *newval)
+// Any change of a server that is in use is refused, the end of it or of its tag included: the access points are to be shut
+// down first. Only to people: what loads a whole configuration knows what it does.
+int cfgmgr_validate_radius(confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_value_t *)
 {
     confd_value_t key;
     tip_assert(tconfd_keypath_get_keys(kp, &key, 1, system_server) != nullptr);
@@ -227,8 +240,6 @@ int cfgmgr_validate_radius(confd_trans_ctx *tctx, confd_hkeypath_t *kp, confd_va
     validate_t v = validate_of(tctx);
     char server[IP_ADDR_TEXT];
     (void)ip_addr_to_str(address, server, sizeof server);
-    validate_value_t tag;
-    if (get_tag(v, server, cfgmgr_config_is_deleted(*newval), &tag) != CONFD_OK)
-        return validate_has_failed() ? validate_refuse_agent(v, "Failed to get tag ") : 0;
-    return cfgmgr_wlan_vap_interface_validate(v, text_of(tag.v)) == CONFD_ERR ? CONFD_ERR : 0;
+    int result = check_tag(v, server, get_wanted_tag);
+    return result != 0 ? result : check_tag(v, server, get_present_tag);
 }
