@@ -1,5 +1,5 @@
 // Validators of packet sizes. What is carried by another interface is smaller by its header: a VLAN tag takes 4 bytes, a
-// PPPoE session 8. Each rule looks from the interface that changes to those above and below it, whichever changes last.
+// PPPoE session 8. Tags are judged from both ends, whichever changes last; a session when the size of its port changes.
 
 #include "cfgmgr/network/cfgmgr_config_value.h"
 #include "cfgmgr/network/cfgmgr_if.h"
