@@ -47,6 +47,7 @@ tconfd_ctx *context_of(const confd_daemon_ctx *dx)
 int tconfd_init_validation(confd_trans_ctx *tctx)
 {
     tconfd_ctx *ctx = context_of(tctx->dx);
+    ctx->validations++;
     confd_trans_set_fd(tctx, ctx->work_fd);
     int result = maapi_attach(ctx->maapi_fd, 0, tctx);
     if (result == CONFD_OK)

@@ -118,6 +118,7 @@ struct tconfd_ctx {
     tconfd_sub_thread *sub_thread; // the registration thread of this connection; shared with it
     uint32_t live_threads;         // threads that still use the context
     uint32_t initial_reads;        // that run; another one would deliver everything a second time
+    uint32_t validations;          // begun: what a validator has found holds until the next one begins
 };
 
 // ---- module (tconfd_api.cc)

@@ -67,12 +67,9 @@ calls_t transport(const std::string &name)
 }
 
 const calls_t EDGE = {
-    "create /ovc/tip-adv-static-conn-version",
-    "create /ovc/advertise{enum 2}",
-    "create /ovc/advertise{enum 3}",
-    "set_elem2 /system/orbel/remote ztp.corvane.example",
-    "set_elem /system/orbel/port 12346",
-    "set_elem2 /security/ipsec/authentication-type ah-sha1-hmac sha1-hmac",
+    "create /ovc/tip-adv-static-conn-version", "create /ovc/advertise{enum 2}",
+    "create /ovc/advertise{enum 3}",           "set_elem2 /system/orbel/remote ztp.corvane.example",
+    "set_elem /system/orbel/port 12346",       "set_elem2 /security/ipsec/authentication-type ah-sha1-hmac sha1-hmac",
 };
 
 calls_t name_and_oid(const std::string &name, int chassis)
@@ -174,7 +171,8 @@ TEST_F(startup_transaction, what_the_device_needs_is_an_assertion)
            "maapi_set_elem2 /system/orbel/remote", "maapi_set_elem /system/orbel/port" }) {
         fake_agent_reset();
         agent().results[failing] = CONFD_ERR;
-        EXPECT_DEATH((void)cfgmgr_confd_startup_modify_transaction(&daemon), "") << failing;
+        SCOPED_TRACE(failing);
+        expect_assertion([&] { (void)cfgmgr_confd_startup_modify_transaction(&daemon); }, "failed assertion");
     }
 }
 

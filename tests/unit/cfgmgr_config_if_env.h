@@ -118,9 +118,9 @@ protected:
     }
     ~config_if_env() override
     {
+        cfgmgr_bridge_deinit(&daemon);
         cfgmgr_vpn_deinit(&daemon);
         cfgmgr_if_deinit(&daemon);
-        cfgmgr_bridge_deinit(&daemon);
         timer_mgr_delete(daemon.timer_mgr_p);
     }
 
