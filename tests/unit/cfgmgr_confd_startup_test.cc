@@ -1,6 +1,7 @@
 #include "cfgmgr/daemon/cfgmgr_confd.h"
 #include "cfgmgr/daemon/cfgmgr_confd_startup.h"
 #include "cfgmgr/daemon/cfgmgr_deployment.h"
+#include "tests/harness/death.h"
 #include "tests/unit/cfgmgr_env.h"
 
 namespace
