@@ -6,13 +6,13 @@
 // size does. Prints a row a size (or one for each size given as an argument, ascending) and ends with status 1 when the
 // time grows with the configuration beyond the limit or a step fails.
 
+#include "bench/bench_session.h"
+
 #include <algorithm>
-#include <arpa/inet.h>
 #include <chrono>
 #include <confd_maapi.h>
 #include <cstdio>
 #include <cstdlib>
-#include <netinet/in.h>
 #include <unistd.h>
 #include <vector>
 
@@ -25,49 +25,6 @@ constexpr int COMMITS = 1000;
 constexpr int WARM_UP = 100;
 constexpr int default_sizes[] = { 10, 1000, 10000 };
 constexpr double GROWTH_LIMIT = 1.3;
-
-int sock;
-
-[[noreturn]] void fail(const char *step)
-{
-    fprintf(stderr, "commit_latency: %s: %s\n", step, confd_lasterr());
-    exit(1);
-}
-
-void check(int result, const char *step)
-{
-    if (result != CONFD_OK)
-        fail(step);
-}
-
-void start_session()
-{
-    sockaddr_in agent{};
-    agent.sin_family = AF_INET;
-    agent.sin_port = htons(CONFD_PORT);
-    agent.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    confd_init("commit_latency", stderr, CONFD_SILENT);
-    sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    check(maapi_connect(sock, reinterpret_cast<sockaddr *>(&agent), sizeof agent), "connect to the agent");
-    confd_ip source{};
-    source.af = AF_INET;
-    source.ip.v4.s_addr = htonl(INADDR_LOOPBACK);
-    check(maapi_start_user_session(sock, "bench", "system", nullptr, 0, &source, CONFD_PROTO_TCP), "start a session");
-}
-
-int start_transaction()
-{
-    int th = maapi_start_trans(sock, CONFD_RUNNING, CONFD_READ_WRITE);
-    if (th < 0)
-        fail("start a transaction");
-    return th;
-}
-
-void apply(int th)
-{
-    check(maapi_apply_trans(sock, th, 0), "commit");
-    check(maapi_finish_trans(sock, th), "finish");
-}
 
 // Brings the list to `count` entries.
 double configure(int from, int count)

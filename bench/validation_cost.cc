@@ -9,14 +9,14 @@
 //
 //     validation_cost [VPNS [INTERFACES]]
 
+#include "bench/bench_session.h"
+
 #include <algorithm>
-#include <arpa/inet.h>
 #include <chrono>
 #include <confd_maapi.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <netinet/in.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -34,49 +34,6 @@ constexpr double LIMIT_MS = 100;
 constexpr const char *NO_COMMANDS = "for tool in ip ifconfig ethtool; do mount --bind /bin/true \"$(readlink -f "
                                     "\"$(command -v $tool)\")\" || exit; done";
 constexpr const char *STATUS_COMMAND = "agent_cmd status --json";
-
-int sock;
-
-[[noreturn]] void fail(const char *step)
-{
-    fprintf(stderr, "validation_cost: %s: %s\n", step, confd_lasterr());
-    exit(1);
-}
-
-void check(int result, const char *step)
-{
-    if (result != CONFD_OK)
-        fail(step);
-}
-
-void start_session()
-{
-    sockaddr_in agent{};
-    agent.sin_family = AF_INET;
-    agent.sin_port = htons(CONFD_PORT);
-    agent.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    confd_init("validation_cost", stderr, CONFD_SILENT);
-    sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    check(maapi_connect(sock, reinterpret_cast<sockaddr *>(&agent), sizeof agent), "connect to the agent");
-    confd_ip source{};
-    source.af = AF_INET;
-    source.ip.v4.s_addr = htonl(INADDR_LOOPBACK);
-    check(maapi_start_user_session(sock, "bench", "system", nullptr, 0, &source, CONFD_PROTO_TCP), "start a session");
-}
-
-int start_transaction()
-{
-    int th = maapi_start_trans(sock, CONFD_RUNNING, CONFD_READ_WRITE);
-    if (th < 0)
-        fail("start a transaction");
-    return th;
-}
-
-void apply(int th)
-{
-    check(maapi_apply_trans(sock, th, 0), "commit");
-    check(maapi_finish_trans(sock, th), "finish");
-}
 
 // ---- the configuration
 

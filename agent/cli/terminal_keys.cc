@@ -85,9 +85,9 @@ screen_t terminal_screen()
 
 bool terminal_ask_secret(void *, const std::string &prompt, std::string &secret)
 {
+    raw_keys_t keys; // before the prompt: who answers at once is not seen either
     printf("%s: ", prompt.c_str());
     fflush(stdout);
-    raw_keys_t keys;
     secret.clear();
     bool is_typed = false;
     for (int key; !is_typed && (key = keys.read_key()) >= 0 && key != KEY_INTERRUPT && key != KEY_END;) {

@@ -8,6 +8,7 @@
 #include <confd_events.h>
 #include <confd_lib.h>
 #include <confd_maapi.h>
+#include <cstdarg>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -78,6 +79,8 @@ inline uint32_t tag_of(const std::string &name)
 }
 
 std::string fake_value_text(const confd_value_t &value); // as a path holds it
+// A path as the library makes it of a format: %x takes a value, the rest is printf's.
+std::string fake_path_text(const char *format, va_list arguments, std::string (*value_text)(const confd_value_t &));
 confd_value_t u64(uint64_t value);
 confd_value_t u32(uint32_t value);
 confd_value_t buf(const char *text); // points to the text

@@ -31,31 +31,10 @@ std::string value_text(const confd_value_t &value)
     }
 }
 
-// A path as the library makes it of a format: %x takes a value, the rest is printf's.
-std::string path_of(const char *format, va_list arguments)
-{
-    std::string text;
-    for (const char *at = format; *at != '\0'; at++) {
-        if (*at != '%') {
-            text += *at;
-            continue;
-        }
-        bool is_long = at[1] == 'l';
-        at += is_long ? 2 : 1;
-        if (*at == 'x')
-            text += value_text(*va_arg(arguments, const confd_value_t *));
-        else if (*at == 's')
-            text += va_arg(arguments, const char *);
-        else
-            text += std::to_string(is_long ? va_arg(arguments, long) : va_arg(arguments, int));
-    }
-    return text;
-}
-
 #define PATH_OF(path, last)                                                                                            \
     va_list arguments_;                                                                                                \
     va_start(arguments_, last);                                                                                        \
-    std::string path = path_of(last, arguments_);                                                                      \
+    std::string path = fake_path_text(last, arguments_, value_text);                                                   \
     va_end(arguments_)
 
 int refuse(int error)

@@ -4,11 +4,7 @@
 #include <cstdarg>
 #include <cstdlib>
 
-namespace
-{
-
-// A path as the library makes it of a format: %x takes a value, the rest is printf's.
-std::string path_text(const char *format, va_list arguments)
+std::string fake_path_text(const char *format, va_list arguments, std::string (*value_text)(const confd_value_t &))
 {
     std::string text;
     for (const char *at = format; *at != '\0'; at++) {
@@ -19,16 +15,17 @@ std::string path_text(const char *format, va_list arguments)
         bool is_long = at[1] == 'l';
         at += is_long ? 2 : 1;
         if (*at == 'x')
-            text += fake_value_text(*va_arg(arguments, const confd_value_t *));
+            text += value_text(*va_arg(arguments, const confd_value_t *));
         else if (*at == 's')
             text += va_arg(arguments, const char *);
-        else if (is_long)
-            text += std::to_string(va_arg(arguments, long));
         else
-            text += std::to_string(va_arg(arguments, int));
+            text += std::to_string(is_long ? va_arg(arguments, long) : va_arg(arguments, int));
     }
     return text;
 }
+
+namespace
+{
 
 int give(const std::string &path, confd_value_t *v)
 {
@@ -84,13 +81,13 @@ int maapi_get_elem(int sock, int th, confd_value_t *v, const char *fmt, ...)
 }
 int maapi_vget_elem(int, int, confd_value_t *v, const char *fmt, va_list arguments)
 {
-    return give(path_text(fmt, arguments), v);
+    return give(fake_path_text(fmt, arguments, fake_value_text), v);
 }
 int maapi_exists(int, int, const char *fmt, ...)
 {
     va_list arguments;
     va_start(arguments, fmt);
-    std::string path = path_text(fmt, arguments);
+    std::string path = fake_path_text(fmt, arguments, fake_value_text);
     va_end(arguments);
     return agent().leaves.count(path) > 0 ? 1 : 0;
 }
@@ -114,7 +111,7 @@ int maapi_init_cursor(int, int th, struct maapi_cursor *mc, const char *fmt, ...
 {
     va_list arguments;
     va_start(arguments, fmt);
-    std::string path = path_text(fmt, arguments);
+    std::string path = fake_path_text(fmt, arguments, fake_value_text);
     va_end(arguments);
     *mc = {};
     if (agent().results.count("walk " + path) > 0) {
