@@ -6,6 +6,7 @@
 #include "tests/harness/temp_dir.h"
 #include "tests/unit/confd_fake_agent.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 
@@ -202,6 +203,14 @@ TEST(confd_io, a_malformed_payload_fails_the_call_and_not_the_connection)
     EXPECT_EQ(cdb_num_instances(client.fd, "/a"), 3);
 }
 
+// The first number from 100 on, which the threads of a played agent do not take.
+void move_up(client_fd &client)
+{
+    int moved = fcntl(client.fd, F_DUPFD_CLOEXEC, 100);
+    close(client.fd);
+    client.fd = moved;
+}
+
 TEST(confd_io, a_number_connected_anew_forgets_what_it_was)
 {
     auto script = [](fake_peer &peer) {
@@ -215,11 +224,13 @@ TEST(confd_io, a_number_connected_anew_forgets_what_it_was)
     int number = -1;
     {
         client_fd client;
+        move_up(client);
         number = client.fd;
         ASSERT_EQ(connect_data(client, agent), CONFD_OK);
         ASSERT_EQ(cdb_cd(client.fd, "/vpn/vpn-instance{5}"), CONFD_OK);
     }
     client_fd client;
+    move_up(client);
     ASSERT_EQ(client.fd, number);
     ASSERT_EQ(connect_data(client, agent), CONFD_OK);
     EXPECT_EQ(cdb_exists(client.fd, "leaf"), 1);
