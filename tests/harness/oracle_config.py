@@ -83,15 +83,26 @@ def tree_base():
     return tree
 
 
+def tagged_paths(tree):
+    return [("vpn", "vpn-instance", vpn, "interface", name) for vpn, name, _ in interfaces(tree) if kind_of(name) == "subif"] + \
+        [("bridge", "bridge-instance", key, "interface", port) for key, bridge, port, _ in members(tree) if "vlan" in bridge]
+
+
+def mtu_paths(tree):
+    return [("vpn", "vpn-instance", vpn, "interface", name, "mtu") for vpn, name, leaves in interfaces(tree) if "mtu" in leaves] + \
+        [("bridge", "bridge-instance", key, "interface", port, "mtu") for key, _, port, leaves in members(tree)
+         if "mtu" in leaves]
+
+
 def edits_to_base(tree):
-    """The changes, one behind the other, by which the device gets back to the least configuration: MTUs first."""
-    mtus = [("vpn", "vpn-instance", vpn, "interface", name, "mtu") for vpn, name, leaves in interfaces(tree) if "mtu" in leaves]
-    mtus += [("bridge", "bridge-instance", key, "interface", port, "mtu") for key, _, port, leaves in members(tree)
-             if "mtu" in leaves]
+    """The changes, one behind the other, by which the device gets back to the least configuration: what is tagged first,
+    which would be too big for a port without its MTU, then MTUs."""
     without = copy.deepcopy(tree)
-    for path in mtus:
-        tree_delete(without, path)
-    yield [Edit("delete", path) for path in mtus]
+    for paths in (tagged_paths, mtu_paths):
+        edits = [Edit("delete", path) for path in paths(without)]
+        for edit in edits:
+            tree_delete(without, edit.path)
+        yield edits
     yield list(edits_between(without, tree_base()))
 
 
@@ -182,15 +193,19 @@ def rule_places(_, new):
             yield f"{name} in VPN {vpn}"
 
 
-def rule_mtu(_, new):
+def rule_mtu(old, new):
+    had_mtu = {name for _, name, leaves in interfaces(old) if "mtu" in leaves}
     ports = dict(ports_of_vpn0(new))
     ports.update({port: leaves for _, bridge, port, leaves in members(new) if "vlan" not in bridge})
     tagged = [(name, leaves) for _, name, leaves in interfaces(new) if kind_of(name) == "subif"]
     # The kernel makes a tagged device smaller with its port, and not larger again: no port may become too small for one.
     tagged += [(f"{port}.{bridge['vlan']}", leaves) for _, bridge, port, leaves in members(new) if "vlan" in bridge]
     for name, leaves in tagged:
-        port = ports.get(name.split(".")[0], {})
-        if ("mtu" in leaves or "mtu" in port) and mtu_of(leaves) > mtu_of(port) - 4:
+        base = name.split(".")[0]
+        port = ports.get(base, {})
+        # One that is taken away is judged like one that is set: as the default.
+        is_judged = "mtu" in leaves or "mtu" in port or {name, base} & had_mtu
+        if is_judged and mtu_of(leaves) > mtu_of(port) - 4:
             yield f"{name} is too large for its port"
     for _vpn, name, leaves in interfaces(new):
         if "ipv6" in leaves and mtu_of(leaves) < 1280:

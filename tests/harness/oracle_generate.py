@@ -115,9 +115,7 @@ class Generator:
             there = path + ("ip", "secondary-address", value)
             has = tree_at(self.tree, there) is not None
             return [Edit("delete" if has else "set", there)]
-        # A sub-interface without a size of its own would be too big for its port.
-        may_go = leaf != "mtu" or kind_of(name) != "subif"
-        if may_go and tree_at(self.tree, there) is not None and self.random.random() < 0.3:
+        if tree_at(self.tree, there) is not None and self.random.random() < 0.3:
             return [Edit("delete", there)]
         return drop + [Edit("set", there, value)]
 
