@@ -5,42 +5,20 @@
 #include "cfgmgr/daemon/cfgmgr_cdb.h"
 #include "cfgmgr/daemon/cfgmgr_context.h"
 #include "cfgmgr/network/cfgmgr_config_value.h"
+#include "cfgmgr/routing/cfgmgr_quagga_fill.h"
 #include "common/tip_log.h"
 #include "yang/corvane-ovc.h"
-
-#include <charconv>
-#include <cstring>
 
 namespace
 {
 
 constexpr char LODEST_PEERS[] = "/ovc/lodest-peers";
-constexpr size_t AS_TEXT_SIZE = 16;
-constexpr uint32_t AS_HIGH = 65536;
-
-// "HIGH.LOW" or one number; 0 for another text, which the model refuses.
-uint32_t parse_as(const char *text)
-{
-    const char *end = text + strlen(text);
-    uint32_t first = 0;
-    auto parsed = std::from_chars(text, end, first);
-    if (parsed.ec != std::errc())
-        return 0;
-    uint32_t second = 0;
-    if (parsed.ptr == end || std::from_chars(parsed.ptr + 1, end, second).ec != std::errc())
-        return first;
-    return first * AS_HIGH + second;
-}
 
 uint32_t as_of(const confd_value_t &value)
 {
     if (cfgmgr_config_is_deleted(value))
         return 0;
-    if (value.type == C_UINT32)
-        return CONFD_GET_UINT32(&value);
-    char text[AS_TEXT_SIZE];
-    cfgmgr_config_text(value, text, sizeof text);
-    return parse_as(text);
+    return cfgmgr_quagga_as_key(&value);
 }
 
 } // namespace

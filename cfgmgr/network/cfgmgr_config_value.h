@@ -4,10 +4,15 @@
 #define CFGMGR_NETWORK_CFGMGR_CONFIG_VALUE_H
 
 #include "common/ip_util.h"
+#include "tconfd/tconfd_api.h"
 
 #include <confd_lib.h>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
+
+// A handler of changes, as functions are declared with it.
+using cfgmgr_config_handler_t = std::remove_pointer_t<tconfd_handler_t>;
 
 // A leaf, or a presence container, that was deleted.
 [[nodiscard]] bool cfgmgr_config_is_deleted(const confd_value_t &value);
