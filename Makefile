@@ -35,6 +35,7 @@ bench:
 	@for program in build/bench/bin/bench_*; do $$program $(BENCH_OPTIONS) || exit; done
 	@taskset -c 0 lab/device --build build/bench --kernel host -- $(CURDIR)/build/bench/bin/commit_latency
 	@taskset -c 0 lab/device --build build/bench --kernel host --timeout 0 -- $(CURDIR)/build/bench/bin/validation_cost
+	@taskset -c 0 lab/device --build build/bench --kernel host --timeout 0 -- $(CURDIR)/build/bench/bin/routing_messages
 	@taskset -c 0 build/bench/bin/agent_scale
 	@bench/network_commands --build build/bench
 
