@@ -17,6 +17,7 @@
 #include "cfgmgr/network/cfgmgr_oper_vpn_if.h"
 #include "cfgmgr/network/cfgmgr_validate.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_bgp.h"
 #include "common/daemon_names.h"
 #include "common/tip_log.h"
 #include "common/tip_text.h"
@@ -55,6 +56,7 @@ constexpr path_row_t paths[] = {
     { "vpn/vpn-instance/interface/ip/secondary-address", cfgmgr_config_if_sec_address, vpn__ns, 3, 3, 0, 0 },
     { "vpn/vpn-instance/interface/ip/static-route", cfgmgr_config_if_route, vpn__ns, 3, 3, 0, 0 },
     { "vpn/vpn-instance/interface/ip/static-route/next-hop", cfgmgr_config_if_route_addr, vpn__ns, 4, 3, 0, 0 },
+    { "vpn/vpn-instance/router/bgp", cfgmgr_config_vpn_bgp, vpn__ns, 2, 6, 0, 0 },
     { "vpn/vpn-instance/interface", cfgmgr_oper_vpn_if, vpn__ns, 2, 6, 0, TCONFD_SUB_OPER },
     { "ovc", cfgmgr_config_ovc_overlay_as, ovc__ns, 0, 6, 0, 0 },
 };

@@ -5,6 +5,7 @@
 #include "cfgmgr/daemon/cfgmgr_cdb.h"
 #include "cfgmgr/daemon/cfgmgr_context.h"
 #include "cfgmgr/network/cfgmgr_config_value.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_bgp.h"
 #include "cfgmgr/routing/cfgmgr_quagga_fill.h"
 #include "common/tip_log.h"
 #include "yang/corvane-ovc.h"
@@ -42,8 +43,10 @@ int32_t cfgmgr_config_ovc_overlay_as(tconfd_sub *row, int32_t, uint8_t, confd_va
 {
     auto *cfgmgrd_p = static_cast<cfgmgrd_t *>(row->ctx->reg.app_ctx);
     for (uint16_t i = 0; i < num_tv; i++) {
-        if (CONFD_GET_TAG_TAG(&tv[i]) == ovc_overlay_as)
-            cfgmgrd_p->overlay_as = as_of(*CONFD_GET_TAG_VALUE(&tv[i]));
+        if (CONFD_GET_TAG_TAG(&tv[i]) != ovc_overlay_as)
+            continue;
+        cfgmgrd_p->overlay_as = as_of(*CONFD_GET_TAG_VALUE(&tv[i]));
+        cfgmgr_config_vpn_bgp_overlay_as_update(cfgmgrd_p);
     }
     return 0;
 }

@@ -110,6 +110,12 @@ void fill_row(quagga_fill_t *fill, void *message, const quagga_leaf_t &row, cons
         row.form(fill, message, row, value);
 }
 
+void trace(const quagga_fill_t &fill, const confd_tag_value_t &changed)
+{
+    if (fill.name != nullptr && cfgmgr_events_level > 0)
+        tip_log("%s - XML = %u, type: %d", fill.name, changed.tag.tag, static_cast<int>(changed.v.type));
+}
+
 } // namespace
 
 // ---- what fields point to
@@ -263,6 +269,7 @@ size_t cfgmgr_quagga_fill(quagga_fill_t *fill, void *message, std::span<const qu
     size_t recognised = 0;
     open_containers_t open;
     for (const confd_tag_value_t &changed : std::span(tv, num_tv)) {
+        trace(*fill, changed);
         bool has_row = false;
         for (const quagga_leaf_t &row : rows) {
             if (!is_for(row, changed, open))

@@ -71,8 +71,9 @@ public:
     // Address, slash, length.
     [[nodiscard]] MIpPrefix *prefix(const ip_prefix_t &prefix);
 
-    uint32_t personality = 0; // of the device, which decides what interfaces it has
-    uint32_t fallback = 0;    // of QUAGGA_REMOVED_FALLBACK
+    uint32_t personality = 0;   // of the device, which decides what interfaces it has
+    uint32_t fallback = 0;      // of QUAGGA_REMOVED_FALLBACK
+    const char *name = nullptr; // of the object, for a trace of what has changed; null for none
 
 private:
     std::forward_list<std::string> texts_;
