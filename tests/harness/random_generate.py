@@ -15,15 +15,23 @@ WITHOUT_NEEDED = 0.04   # share of entries that are made without what they need
 WITH_COMPANIONS = 0.75  # share of settings that come with those that they make sense with
 MOST_CHANGES = 5
 
-# How often a step goes to a child, by its name; what is not here counts once.
+REFERRED_DELETION = 0.1  # share of deletions that take an entry which a setting refers to
+
+# How often a step goes to a child, by its name or by its parent's and its own; what is not here counts once.
 WEIGHTS = {
-    "vpn": 26, "bridge": 9, "system": 8, "policy": 3, "snmp": 2, "wlan": 2,
+    "vpn": 30, "bridge": 9, "system": 8, "policy": 8, "snmp": 2, "wlan": 2,
     "vpn-instance": 9, "bridge-instance": 9, "interface": 14, "service": 2, "skylane": 1, "dns": 2, "host": 1,
     "ip": 8, "ipv6": 4, "address": 9, "secondary-address": 4, "address-list": 1, "static-route": 1, "mtu": 8, "shutdown": 4,
     "mac-address": 2, "vrrp": 2, "nat": 2, "ppp": 1, "pppoe-client": 2, "tunnel-interface": 2, "wpnt-extension": 1, "arp": 2,
     "dot1x": 1, "native-vlan": 4, "vlan": 4, "system-ip": 6, "simulation": 3, "radius": 3, "tacacs": 3, "logging": 2, "ntp": 2,
     "archive": 2, "aaa": 2, "policer": 2, "access-list": 2, "static": 5, "overload": 3, "direction": 3, "trap": 3,
     "server": 5, "source-interface": 5, "user": 3, "auth-order": 3,
+    "vpn-instance ip": 4, "vpn-instance interface": 17, "router": 11, "bgp": 4, "ospf": 6, "neighbor": 7, "address-family": 4,
+    "remote-as": 4, "update-source": 2, "timers": 2, "best-path": 3, "distance": 2, "maximum-prefixes": 3, "redistribute": 2,
+    "bgp shutdown": 1, "neighbor shutdown": 1,
+    "area": 9, "default-information": 3, "max-metric": 1, "area interface": 7, "nssa": 2, "range": 2, "authentication": 4,
+    "lists": 4, "prefix-list": 4, "as-path-list": 3, "community-list": 2, "ext-community-list": 2, "policy route-policy": 7,
+    "match": 3, "action": 3, "set": 8,
 }
 WEIGHTS_OF_KIND = {
     "gre": {"tunnel-source": 10, "tunnel-source-interface": 14, "tunnel-destination": 24},
@@ -36,6 +44,9 @@ WEIGHTS_OF_KIND = {
 COMPANIONS = {
     "tunnel-destination": ("tunnel-source", "tunnel-source-interface"),
     "static": ("direction",),
+    "always": ("originate",),
+    "originate-policy": ("originate",),
+    "metric-type": ("originate",),
 }
 
 
@@ -81,6 +92,11 @@ class State:
         return [words[-1].split("/")[0] for words, _ in self.paths
                 if words[:3] == ("vpn", "vpn-instance", vpn) and words[5:7] == ("ip", "address")]
 
+    def referred(self):
+        """Paths of the entries that settings refer to."""
+        return [(*steps[-1][0].type.target[:-1], words[-1]) for words, steps in self.paths
+                if steps[-1][0].type is not None and steps[-1][0].type.target]
+
 
 class Generator:
     """Makes the lines of commits; the same random source and the same states, the same lines."""
@@ -112,6 +128,9 @@ class Generator:
 
     def deletion(self, made):
         """Takes a leaf, an entry or all of a container; seldom something that stands high above."""
+        referred = self.state.referred() if self.random.random() < REFERRED_DELETION else []
+        if referred:
+            return " ".join(["delete", *map(quoted, self.random.choice(referred))])
         words, steps = self.random.choice(self.state.paths)
         depth = max(self.random.randint(1, len(steps)), self.random.randint(1, len(steps)))
         path = [word for _, step in steps[:depth] for word in step]
@@ -131,7 +150,8 @@ class Generator:
         if not children:
             return [self.line(words)]
         of_kind = self.kind_weights(words)
-        weights = [of_kind.get(child.name, WEIGHTS.get(child.name, 1)) for child in children]
+        weights = [of_kind.get(child.name, WEIGHTS.get(f"{node.name} {child.name}", WEIGHTS.get(child.name, 1)))
+                   for child in children]
         child = self.random.choices(children, weights)[0]
         lines = self.to(child, words)
         for other in COMPANIONS.get(child.name, ()):

@@ -26,6 +26,7 @@ class Type:
     length: tuple = None                        # (least, most) of a text
     words: tuple = ()                           # names of an enumeration or of bits
     members: tuple = ()                         # types of a union
+    target: tuple = ()                          # names on the way to the leaf whose values a reference takes
 
 
 @dataclass
@@ -98,12 +99,15 @@ class Reader:
         for module in self.modules.values():
             self.children_add(root, module, module.root, None)
         for module in self.modules.values():
-            for augment in module.root.findall(YIN + "augment"):
-                self.augment_add(root, module, augment)
+            self.augments_add(root, module, module.root)
         return root
 
-    def augment_add(self, root, module, element):
-        node = root
+    def augments_add(self, node, module, element):
+        """The augments that stand in a module or in a uses; the node is what their targets start from."""
+        for augment in element.findall(YIN + "augment"):
+            self.augment_add(node, module, augment)
+
+    def augment_add(self, node, module, element):
         for step in element.get("target-node").strip("/").split("/"):
             found = [child for child in node.children.values() if child.name == step.split(":")[-1]]
             if not found:
@@ -125,6 +129,7 @@ class Reader:
                 if grouping is None:
                     raise Unknown(f"{module.name} uses {item.get('name')}, which is not there")
                 self.children_add(parent, owner, grouping, choice)
+                self.augments_add(parent, module, item)
             elif tag == "choice":
                 self.children_add(parent, module, item, item.get("name"))
             elif tag == "case":
@@ -170,6 +175,8 @@ class Reader:
         words = tuple(word.get("name") for tag in ("enum", "bit") for word in element.findall(YIN + tag))
         inner.words = words or inner.words
         inner.members = tuple(self.type_of(module, member) for member in element.findall(YIN + "type")) or inner.members
+        steps = (value_of(element, "path") or "").strip("/").split("/")
+        inner.target = tuple(step.split(":")[-1] for step in steps if step) or inner.target
         return inner
 
 

@@ -43,6 +43,10 @@ class SchemaTest(unittest.TestCase):
         self.assertIn("tunnel-source", vpn.children["interface"].children)                  # of a choice in a grouping
         self.assertNotIn("label", vpn.children)                                             # operational data
         self.assertEqual(["role"], [node.name for node in vpn.children["dns"].required()])
+        policy = ROOT.children["policy"].children                                           # what a use adds to a grouping
+        match = policy["route-policy"].children["sequence"].children["match"].children
+        self.assertIn("prefix-list", policy["lists"].children)
+        self.assertEqual(("policy", "lists", "prefix-list", "name"), match["address"].type.target)
 
     def test_every_typedef_ends_at_a_known_type(self):
         for node in random_schema.nodes_below(ROOT):
@@ -60,6 +64,17 @@ class GenerateTest(unittest.TestCase):
         for line in (line for commit in commits("c", 200) for line in commit):
             _words, steps = random_generate.State(ROOT, ()).parsed(line)
             self.assertTrue(steps, line)
+
+    def test_references_are_mostly_to_what_is_there(self):
+        lists = [f"set policy lists prefix-list {name} ip-prefix 10.0.0.0/8" for name in ("n1", "n2")]
+        maker = generator("e")
+        maker.state = random_generate.State(ROOT, [*lists, "set policy route-policy p sequence 1 match address n2"])
+        maker.values = random_values.Values(maker.random, maker.world, maker.state)
+        leaf = maker.state.paths[-1][1][-1][0]
+        drawn = Counter(maker.values.value(leaf, ()) for _ in range(200))
+        self.assertGreater(min(drawn["n1"], drawn["n2"]), 50)
+        self.assertLess(drawn["n1"] + drawn["n2"], 200)
+        self.assertEqual([("policy", "lists", "prefix-list", "n2")], maker.state.referred())
 
     def test_most_of_the_models_is_reached(self):
         wanted = {node.path() for node in random_schema.nodes_below(ROOT) if node.name not in node.parent.keys}

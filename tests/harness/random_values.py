@@ -9,6 +9,8 @@ from dataclasses import dataclass
 
 BEYOND = 0.09        # share of values from beyond the edge
 REFERENCE = 0.75     # share of names of interfaces that are taken from those that exist
+POLICY_REFERENCE = 0.93  # share of references to entries of other lists that are good, if there are such entries
+OWN_NEIGHBOR = 0.12  # share of neighbours that have the address of an interface
 
 TAGS = ("1", "100", "200", "300", "4094")
 NUMBERED = {
@@ -37,6 +39,13 @@ class World:
     more: tuple     # groups of lines of which some come
 
 
+POLICIES = (
+    ("set policy lists prefix-list alpha ip-prefix 10.0.0.0/8 le 24", "set policy lists as-path-list alpha as-path ^65000_",
+     "set policy lists community-list b-2 community 65000:1", "set policy lists ext-community-list x community \"soo 65000:1\""),
+    ("set policy route-policy alpha sequence 10 action base-action accept",
+     "set policy route-policy alpha sequence 10 action set as-path-prepend \"65000 65000.1\""),
+    ("set policy route-policy b-2 default-action accept",),
+)
 EDGE = World(
     ports=("ge0/0", "ge0/1", "ge0/2", "ge0/3"),
     vpns=("0", "0", "0", "0", "1", "5", "7", "512"),
@@ -63,6 +72,14 @@ EDGE = World(
          "set vpn vpn-instance 0 interface ge0/1 pppoe-client ppp-interface ppp1"),
         ("set policy policer p1 rate 1000000", "set policy policer p1 burst 15000", "set policy access-list a1 sequence 1 action policer p1"),
         ("set system system-ip 10.255.0.1",),
+        *POLICIES,
+        ("set vpn vpn-instance 5 router bgp 65000.1 neighbor 10.2.0.9 remote-as 65001",
+         "set vpn vpn-instance 5 router bgp 65000.1 address-family ipv4-unicast aggregate-address 10.0.0.0/8"),
+        ("set vpn vpn-instance 0 router bgp 65000 neighbor 2001:db8:8::1 remote-as 65000",),
+        ("set vpn vpn-instance 7 interface loopback2 shutdown false",
+         "set vpn vpn-instance 7 router ospf area 0 interface loopback2"),
+        ("set vpn vpn-instance 0 router ospf area 1 interface ge0/0 authentication type simple",
+         "set vpn vpn-instance 0 router ospf area 2 nssa"),
     ),
 )
 NODE = World(
@@ -77,6 +94,9 @@ NODE = World(
         ("set vpn vpn-instance 0 interface eth2.100 mtu 1400",),
         ("set vpn vpn-instance 0 interface eth2 ip address-list 10.8.0.1/24",),
         ("set system system-ip 10.255.0.1",),
+        *POLICIES,
+        ("set vpn vpn-instance 0 router bgp 65000 neighbor 10.1.2.9 remote-as 65001",),
+        ("set vpn vpn-instance 0 router ospf area 0 interface eth0",),
     ),
 )
 WORLDS = {"krest": EDGE, "tarn": EDGE}  # all others are like NODE
@@ -97,11 +117,18 @@ POOL_PREFIXES = Row(("10.20.0.0/24", "10.20.1.0/26", "10.20.2.0/30", "10.20.3.0/
                     ("10.20.0.0/23", "10.20.0.1/24", "10.20.0.0/16", "10.1.1.0/24", "2001:db8::/64"))
 ADDRESSES = Row(("10.1.1.1", "10.1.1.2", "10.1.2.1", "10.20.0.5", "10.20.1.7", "10.30.0.1", "10.3.0.1", "192.0.2.1", "192.0.2.2"),
                 ("10.20.0.0", "10.20.0.255", "0.0.0.0", "224.0.0.5", "255.255.255.255", "127.0.0.1", "10.1.1", "2001:db8::1"))
+NEIGHBORS = Row(("10.2.0.9", "10.1.1.9", "192.0.2.1", "192.0.2.2", "10.5.1.2", "2001:db8:8::1", "2001:db8:9::2"),
+                ("0.0.0.0", "224.0.0.5", "255.255.255.255", "10.1.1", "::", "fe80::1", "ff02::1", "fe80::1%eth0"))
 ADDRESSES6 = Row(("2001:db8:9::53", "2001:db8:8::1"), ("::", "ff02::1", "fe80::1", "::1"))
 
 # Any kind of text, of which the last ones may be too long or of the wrong letters.
 WORDS = Row(("alpha", "b-2", "c.3", "x", "A_1"), ("w" * 32, "w" * 33, "w" * 300, "-x", "a;b", "a b", ""))
 TEXTS = Row(("text 1", "a longer text, with 2 blanks", "x"), ("t" * 32, "t" * 33, "t" * 129, " x", "a $b"))
+
+# Systems as they are put before a path; the last ones are none.
+AS_PATHS = Row(("65000", "65000 65000.1", "100 200.300", "1 2 3", "4294967295 " * 10 + "1"),
+               ("0", "70000.1", "1.70000", "0.0", "65000 x", "1+1", "65000 1-1", "100  200", "4294967296", "1.2.3", "1.", "x",
+                "65535.65535 " * 9 + "65535.1", "1 " * 63 + "1", "1 " * 64 + "1", " 1", "1,2"))
 
 OF_LEAF = {
     "mtu": Row(("576", "1280", "1400", "1492", "1496", "1500", "1600", "1996", "2000"),
@@ -128,6 +155,14 @@ OF_LEAF = {
     "overlay-as": Row(("1", "65000", "1.5"), ("0", "4294967295", "65536.1", "4294967296")),
     "source-ip": Row(("10.30.0.1", "10.30.0.2"), ("10.30.0.0", "10.30.0.255", "0.0.0.0")),
     "translate-ip": Row(("10.20.0.5", "10.20.0.254", "10.20.1.7"), ("10.20.0.0", "10.20.0.255", "10.40.0.1", "224.0.0.1")),
+    "a-num": Row(("0", "0", "1", "2", "51", "4294967295"), ("4294967296", "-1")),
+    "ge": Row(("8", "16", "24", "32"), ("0", "33")),
+    "le": Row(("16", "24", "28", "32"), ("0", "33")),
+    "eq": Row(("16", "24", "32"), ("0", "33")),
+    "as-path": Row(("^65000_", "_65001$", "_(1|2)_", "^$", ".*", "^[0-9]+ 100$", "65000", "^1{2,3}[-0-9]?$"),
+                   ("(", "[1", ")", "1{2", "*", "1{3,2}", "[9-0]", "a+", "1x", "1" * 127, "1" * 128, "(" * 127, "")),
+    "as-path-prepend": AS_PATHS,
+    "as-path-exclude": AS_PATHS,
     "sysObjectID": Row(("1.3.6.1.4.1.1",), ()),
 }
 OF_TYPEDEF = {
@@ -145,6 +180,12 @@ OF_TYPEDEF = {
     "number-range": Row(("100", "100-200"), ("1-", "4294967296")),
     "port-ranges": Row(("80", "80 443 8000-8080"), ("99999", "80,443")),
     "port-number": Row(("1", "162", "1812", "65535"), ("0", "65536")),
+    "as-number": Row(("1", "65000", "65001", "65000.1", "1.10", "4294967295"),
+                     ("0", "0.0", "65536.1", "1.65536", "4294967296", "01.1", "1.")),
+    "community": Row(("65000:1", "65000:2", "0:0", "65535:65535", "no-export", "internet", "local-as", "no-advertise"),
+                     ("65536:1", "1:65536", "1:2:3", "x", "1", "")),
+    "ext-community": Row(("rt 65000:1", "soo 65000:1", "soo 10.1.1.1:1", "rt 65000.1:4294967295"),
+                         ("rt 1", "soo", "rt 1:99999999999", "rt 300.1.1.1:1", "rt  1:1", "RT 1:1", "")),
     "secret": Row(("secret1", "k_2"), ("s" * 128, "s" * 129, "s" * 512, "s" * 513)),
     "banner-text": Row(("welcome", "line 1\\nline 2", "100 %% sure"), ("b" * 2048, "b" * 2049, "50 % off", "q\"q")),
     "safe-word": WORDS,
@@ -177,6 +218,8 @@ class Values:
 
     def value(self, node, words):
         """The text of a leaf, of a leaf-list's value or of a key; the words are the path that leads to it."""
+        if node.type.target:
+            return self.reference(node)
         special = SPECIAL.get(node.name)
         chosen = special(self, node, words) if special else None
         if chosen is not None:
@@ -213,9 +256,17 @@ class Values:
 
     # leaves whose value depends on where they stand
 
+    def reference(self, node):
+        """A key of the list that the leaf refers to."""
+        there = self.state.keys_of(node.type.target[:-1])
+        if there and self.random.random() < POLICY_REFERENCE:
+            return self.random.choice(there)[0]
+        return self.draw(WORDS)
+
     def interface(self, words):
         """A name that some setting refers to."""
-        vpn = self.random.choice((words[2] if words[:1] == ("vpn",) else "0", "0"))
+        own = words[2] if words[:1] == ("vpn",) else "0"
+        vpn = own if "router" in words else self.random.choice((own, "0"))
         there = self.state.interface_names(vpn)
         if there and self.random.random() < REFERENCE:
             return self.random.choice(there)
@@ -266,6 +317,16 @@ class Values:
     def vrrp_address(self, _node, words):
         return self.source_address(None, words) if words[-1] == "ipv4" else None
 
+    def neighbor_address(self, words):
+        """Now and then that of an interface of the VPN, which cannot be a neighbour's."""
+        there = self.state.addresses(words[2])
+        return self.random.choice(there) if there and self.random.random() < OWN_NEIGHBOR else self.draw(NEIGHBORS)
+
+    def as_number_key(self, _node, words):
+        """That of the instance that is there, since a VPN has one only."""
+        there = self.state.keys_of(words)
+        return there[0][0] if there and self.random.random() >= BEYOND else None
+
     def login_password(self, _node, words):
         return self.draw(LOGIN_PASSWORDS) if words[:2] == ("system", "aaa") else None
 
@@ -276,7 +337,9 @@ class Values:
 
 
 def address_special(values, node, words):
-    """Interface addresses, and shared addresses of a VRRP group."""
+    """Interface addresses, shared addresses of a VRRP group, and neighbours."""
+    if words[-1] == "neighbor":
+        return values.neighbor_address(words)
     if "vrrp" in words:
         return values.vrrp_address(node, words)
     return values.prefix(node, words) if "ip" in words and "interface" in words else None
@@ -288,6 +351,7 @@ SPECIAL = {
     "if-name": Values.interface_key,
     "mtu": Values.mtu,
     "address": address_special,
+    "as-num": Values.as_number_key,
     "tunnel-source": Values.source_address,
     "system-ip": Values.system_ip,
     "password": Values.login_password,
