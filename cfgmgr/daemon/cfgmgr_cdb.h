@@ -9,6 +9,14 @@
 
 #include <confd_cdb.h>
 
+// How far the opening of a session has come.
+enum class cdb_step_t {
+    SOCKET,
+    CONNECT,
+    SESSION,
+    OPEN
+};
+
 class cdb_session
 {
 public:
@@ -17,13 +25,17 @@ public:
     cdb_session(const cdb_session &) = delete;
     cdb_session &operator=(const cdb_session &) = delete;
 
-    [[nodiscard]] bool is_open() const { return result_ == CONFD_OK; }
-    [[nodiscard]] int result() const { return result_; } // the agent's, of the step that failed
+    [[nodiscard]] bool is_open() const { return step_ == cdb_step_t::OPEN; }
+    [[nodiscard]] cdb_step_t step() const { return step_; } // OPEN, or what failed: SOCKET with errno, else the agent's
+    [[nodiscard]] int result() const { return result_; }    // the agent's, of the step that failed
     [[nodiscard]] int fd() const { return sock_.get(); }
 
 private:
+    cdb_step_t open(cdb_db_type db);
+
     unique_fd sock_;
-    int result_;
+    int result_ = CONFD_ERR;
+    cdb_step_t step_;
 };
 
 #endif

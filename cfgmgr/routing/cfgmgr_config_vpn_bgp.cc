@@ -76,7 +76,8 @@ int32_t cfgmgr_config_vpn_bgp(tconfd_sub *row, int32_t op, uint8_t num_keys, con
     if (!change.is_deleted())
         fill_identity(change, &message);
     (void)change.send(&message, DAEMON_ID_BGPD, BGP_INSTANCE); // gives 0
-    if (change.is_deleted())
+    // An instance of another number may have taken its place in the same commit.
+    if (change.is_deleted() && change.vpn()->bgp_as == message.as_num)
         change.vpn()->bgp_as = 0;
     return 0;
 }

@@ -9,6 +9,8 @@
 #include "cfgmgr/daemon/cfgmgr_context.h"
 #include "cfgmgr/network/cfgmgr_config_value.h"
 
+struct cfgmgr_vpn_t;
+
 // ---- handlers; all give 0. A message that cannot be delivered is lost, one that is refused ends the process.
 
 cfgmgr_config_handler_t cfgmgr_config_vpn_bgp;                                  // "vpn/vpn-instance/router/bgp"
@@ -20,6 +22,12 @@ cfgmgr_config_handler_t cfgmgr_config_vpn_bgp_neighbor;                         
 cfgmgr_config_handler_t cfgmgr_config_vpn_bgp_neighbor_address_family;          // "neighbor/address-family"
 // "neighbor/address-family/route-policy"
 cfgmgr_config_handler_t cfgmgr_config_vpn_bgp_neighbor_address_family_route_policy;
+
+// Tells the VPN's bgpd that the aggregates of an address family are gone, as they stood before the commit: entries of a
+// list that goes with its parent make no change of their own. 1, logged, when they cannot be read at all; one that
+// cannot be read ends it.
+int cfgmgr_config_vpn_bgp_delete_all_aggregate_address(cfgmgr_vpn_t *vpn_p, const confd_value_t *as_key_p,
+                                                       uint32_t afi);
 
 // ---- what changes for the device; nothing for a VPN without BGP, an unknown one is fatal
 

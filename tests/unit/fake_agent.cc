@@ -609,6 +609,15 @@ int cdb_get_uint32(int sock, uint32_t *out, const char *fmt, ...)
         *out = v.val.u32;
     return result;
 }
+int cdb_get_ipv4prefix(int sock, struct confd_ipv4_prefix *out, const char *fmt, ...)
+{
+    TEXT_OF(path, fmt);
+    confd_value_t v;
+    int result = cdb_get(sock, &v, "%s", path.c_str());
+    if (result == CONFD_OK)
+        *out = v.val.ipv4prefix;
+    return result;
+}
 int cdb_set_elem(int, const confd_value_t *v, const char *fmt, ...)
 {
     TEXT_OF(path, fmt);
