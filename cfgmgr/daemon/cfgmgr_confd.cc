@@ -17,12 +17,14 @@
 #include "cfgmgr/network/cfgmgr_oper_vpn_if.h"
 #include "cfgmgr/network/cfgmgr_validate.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
+#include "cfgmgr/routing/cfgmgr_config_policy.h"
 #include "cfgmgr/routing/cfgmgr_config_vpn_bgp.h"
 #include "common/daemon_names.h"
 #include "common/tip_log.h"
 #include "common/tip_text.h"
 #include "yang/corvane-bridge.h"
 #include "yang/corvane-ovc.h"
+#include "yang/corvane-policy.h"
 #include "yang/corvane-system.h"
 #include "yang/corvane-vpn.h"
 
@@ -69,6 +71,14 @@ constexpr path_row_t paths[] = {
       6, 0, 0 },
     { "vpn/vpn-instance/router/bgp/neighbor/address-family/route-policy",
       cfgmgr_config_vpn_bgp_neighbor_address_family_route_policy, vpn__ns, 5, 6, 0, 0 },
+    { "policy/lists/prefix-list", cfgmgr_config_prefix_list, policy__ns, 1, 6, 0, 0 },
+    { "policy/lists/prefix-list/ip-prefix", cfgmgr_config_prefix_list_prefix, policy__ns, 2, 6, 0, 0 },
+    { "policy/lists/as-path-list", cfgmgr_config_as_path_list, policy__ns, 1, 6, 0, 0 },
+    { "policy/lists/as-path-list/as-path", cfgmgr_config_as_path_list_exp, policy__ns, 2, 6, 0, 0 },
+    { "policy/lists/community-list", cfgmgr_config_community_list, policy__ns, 1, 6, 0, 0 },
+    { "policy/lists/community-list/community", cfgmgr_config_community_list_attr, policy__ns, 2, 6, 0, 0 },
+    { "policy/lists/ext-community-list", cfgmgr_config_ext_community_list, policy__ns, 1, 6, 0, 0 },
+    { "policy/lists/ext-community-list/community", cfgmgr_config_ext_community_list_attr, policy__ns, 2, 6, 0, 0 },
     { "vpn/vpn-instance/interface", cfgmgr_oper_vpn_if, vpn__ns, 2, 6, 0, TCONFD_SUB_OPER },
     { "ovc", cfgmgr_config_ovc_overlay_as, ovc__ns, 0, 6, 0, 0 },
 };

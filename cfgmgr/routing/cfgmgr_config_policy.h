@@ -1,13 +1,15 @@
 // Route policies and the lists that they name. They belong to the device, the routing daemons to VPNs: each change becomes
 // one message that goes to the daemons of every VPN.
 //
-// cfgmgr_config_policy.cc holds the lists, cfgmgr_config_route_map.cc the policies, cfgmgr_policy_replay.cc how a VPN that
-// comes later gets what is there. No copy of them is kept.
+// cfgmgr_config_policy.cc holds the lists, cfgmgr_config_route_map.cc the policies, cfgmgr_policy_replay.cc whom a change
+// is sent to and how a VPN that comes later gets what is there. No copy of them is kept.
 #ifndef CFGMGR_ROUTING_CFGMGR_CONFIG_POLICY_H
 #define CFGMGR_ROUTING_CFGMGR_CONFIG_POLICY_H
 
 #include "cfgmgr/network/cfgmgr_config_value.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
+
+struct ProtobufCMessage;
 
 // ---- handlers; all give 0. Those of lists act on deletions only: without a member there is nothing to tell.
 
@@ -22,11 +24,19 @@ cfgmgr_config_handler_t cfgmgr_config_community_list_attr;     // "policy/lists/
 cfgmgr_config_handler_t cfgmgr_config_ext_community_list;      // "policy/lists/ext-community-list"
 cfgmgr_config_handler_t cfgmgr_config_ext_community_list_attr; // "policy/lists/ext-community-list/community"
 
-// Sees to it that a VPN just made gets the policies that are there: at once, by the initial read, or by a replay, after
-// which cfgmgr_policies_replayed marks it.
-void cfgmgr_policy_start(tconfd_ctx *ctx, cfgmgr_vpn_t *vpn_p);
-// At the end of a replay: all VPNs have all policies.
+// ---- whom changes are sent to
+
+// Sends a message of a row that is being served to the daemons that its kind goes to, in every VPN that is to have it.
+// A message of another kind is fatal. Gives 0, as handlers do.
+int32_t cfgmgr_policy_send(const tconfd_sub *row, const ProtobufCMessage &message);
+
+// Sees to it that a VPN that the row has just made gets the policies that are there: at once, by the initial read, or by
+// a replay, at whose end cfgmgr_policies_replayed marks it. Blocks until the agent has told whether there are any.
+void cfgmgr_policy_start(const tconfd_sub *row, cfgmgr_vpn_t *vpn_p);
+// At the end of each triggered delivery: the VPNs have all policies.
 void cfgmgr_policies_replayed(cfgmgrd_t *cfgmgrd_p);
+// Reads the policies again for VPNs that still wait for them: a replay can fail with the agent. Runs while any waits.
+void cfgmgr_policy_timer_cb(timer_util_t *timer, void *arg1, void *arg2, void *arg3, void *arg4);
 
 // ---- the model's enumerations in the daemons' numbers; one that is unknown is logged and gives 0
 
