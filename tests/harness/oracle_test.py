@@ -2,6 +2,7 @@
 """Tests of the restart oracle's own parts: its configurations keep to the rules, a failure gets shorter and stays one, and
 what differs on purpose is taken out without its neighbours."""
 
+import json
 import random
 import unittest
 
@@ -9,6 +10,7 @@ import oracle_config
 import oracle_generate
 import oracle_state
 import restart_oracle
+import routing_objects
 from oracle_config import Commit, Edit
 
 
@@ -159,6 +161,90 @@ class StateTest(unittest.TestCase):
         document = {"vpn:vpn": {"vpn-instance": [{"vpn-id": "5", "label": 1, "service": [{"service-type": "FW", "label": 2}]}]}}
         self.assertEqual({"oper vpn vpn-instance 5 label": "1", "oper vpn vpn-instance 5 service FW label": "2"},
                          dict(oracle_state.leaf_rows(document, ["oper"])))
+
+
+def told(kind, number=0, **fields):
+    return json.dumps({"type": kind, "number": number, "message": fields}) + "\n"
+
+
+BGP = {"as_num": 65000}
+NEIGHBOR = BGP | {"neighbor": {"is_ipv4": True, "address": "10.0.0.2"}}
+AREA = {"area": 1}
+PORT_OF_AREA = AREA | {"interface": "ge0_1"}
+CLAUSE = {"name": "in", "sequence": 10}
+START = told("start")
+
+
+class FoldTest(unittest.TestCase):
+    """Lines of a log, and the objects that the daemon holds then."""
+
+    def folds(self, rows):
+        for name, lines, objects in rows:
+            with self.subTest(name):
+                self.assertEqual(objects, routing_objects.fold(lines))
+
+    def test_fields(self):
+        bgp, area, port = ("bgp", "65000"), ("ospf", "area", "1"), ("ospf", "area", "1", "interface", "ge0_1")
+        neighbor, clause, top = bgp + ("neighbor", "10.0.0.2"), ("route-map", "in", "10"), ("route-map", "in")
+        self.folds((
+            ("told anew", [told("m_bgp_instance", **BGP, holdtime=9), told("m_bgp_instance", **BGP, holdtime=12)],
+             {bgp: {"holdtime": 12}}),
+            ("0 and false", [told("m_bgp_instance", **BGP, holdtime=9, shutdown=True),
+                             told("m_bgp_instance", **BGP, holdtime=0, shutdown=False)], {bgp: {}}),
+            ("taken back", [told("m_bgp_neighbor", **NEIGHBOR, password="a", holdtime=9),
+                            told("m_bgp_neighbor", **NEIGHBOR, password_is_deleted=True)], {neighbor: {"holdtime": 9}}),
+            ("0 as a value", [told("m_route_map", **CLAUSE, action_type=0, metric=0)],
+             {top: {}, clause: {"action_type": 0, "metric": 0}}),
+            ("one flag for two", [told("m_route_map", **CLAUSE, action_type=0, set_aggr_as_num=1, set_weight=2),
+                                  told("m_route_map", **CLAUSE, set_aggregator_is_deleted=True)],
+             {top: {}, clause: {"action_type": 0, "set_weight": 2}}),
+            ("a stub that is none", [told("m_ospf_area", **AREA, stub=True, stub_no_summary=True),
+                                     told("m_ospf_area", **AREA, stub=False, nssa=True, translate_role=1)],
+             {area: {"nssa": True, "translate_role": 1}}),
+            ("the down bit alone", [told("m_ospf_instance", ignore_down_bit=True), told("m_ospf_instance", router_id=None),
+                                    told("m_ospf_instance", entry_is_deleted=True)],
+             {("ospf-down-bit",): {"ignore_down_bit": True}}),
+            ("a map without clauses", [told("m_route_map", name="in", sequence=0)], {top: {}}),
+            ("a router id taken back", [told("m_system_routerid", router_id={"is_ipv4": True, "prefix": "10.0.0.1/32"}),
+                                        told("m_system_routerid", router_id_is_deleted=True)], {}),
+            ("questions", [told("m_ospf_instance", 1, validate_only=True), told("m_bgp_as_path_list", 15, name="", regex="1")],
+             {}),
+            ("an earlier start", [told("m_ospf_area_interface", **PORT_OF_AREA), START,
+                                  told("m_ospf_area_interface", **PORT_OF_AREA, cost=3)], {port: {"cost": 3}}),
+            ("a line being written", [told("m_bgp_instance", **BGP), told("m_bgp_neighbor", **NEIGHBOR)[:-9]], {bgp: {}}),
+        ))
+
+    def test_what_goes_takes_along_what_lies_below_it_and_nothing_else(self):
+        prefix = {"is_ipv4": True, "prefix": "10.1.0.0/16"}
+        lines = [
+            told("m_bgp_instance", **BGP), told("m_bgp_address_family", **BGP, address_family=0),
+            told("m_bgp_address_family_network", **BGP, address_family=0, ipv4_prefix=prefix),
+            told("m_bgp_neighbor", **NEIGHBOR), told("m_bgp_neighbor_address_family", **NEIGHBOR, address_family=0),
+            told("m_bgp_neighbor_address_family_route_map", **NEIGHBOR, address_family=0, direction=1, route_policy="in"),
+            told("m_ospf_area", **AREA), told("m_ospf_area", area=11), told("m_ospf_area_interface", **PORT_OF_AREA),
+            told("m_ospf_area_interface_address", **PORT_OF_AREA, prefix=prefix),
+            told("m_rtm_route_map_ospf", direction=0, route_policy="in"),
+            told("m_prefix_list", name="a", prefix=prefix, ge=20), told("m_prefix_list", name="b", prefix=prefix),
+            told("m_route_map", **CLAUSE, action_type=0), told("m_route_map", name="in", sequence=65535, action_type=0)]
+        for kind, fields, flag, gone in (
+                ("m_bgp_instance", BGP, "entry", "bgp 65000"),
+                ("m_bgp_neighbor", NEIGHBOR, "entry", "bgp 65000 neighbor 10.0.0.2"),
+                ("m_bgp_address_family", BGP | {"address_family": 0}, "entry", "bgp 65000 family 0"),
+                ("m_ospf_area", AREA, "entry", "ospf area 1"),
+                ("m_ospf_instance", {}, "entry", "ospf"),
+                ("m_rtm_route_map_ospf", {"direction": 0}, "entry", "ospf-routes 0"),
+                ("m_prefix_list", {"name": "a"}, "list", "prefix-list a"),
+                ("m_prefix_list", {"name": "a", "prefix": prefix}, "prefix", "prefix-list a 10.1.0.0/16"),
+                ("m_route_map", CLAUSE, "seq", "route-map in 10"),
+                ("m_route_map", {"name": "in", "sequence": 0}, "route_map", "route-map in")):
+            with self.subTest(gone):
+                before, words = routing_objects.fold(lines), tuple(gone.split())
+                left = {key: value for key, value in before.items() if key[:len(words)] != words}
+                self.assertNotEqual(before, left)
+                self.assertEqual(left, routing_objects.fold(lines + [told(kind, **fields, **{flag + "_is_deleted": True})]))
+
+    def test_a_message_that_nobody_knows_is_not_passed_over(self):
+        self.assertRaises(KeyError, routing_objects.fold, [told("not-understood")])
 
 
 if __name__ == "__main__":
