@@ -37,6 +37,10 @@ constexpr point_row_t points[] = {
     { "vpnIfShapingRate", cfgmgr_validate_vpn_if_shaping_rate },
     { "vpnIfAclPolicerRate", cfgmgr_validate_vpn_if_acl_policer_rate },
     { "vpnIfPolicerRate", cfgmgr_validate_vpn_if_policer_rate },
+    { "aspath", cfgmgr_validate_aspath },
+    { "aspathprepend", cfgmgr_validate_aspath_list },
+    { "aspathexclude", cfgmgr_validate_aspath_list },
+    { "bgpNeighborValidate", cfgmgr_validate_bgp_neighbor },
     { "vpnArpIpValidate", cfgmgr_validate_vpn_arp_ip },
     { "vpnArpMacValidate", cfgmgr_validate_vpn_arp_mac },
     { "validate_vpn_id", cfgmgr_validate_vpn_exists }, // of servers

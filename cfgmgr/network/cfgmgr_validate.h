@@ -67,4 +67,9 @@ cfgmgr_validator_t cfgmgr_validate_vpn_if_tunnel_source_destination;
 cfgmgr_validator_t cfgmgr_validate_vpn_if_static_nat_src_natpool_ip;
 cfgmgr_validator_t cfgmgr_validate_vpn_if_natpool_overload_direction;
 
+// ---- BGP (routing/cfgmgr_validate_bgp.cc)
+cfgmgr_validator_t cfgmgr_validate_aspath;
+cfgmgr_validator_t cfgmgr_validate_aspath_list;
+cfgmgr_validator_t cfgmgr_validate_bgp_neighbor;
+
 #endif

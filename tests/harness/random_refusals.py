@@ -124,6 +124,10 @@ RULES = (
     "Source address %s is not in the range of the interface ip prefix.",
     "Interface %s with address %s & translate-ip %s cannot be same",
     "NAT Overload cannot exist on an outside natpool interface.",
+    # BGP
+    "Default bgp context not present",
+    "Invalid as-path string: %s",
+    "Interface %s with address %s & BGP neighbor address %s cannot be same",
 )
 
 # A member of a bridge that is an interface of its own.
