@@ -77,13 +77,21 @@ constexpr kind_row_t kind_rows[NUM_MESSAGE_KINDS] = {
     { &backend_t::clear, true },   { &backend_t::debug, true },     { nullptr, false },
 };
 
+// The line that decides instead of the backend, null without one.
+const control_line_t *refusal_find(const std::vector<control_line_t> &lines, const message_row_t &row)
+{
+    const control_line_t *invalid =
+        row.kind == MESSAGE_VALIDATE ? control_find(lines, CONTROL_INVALID, row.type) : nullptr;
+    return invalid != nullptr ? invalid : control_find(lines, CONTROL_REFUSE, row.type);
+}
+
 std::string body_make(const backend_t &backend, const std::vector<control_line_t> &lines, size_t *shows,
                       const message_row_t &row, const ProtobufCMessage &message)
 {
     const kind_row_t &kind = kind_rows[row.kind];
     if (kind.ask == nullptr)
         return show_body(backend, lines, shows, row, message);
-    const control_line_t *refusal = control_find(lines, CONTROL_REFUSE, row.type);
+    const control_line_t *refusal = refusal_find(lines, row);
     backend_result_t result = refusal != nullptr ? backend_result_t{ refusal->number, refusal->text }
                                                  : (backend.*kind.ask)(backend.self, row, message);
     return kind.is_echo ? echo_body(row, message, result) : response_body(result);

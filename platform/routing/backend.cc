@@ -1,5 +1,7 @@
 #include "platform/routing/backend.h"
 
+#include "platform/routing/validate.h"
+
 #include <algorithm>
 #include <cstring>
 #include <vector>
@@ -9,6 +11,11 @@ namespace
 
 // Fields of a request that an answer does not repeat.
 constexpr std::string_view request_only[] = { "get_first", "same_or_next" };
+
+backend_result_t judge(void *, const message_row_t &row, const ProtobufCMessage &message)
+{
+    return message_validate(row, message);
+}
 
 backend_result_t agree(void *, const message_row_t &, const ProtobufCMessage &)
 {
@@ -35,7 +42,7 @@ backend_t plain_backend()
     return {
         .self = nullptr,
         .config = agree,
-        .validate = agree,
+        .validate = judge,
         .show = find_nothing,
         .clear = agree,
         .debug = agree,

@@ -22,7 +22,7 @@ struct backend_t {
     backend_result_t (*debug)(void *self, const message_row_t &row, const ProtobufCMessage &message);
 };
 
-// A daemon that takes all that it is told and finds nothing that it is asked for.
+// A daemon that takes all that it is told, judges what it is asked to, and finds nothing.
 [[nodiscard]] backend_t plain_backend();
 // The answer to a show request that finds nothing: what is echoed, and no entries.
 [[nodiscard]] std::string show_nothing(const ProtobufCMessage &request);

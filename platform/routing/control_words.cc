@@ -95,10 +95,10 @@ struct word_row_t {
     uint32_t number; // at first
 };
 constexpr word_row_t word_rows[NUM_CONTROL_WORDS] = {
-    { "refuse", take_refusal, 0 },     { "show-reply", take_body, 0 },    { "stall", take_seconds, 0 },
-    { "die", take_nothing, 0 },        { "close", take_nothing, 0 },      { "wrong-size", take_wrong, 5 },
-    { "wrong-module", take_wrong, 9 }, { "wrong-type", take_wrong, 200 }, { "late", take_ms, 0 },
-    { "notify", take_bytes, 0 },
+    { "refuse", take_refusal, 0 },   { "invalid", take_refusal, 0 },    { "show-reply", take_body, 0 },
+    { "stall", take_seconds, 0 },    { "die", take_nothing, 0 },        { "close", take_nothing, 0 },
+    { "wrong-size", take_wrong, 5 }, { "wrong-module", take_wrong, 9 }, { "wrong-type", take_wrong, 200 },
+    { "late", take_ms, 0 },          { "notify", take_bytes, 0 },
 };
 
 bool line_read(std::string_view rest, control_line_t *line)

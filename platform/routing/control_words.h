@@ -1,6 +1,8 @@
 // What a test can have the daemon do: lines of the file "/var/run/quagga/NAME.control[.VPN]", read before each answer.
 //
 //   refuse CODE [TEXT]      configuration, validation, clear and debug messages are answered with that code and text
+//   invalid CODE [TEXT]     validation messages alone are answered with that; it goes before what the daemon finds, and
+//                           before "refuse"
 //   show-reply FILE|HEX     body of a show answer, packed; several lines answer as many requests in turn, counted from
 //                           the last change of the file; behind the last one, and without any, nothing is found
 //   stall SECONDS|forever   the answer comes that much later (SECONDS may have three decimals)
@@ -24,6 +26,7 @@
 
 enum control_word_t : uint8_t {
     CONTROL_REFUSE,
+    CONTROL_INVALID,
     CONTROL_SHOW_REPLY,
     CONTROL_STALL,
     CONTROL_DIE,

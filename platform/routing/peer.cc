@@ -203,8 +203,8 @@ void peer_log(const peer_t &peer, const char *type, int number, const std::strin
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     char head[256];
-    (void)snprintf(head, sizeof head, "{\"time\":%ld.%03ld,\"vpn\":%lu,\"daemon\":\"%s\",\"type\":\"%s\",\"number\":%d",
-                   now.tv_sec, now.tv_nsec / 1000000, peer.settings.vpn_id, peer.settings.daemon->name, type, number);
+    (void)snprintf(head, sizeof head, "{\"time\":%ld.%06ld,\"vpn\":%lu,\"daemon\":\"%s\",\"type\":\"%s\",\"number\":%d",
+                   now.tv_sec, now.tv_nsec / 1000, peer.settings.vpn_id, peer.settings.daemon->name, type, number);
     std::string line = head + (",\"message\":" + object) + "}\n";
     if (write(peer.log.get(), line.data(), line.size()) != static_cast<ssize_t>(line.size()))
         tip_log("Cannot write a line of %s: %s", peer.settings.log_path.c_str(), strerror(errno));

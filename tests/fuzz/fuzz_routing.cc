@@ -1,16 +1,19 @@
 // Arbitrary bytes into what the routing peer reads: frames with messages of every kind, messages of the kernel, control
-// files. The first byte of an input picks one, the rest is read.
+// files, as-path expressions. The first byte of an input picks one, the rest is read.
 //
 // A frame that is understood must be answered by one frame that reads back, and its JSON must have closed all that it
-// opened. The events of kernel messages must lead to what a replay tells.
+// opened. The events of kernel messages must lead to what a replay tells. What an expression is refused with can be shown.
 #include "platform/routing/answer.h"
 #include "platform/routing/interface_table.h"
 #include "platform/routing/message_json.h"
 #include "platform/routing/rtm_server.h"
+#include "platform/routing/validate.h"
+#include "proto/policy.pb-c.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <net/if.h>
 #include <set>
 
@@ -107,13 +110,25 @@ void take_control(std::string_view bytes)
         expect(line.word < NUM_CONTROL_WORDS && line.type >= CONTROL_ANY_TYPE && line.type <= 255, "a wrong line");
 }
 
+void take_expression(std::string_view bytes)
+{
+    std::string text(bytes.substr(0, bytes.find('\0')));
+    MBgpAsPathList list = M_BGP_AS_PATH_LIST__INIT;
+    list.regex = text.data();
+    backend_result_t result = message_validate(*message_row_find(1, 15), list.base);
+    expect((result.code == 0) == result.text.empty(), "a refusal without a text, or a text without a refusal");
+    expect(result.text.size() < 2 * AS_PATH_MAX_LENGTH, "a refusal that is too long");
+    expect(std::all_of(result.text.begin(), result.text.end(), [](char c) { return c >= ' ' && c <= '~'; }),
+           "a refusal that cannot be shown");
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static void (*const takers[])(std::string_view) = { take_frames, take_kernel, take_control };
+    static void (*const takers[])(std::string_view) = { take_frames, take_kernel, take_control, take_expression };
     if (size == 0)
         return 0;
-    takers[data[0] % 3]({ reinterpret_cast<const char *>(data) + 1, size - 1 });
+    takers[data[0] % std::size(takers)]({ reinterpret_cast<const char *>(data) + 1, size - 1 });
     return 0;
 }

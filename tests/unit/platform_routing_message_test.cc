@@ -1,12 +1,15 @@
 // Frames, messages and answers of the routing peer, without sockets.
 #include "platform/routing/answer.h"
 #include "platform/routing/message_json.h"
+#include "platform/routing/validate.h"
 #include "proto/bgp.pb-c.h"
+#include "proto/ospf.pb-c.h"
 #include "proto/policy.pb-c.h"
 #include "proto/routing_common.pb-c.h"
 #include "proto/zebra.pb-c.h"
 
 #include <gtest/gtest.h>
+#include <regex.h>
 #include <set>
 
 namespace
@@ -273,6 +276,17 @@ TEST(RoutingAnswer, refusal_may_be_limited_to_a_type)
               "16 {\"code\":22,\"message\":\"bad neighbor\"}");
 }
 
+TEST(RoutingAnswer, invalid_is_said_to_requests_for_validation_only)
+{
+    ask_t ask{ .control = "refuse 3 no\ninvalid 5 an instance too many" };
+    MOspfInstance message = M_OSPF_INSTANCE__INIT;
+    EXPECT_EQ(ask.text(2, 0, message.base, m_msg_response__descriptor), "10 {\"code\":3,\"message\":\"no\"}");
+    EXPECT_EQ(ask.text(2, 1, message.base, m_msg_response__descriptor),
+              "11 {\"code\":5,\"message\":\"an instance too many\"}");
+    ask.control = "for 14 invalid 5";
+    EXPECT_EQ(ask.text(2, 1, message.base, m_msg_response__descriptor), "11 {\"code\":0}");
+}
+
 TEST(RoutingAnswer, backend_decides_without_control_lines)
 {
     ask_t ask;
@@ -323,12 +337,113 @@ TEST(RoutingAnswer, answer_larger_than_a_frame_closes_the_connection)
     EXPECT_TRUE(ask(0, 6, show.base).is_close);
 }
 
+// ---- validation
+
+TEST(RoutingValidate, as_path_expressions_are_compiled)
+{
+    const std::string many = "Takes too long to compile";
+    struct {
+        std::string text;
+        std::string fault; // "*": some
+    } const rows[] = {
+        { "", "" },
+        { "^65000_", "" },
+        { "_65000_65001$", "" },
+        { "^([0-9]+_)*65000(_[0-9]+){2,3}$", "" },
+        { "(_65000)+ {1,2}", "" },
+        { "[^_]", "" },
+        { "[]_]", "" },
+        { "1)", "" },
+        { "^1_2_3_4_5_6_7_8_9_10_11_12_13_14_15_16_17_18_19_20_21_22_23_24_25$", "" },
+        { "(65000", "Unmatched ( or \\(" },
+        { "[0-9", "Unmatched [, [^, [:, [., or [=" },
+        { "[9-0]", "Invalid range end" },
+        { "1{2", "*" },
+        { "1{3,2}", "Invalid content of \\{\\}" },
+        { "1{99999999999999999999}", "*" },
+        { "*1", "Invalid preceding regular expression" },
+        { "1\\", "Trailing backslash" },
+        { std::string(127, '1'), "" },
+        { std::string(128, '1'), "Longer than 127 characters" },
+        { "1{1000}", "" },
+        { "((((1{200}){200}){200}){200})", many },
+        { "((((((((((((((((((((((((((1+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)", many },
+        { "____________________*____", many },
+    };
+    for (const auto &row : rows) {
+        std::string fault = as_path_fault(row.text);
+        if (row.fault == "*")
+            EXPECT_NE(fault, "") << row.text;
+        else
+            EXPECT_EQ(fault, row.fault) << row.text;
+    }
+}
+
+TEST(RoutingValidate, a_border_of_a_number_is_any_of_its_neighbours)
+{
+    regex_t compiled;
+    ASSERT_EQ(regcomp(&compiled, as_path_expression("_10_").c_str(), REG_EXTENDED | REG_NOSUB), 0);
+    for (const char *path : { "10", "9 10 11", "10,11", "{9,10}", "(10)", "9 {10}" })
+        EXPECT_EQ(regexec(&compiled, path, 0, nullptr, 0), 0) << path;
+    for (const char *path : { "", "100", "110 210", "1.10" })
+        EXPECT_NE(regexec(&compiled, path, 0, nullptr, 0), 0) << path;
+    regfree(&compiled);
+    EXPECT_EQ(as_path_expression("[^]_]_[_]\\_"), "[^]_](^|[,{}() ]|$)[_]\\_");
+}
+
+TEST(RoutingValidate, a_refused_expression_is_named_with_the_reason)
+{
+    ask_t ask;
+    struct {
+        std::string regex, answer;
+    } rows[] = {
+        { "_65000$", "{\"code\":0}" },
+        { "[9-0", "{\"code\":1,\"message\":\"as-path expression '[9-0' : Invalid range end\"}" },
+        { "(\n\xff\"", "{\"code\":1,\"message\":\"as-path expression '(??\\u0022' : Unmatched ( or \\u005c(\"}" },
+        { std::string(4000, '('), "{\"code\":1,\"message\":\"as-path expression '" + std::string(127, '(') +
+                                      "...' : Longer than 127 characters\"}" },
+    };
+    for (auto &row : rows) {
+        MBgpAsPathList list = M_BGP_AS_PATH_LIST__INIT;
+        list.regex = row.regex.data();
+        EXPECT_EQ(ask.text(1, 15, list.base, m_msg_response__descriptor), "16 " + row.answer);
+        EXPECT_EQ(ask.text(1, 8, list.base, m_msg_response__descriptor), "13 {\"code\":0}"); // configured all the same
+    }
+}
+
+TEST(RoutingValidate, a_neighbor_has_the_address_of_one_router)
+{
+    ask_t ask;
+    struct {
+        bool is_ipv4, is_good;
+        std::string address;
+    } rows[] = {
+        { true, true, "10.0.0.1" },     { true, true, "223.255.255.255" }, { true, false, "0.0.0.0" },
+        { true, false, "0.1.2.3" },     { true, false, "224.0.0.5" },      { true, false, "255.255.255.255" },
+        { true, false, "10.0.0" },      { true, false, "2001:db8::1" },    { true, false, "" },
+        { false, true, "2001:db8::1" }, { false, true, "fe80::1" },        { false, false, "::" },
+        { false, false, "ff02::5" },    { false, false, "10.0.0.1" },      { false, false, "fe80::1%eth0" },
+    };
+    for (auto &row : rows) {
+        MIpAddress address = M_IP_ADDRESS__INIT;
+        address.is_ipv4 = row.is_ipv4;
+        address.address = row.address.data();
+        MBgpNeighbor message = neighbor();
+        message.neighbor = &address;
+        EXPECT_EQ(ask.text(1, 14, message.base, m_msg_response__descriptor),
+                  row.is_good ? "16 {\"code\":0}"
+                              : "16 {\"code\":1,\"message\":\"neighbor '" + row.address +
+                                    "' : not an address of one router\"}");
+    }
+}
+
 // ---- control words
 
 TEST(RoutingControl, lines_that_are_not_understood_are_left_out)
 {
     for (const char *text : { "refuse",
                               "refuse x text",
+                              "invalid",
                               "stall",
                               "stall 1.2345",
                               "stall 1.",
