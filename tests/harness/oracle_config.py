@@ -9,8 +9,10 @@ import copy
 import re
 from dataclasses import dataclass, field
 
+import oracle_routing
+
 # Words whose next word is a key. A leaf-list counts as a list, its values as entries.
-LISTS = {"vpn-instance", "interface", "dns", "host", "service", "secondary-address", "bridge-instance"}
+LISTS = {"vpn-instance", "interface", "dns", "host", "service", "secondary-address", "bridge-instance"} | oracle_routing.LISTS
 
 # What every configuration here has, since the device's own validation will not let it go; what else the device has come
 # up with is taken away first.
@@ -19,13 +21,14 @@ BASE_LINES = ("delete vpn", "set vpn vpn-instance 0", "set vpn vpn-instance 512 
 
 @dataclass(frozen=True)
 class Edit:
-    """One line of configuration mode. The value is None for an entry, and with a deletion."""
+    """One line of configuration mode. The value is None for what has none, and with a deletion."""
     verb: str
     path: tuple
     value: str = None
 
     def line(self):
-        return " ".join((self.verb, *self.path) + (() if self.value is None else (self.value,)))
+        words = self.path + (() if self.value is None else (self.value,))
+        return " ".join((self.verb, *(word if re.fullmatch(r"[\w.,:@+/=-]+", word) else f'"{word}"' for word in words)))
 
 
 @dataclass
@@ -48,7 +51,10 @@ def tree_at(tree, path):
 
 
 def is_entry(path):
-    return len(path) >= 2 and (path[-2] in LISTS or path[-2] == "ip" and path[-4:-3] == ("host",))
+    """Whether it is there by itself, with nothing below it."""
+    return len(path) >= 2 and (path[-2] in LISTS or path[-2] == "ip" and path[-4:-3] == ("host",)
+                               or path[-1] in oracle_routing.LEAVES_WITHOUT_VALUE
+                               or oracle_routing.is_container_by_itself(path))
 
 
 def tree_delete(tree, path):
@@ -296,7 +302,8 @@ def rule_lists(_, new):
                 yield f"a service of VPN {vpn} has an interface that is not in VPN 0"
 
 
-RULES = (rule_fixed_vpns, rule_places, rule_mtu, rule_ports_that_go, rule_members, rule_bridge_vlan, rule_tunnels, rule_lists)
+RULES = (rule_fixed_vpns, rule_places, rule_mtu, rule_ports_that_go, rule_members, rule_bridge_vlan, rule_tunnels, rule_lists,
+         *oracle_routing.RULES)
 
 
 def violations(old, new):

@@ -5,6 +5,7 @@ import re
 from oracle_config import (
     Commit, Edit, addresses_of_ports, bridges, commit_apply, interfaces, kind_of, members, ports_of_vpn0, tree_at,
     tree_base, vpns)
+from oracle_routing import BGP, EMPTY, OSPF, OWN_PORTS, POLICIES, Ref, routing_entries
 
 SERVICE_VPNS = ("1", "5", "7", "30", "511", "600", "65525")
 PORTS = ("ge0/0", "ge0/1", "ge0/2", "ge0/3")
@@ -202,12 +203,71 @@ class Generator:
         member = self.pick(members(self.tree))
         return [Edit("delete", ("bridge", "bridge-instance", member[0], "interface", member[2]))] if member else []
 
+    # routing
+
+    def router(self):
+        """Something in the routing of a VPN."""
+        vpn = self.pick(key for key in vpns(self.tree) if key != "512")
+        return self.objects(self.pick((BGP, OSPF)), ("vpn", "vpn-instance", vpn, "router"))
+
+    def policy(self):
+        return self.objects(self.pick(POLICIES), ())
+
+    def routing_key(self, node, base):
+        """One that is there rather than not."""
+        there = list(tree_at(self.tree, base) or ())
+        if there and self.random.random() < 0.5 or node.keys is None:
+            return self.pick(there)
+        own = list(tree_at(self.tree, base[:3] + ("interface",)) or ())
+        return self.pick(own * 3 + ["ge0/1", "loopback1"] if node.keys == OWN_PORTS else node.keys)
+
+    def objects(self, node, above):
+        """An object and some below it, each made or changed."""
+        path = above + tuple(node.words.split())
+        if node.keys is not None:
+            path += (self.routing_key(node, path),)
+        is_new = tree_at(self.tree, path) is None
+        group = [Edit("set", path)] if is_new else []
+        goes_on = bool(node.below) and self.random.random() < 0.75
+        if is_new or not goes_on:
+            group += self.setting_edits(node, path)
+        return group + (self.objects(self.pick(node.below), path) if goes_on else [])
+
+    def setting_edits(self, node, path):
+        has = tree_at(self.tree, path) is not None
+        chosen = [] if has else list(node.musts)
+        free = [words for words in node.leaves if words not in chosen]
+        chosen += self.random.sample(free, min(len(free), self.random.choice((1, 1, 2, 3) if has else (0, 1, 2, 4))))
+        return [edit for words in chosen for edit in self.setting_edit(path, words, node.leaves[words], words in node.musts)]
+
+    def setting_edit(self, path, words, values, is_needed):
+        there = path + tuple(words.split())
+        if tree_at(self.tree, there) is not None and not is_needed and self.random.random() < 0.45:
+            return [Edit("delete", there)]
+        if values is EMPTY:
+            return [Edit("set", there)]
+        value = self.pick(tree_at(self.tree, values.path) or () if isinstance(values, Ref) else values)
+        return [Edit("set", there, value)] if value is not None else []
+
+    def routing_delete(self):
+        found = [path for _, path, _ in routing_entries(self.tree)]
+        path = self.pick(found)
+        if path is None:
+            return []
+        # At times with all of its kind, or with all of the VPN's routing.
+        return [Edit("delete", path[:-1] if self.random.random() < 0.15 else path)]
+
     # the device
 
     def system_leaf(self):
         leaf, values = self.pick((("host-name", ("alpha", "beta-2")), ("system-ip", ("10.255.0.1", "10.255.0.2")),
                                   ("site-id", ("7", "100"))))
-        path = ("system", leaf)
+        return self.device_leaf(("system", leaf), values)
+
+    def overlay_as(self):
+        return self.device_leaf(("ovc", "overlay-as"), ("65010", "65011.3"))
+
+    def device_leaf(self, path, values):
         if tree_at(self.tree, path) is not None and self.random.random() < 0.4:
             return [Edit("delete", path)]
         return [Edit("set", path, self.pick(values))]
@@ -219,7 +279,8 @@ GROUPS = (
     *(Generator.interface_create,) * 7, *(Generator.interface_change,) * 8, *(Generator.interface_delete,) * 3,
     *(Generator.interface_move,) * 2,
     *(Generator.bridge_create,) * 2, Generator.bridge_delete, *(Generator.member_create,) * 6,
-    *(Generator.member_change,) * 4, Generator.member_delete, *(Generator.system_leaf,) * 2,
+    *(Generator.member_change,) * 4, Generator.member_delete, *(Generator.system_leaf,) * 3, Generator.overlay_as,
+    *(Generator.router,) * 16, *(Generator.policy,) * 8, *(Generator.routing_delete,) * 8,
 )
 FIRST = [(Generator.vpn_create,)] * 2 + [(Generator.interface_create,)] * 4 + \
-    [(Generator.bridge_create,), (Generator.member_create,), GROUPS]
+    [(Generator.bridge_create,), (Generator.member_create,)] + [(Generator.policy,)] * 3 + [(Generator.router,)] * 6 + [GROUPS]

@@ -10,10 +10,12 @@ import os
 import re
 import socket
 import subprocess
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from typing import Callable
 
 import oracle_config
+import oracle_told
+import routing_objects
 
 NETNS_DIR = "/var/run/netns"
 STATUS_FILE = "/var/run/sysmgrd.status"
@@ -32,9 +34,6 @@ SYSCTLS = ("ipv4/conf/{}/accept_source_route", "ipv4/conf/{}/arp_announce", "ipv
 # Devices that the kernel has in every namespace for itself.
 KERNELS_OWN = {"tunl0", "gre0", "gretap0", "erspan0", "sit0", "ip6tnl0", "ip6gre0", "ip_vti0", "ip6_vti0", "lo"}
 FLAGS = {"UP", "PROMISC", "ALLMULTI", "LOOPBACK", "BROADCAST", "MULTICAST", "NOARP"}
-
-# Fields that tell one object of a message type from another; a type without a row has one object a VPN.
-MESSAGE_KEYS = {"m_bgp_instance": ("bgp_as",)}
 
 CLONE_NEWNET = 0x40000000
 libc = ctypes.CDLL(None, use_errno=True)
@@ -164,29 +163,22 @@ def file_rows():
     yield "hostname", socket.gethostname()
 
 
-def messages_since_start(path):
-    rows = []
-    with open(path, encoding="utf-8", errors="replace") as file:
-        for line in file:
-            if not line.endswith("\n"):
-                break # still being written
-            row = json.loads(line)
-            if row["type"] == "start":
-                rows = []
-            rows.append(row)
-    return rows
+def object_rows(objects, prefix):
+    for key, fields in objects.items():
+        name = " ".join((prefix, *key))
+        yield name, oracle_told.THERE
+        for field, value in fields.items():
+            yield f"{name} .{field}", str(value)
 
 
 def message_rows(alive):
-    """The last message about each object, by VPN and daemon."""
+    """What each routing daemon of each VPN holds, by what it was told."""
     for name in sorted(os.listdir(ROUTING_LOG_DIR)):
         match = re.fullmatch(r"(zebra|ospfd|bgpd)\.log(?:\.(\d+))?", name)
         if not match or (match.group(2) or "0") not in alive:
             continue
-        for row in messages_since_start(os.path.join(ROUTING_LOG_DIR, name)):
-            fields = [str(row["message"].get(field)) for field in MESSAGE_KEYS.get(row["type"], ())]
-            key = " ".join(["vpn", match.group(2) or "0", "message", match.group(1), row["type"], *fields])
-            yield key, json.dumps(row["message"], sort_keys=True)
+        with open(os.path.join(ROUTING_LOG_DIR, name), encoding="utf-8", errors="replace") as file:
+            yield from object_rows(routing_objects.fold(file), f"vpn {match.group(2) or '0'} message {match.group(1)}")
 
 
 def leaf_rows(node, path):
@@ -210,7 +202,7 @@ def oper_rows():
 
 
 def capture():
-    """The state as it is, nothing taken out. Of two rows of one name the second counts: messages are in order."""
+    """The state as it is, nothing taken out."""
     alive, state = vpns_alive(), {}
     for vpn in namespaces():
         with Inside(vpn):
@@ -225,9 +217,10 @@ def capture():
 
 @dataclass(frozen=True)
 class Configured:
-    """What the state is of: the configuration, and the ports that have been in a bridge without a VLAN and are no more."""
+    """What the state is of."""
     tree: dict
-    left_ports: frozenset = frozenset()
+    left_ports: frozenset = frozenset() # have been in a bridge without a VLAN and are no more
+    stale: dict = field(default_factory=dict) # of oracle_told.stale_rows
 
 
 @dataclass(frozen=True)
@@ -258,11 +251,6 @@ def taps_by_role(state, _):
 def numbers_by_presence(state, _):
     return {key: "given" if re.fullmatch(r"oper .* (label|vrf-id)", key) and value != "0" else value
             for key, value in state.items()}
-
-
-def empty_messages_gone(state, _):
-    return {key: value for key, value in state.items()
-            if not (" message zebra m_system_routerid" in key and "prefix" not in value)}
 
 
 def allmulti_of_down_gone(state, _):
@@ -319,13 +307,19 @@ def standin_macs_gone(state, configured):
             if not (key.endswith(" mac") and (key.split()[1], key.split()[3]) in standins)}
 
 
+def stale_as_one(what):
+    """Rows of which a start tells another value than is held now: one of those two is as good as the other."""
+    def take_out(state, configured):
+        rows = configured.stale.get(what, {})
+        return state | {name: "now or after a start" for name, values in rows.items() if state.get(name) in values}
+    return take_out
+
+
 DIFFERENCES = (
     Difference("numbers of taps", "VRF indexes are handed out in the order in which VPNs come: by number after a restart",
                taps_by_role),
     Difference("labels and VRF indexes", "computed anew at each start, in the order in which VPNs and services come",
                numbers_by_presence),
-    Difference("a router id that is taken back", "told to a daemon that had one; a new daemon has none to take back",
-               empty_messages_gone),
     Difference("who listens to all groups on a link that is down",
                "raising sets it and lowering leaves it; a device made anew has never been up", allmulti_of_down_gone),
     Difference("kernel settings of ports that nothing is configured on",
@@ -347,8 +341,7 @@ DIFFERENCES = (
     Difference("link-local addresses and routes of the table local",
                "the kernel makes them of others by itself, some after a random time", without(
                    r" (address|secondary) fe80:| route (local|255) | route main (fe80::/64|multicast|ff00::/8|anycast)")),
-    Difference("requests on the control socket, links and starts of routing daemons",
-               "they belong to a connection", without(r" message \w+ (m_rtm_control|start|notification-socket-up)")),
+    *(Difference(cause.what, cause.reason, stale_as_one(cause.what)) for cause in oracle_told.CAUSES),
 )
 
 

@@ -9,6 +9,7 @@ import unittest
 import oracle_config
 import oracle_generate
 import oracle_state
+import oracle_told
 import restart_oracle
 import routing_objects
 from oracle_config import Commit, Edit
@@ -28,6 +29,8 @@ def tree_of(*lines):
 
 
 PORT = "set vpn vpn-instance 0 interface ge0/1"
+ROUTER = "set vpn vpn-instance 0 router"
+BOUND = "set policy lists prefix-list a ip-prefix 10.0.0.0/8"
 
 
 class ConfigTest(unittest.TestCase):
@@ -70,13 +73,30 @@ class ConfigTest(unittest.TestCase):
                 [PORT, PORT + ".100", ("set bridge bridge-instance 1 vlan", "100"), "set bridge bridge-instance 1 interface ge0/1"],
                 [("set vpn vpn-instance 5 interface gre1 tunnel-destination", "192.0.2.1")],
                 ["set vpn vpn-instance 5 host one"],
+                [(PORT + " ip address", "10.0.0.1/24"), ROUTER + " bgp 65000 neighbor 10.0.0.1"],
+                [ROUTER + " bgp 65000", ROUTER + " bgp 65001"],
+                [(ROUTER + " ospf redistribute static route-policy", "a")],
+                [ROUTER + " ospf route-policy in"],
+                [ROUTER + " ospf default-information always"],
+                [ROUTER + " ospf area 0 stub"],
+                [ROUTER + " ospf area 1 stub", ROUTER + " ospf area 1 nssa"],
+                [ROUTER + " ospf area 1 interface ge0/1", ROUTER + " ospf area 2 interface ge0/1"],
+                ["set policy route-policy a sequence 10"],
+                [(BOUND + " ge", "24"), (BOUND + " le", "20")],
         ):
             with self.subTest(lines):
                 self.assertIsNone(tree_of(*lines))
 
     def test_rules_accept(self):
-        self.assertIsNotNone(tree_of((PORT + " mtu", "1404"), (PORT + ".100 mtu", "1400"),
-                                     ("set bridge bridge-instance 1 vlan", "300"), "set bridge bridge-instance 2"))
+        for lines in (
+                [(PORT + " mtu", "1404"), (PORT + ".100 mtu", "1400"), ("set bridge bridge-instance 1 vlan", "300"),
+                 "set bridge bridge-instance 2"],
+                [ROUTER + " ospf area 1 interface ge0/1", ROUTER + " ospf area 1 stub no-summary"],
+                [("set policy route-policy a default-action", "accept"), (ROUTER + " ospf redistribute static route-policy", "a")],
+                [(BOUND + " ge", "24"), (BOUND + " eq", "20")],
+        ):
+            with self.subTest(lines):
+                self.assertIsNotNone(tree_of(*lines))
 
     def test_a_deleted_leaf_takes_its_containers_along_and_leaves_the_entry(self):
         tree = tree_of((PORT + " ip address", "10.0.0.1/24"))
@@ -119,7 +139,6 @@ class StateTest(unittest.TestCase):
         for gone, kept in (
                 ("vpn 5 link a address fe80::1/64", "vpn 5 link a address 2001:db8::1/64"),
                 ("vpn 5 route local 10.0.0.1 dev a", "vpn 5 route main 10.0.0.0/24 dev a"),
-                ("vpn 5 message zebra m_rtm_control", "vpn 5 message zebra m_system_routerid"),
                 ("vpn 0 link ge0_1 ipv4/conf/*/arp_announce", "vpn 5 link ge0_1 ipv4/conf/*/arp_announce"),
         ):
             with self.subTest(gone):
@@ -173,6 +192,70 @@ AREA = {"area": 1}
 PORT_OF_AREA = AREA | {"interface": "ge0_1"}
 CLAUSE = {"name": "in", "sequence": 10}
 START = told("start")
+
+
+class ToldTest(unittest.TestCase):
+    """Commits, and the rows of which the daemon's peers hold another value than after a start."""
+
+    def stale(self, *commits):
+        tree, held = {}, {}
+        for lines in [[]] + list(commits):
+            edits = commit_of(*lines).edits()
+            new = oracle_config.commit_apply(tree, edits) if tree else oracle_config.tree_base()
+            self.assertIsNotNone(new, lines)
+            tree, held = new, oracle_told.told_after(held, tree, new)
+        return {name: values for rows in oracle_told.stale_rows(held, tree).values() for name, values in rows.items()}
+
+    def test_numbers_that_cannot_be_taken_back(self):
+        limit = (ROUTER + " bgp 1.1 neighbor 192.0.2.1 address-family ipv4-unicast maximum-prefixes prefix-num", "9")
+        gone = limit[0].replace("set", "delete")
+        name = "vpn 0 message bgpd bgp 65537 neighbor 192.0.2.1 family 0 .maximum_prefixes"
+        self.assertEqual({name: {"9", None}}, self.stale([limit], [gone]))
+        self.assertEqual({}, self.stale([limit], [gone], [limit]))
+        self.assertEqual({}, self.stale([limit], [gone, "delete vpn vpn-instance 0 router bgp 1.1 neighbor 192.0.2.1"]))
+
+    def test_addresses_in_areas(self):
+        in_area, address = ROUTER + " ospf area 1 interface ge0/1", (PORT + " ip address", "10.0.0.1/24")
+        other, row = (PORT + " ip address", "10.0.0.2/24"), "vpn 0 message ospfd ospf area 1 interface ge0_1 address 10.0.0."
+        first, second = ({row + end: {"there", None}} for end in ("1/24", "2/24"))
+        for commits, stale in (
+                ([[PORT, in_area], [address], [other]], {}),
+                ([[in_area], [address]], first), # the interface comes later
+                ([[in_area], [PORT, address], ["delete vpn vpn-instance 0 router ospf area 1 interface ge0/1"], [in_area]], {}),
+                ([[address, in_area, ROUTER + " ospf area 2"], ["delete vpn vpn-instance 0 router ospf area 2"], [other]],
+                 first | second),
+                ([[address, in_area, ROUTER + " ospf area 2"],
+                  ["delete vpn vpn-instance 0 router ospf area 2", "delete vpn vpn-instance 0 interface ge0/1"]], {}),
+                ([[address, in_area], ["delete vpn vpn-instance 0 router ospf"]], {})):
+            with self.subTest(commits):
+                self.assertEqual(stale, self.stale(*commits))
+
+    def test_policies_of_routes_outlive_the_container(self):
+        made = [("set policy route-policy a default-action", "accept"), (ROUTER + " ospf route-policy out pol-name", "a")]
+        row = "vpn 0 message zebra ospf-routes 1"
+        self.assertEqual({row: {"there", None}, row + " .route_policy": {"a", None}},
+                         self.stale(made, ["delete vpn vpn-instance 0 router ospf"]))
+        self.assertEqual({}, self.stale(made, ["delete vpn vpn-instance 0 router ospf route-policy out"]))
+        self.assertEqual({}, self.stale(made, ["delete vpn vpn-instance 0 router ospf"], made, [
+            "delete vpn vpn-instance 0 router ospf route-policy out"]))
+
+    def test_parts_of_policies(self):
+        ge, le, eq = ((f"{BOUND} {word}", value) for word, value in (("ge", "20"), ("le", "28"), ("eq", "24")))
+        no_eq, new_vpn = BOUND.replace("set", "delete") + " eq", "set vpn vpn-instance 5"
+        row = "vpn 0 message bgpd prefix-list a 10.0.0.0/8 ."
+        clause = "set policy route-policy a sequence 10 action"
+        half = [(clause + " base-action", "accept"), (clause + " set aggregator-as", "7"), (clause + " set aggregator-address", "10.0.0.1")]
+        for commits, stale in (
+                ([[ge, eq], [no_eq]], {row + "ge": {"20", None}}),
+                ([[eq], [le]], {row + "le": {"28", "24"}}),
+                ([[ge, le], [eq]], {}),
+                ([[ge, eq], [no_eq, le]], {row + "ge": {"20", None}}),
+                ([half, [clause.replace("set", "delete", 1) + " set aggregator-as"]],
+                 {"vpn 0 message bgpd route-map a 10 .set_aggr_ip_addr": {"10.0.0.1", None}})):
+            with self.subTest(commits):
+                found = self.stale(*commits, [new_vpn])
+                self.assertEqual(stale, {name: values for name, values in found.items() if name.startswith("vpn 0 message bgpd")})
+                self.assertFalse([name for name in found if name.startswith("vpn 5 ")], "a new VPN is told all as it is")
 
 
 class FoldTest(unittest.TestCase):

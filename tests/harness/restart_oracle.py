@@ -2,7 +2,7 @@
 """Whether the daemon that has lived through commits and one that reads everything anew leave the device the same.
 
 Runs inside a booted device. Each sequence starts from the least configuration, makes random commits, and takes down what
-the device is like: kernel objects, files, messages to routing daemons, operational data. Then the daemon is restarted, and
+the device is like: kernel objects, files, what routing daemons were told, operational data. Then the daemon is restarted, and
 must come to the same. What differs on purpose is in the table DIFFERENCES of oracle_state.py. Every device that is there
 must also be one that the configuration has. A sequence that fails is made as short as it still fails, and printed as the
 lines to type, with what differs.
@@ -24,6 +24,7 @@ import time
 import oracle_config
 import oracle_generate
 import oracle_state
+import oracle_told
 
 PID_FILE = "/run/cfgmgr.0.pid"
 DEVICE_LOG = "/var/log/device.log"
@@ -47,6 +48,7 @@ class Device:
         self.raised_at = 0.0
         self.fixed = set()     # (VPN, device) of what is there whatever is configured
         self.bridged = set()   # ports that have been in a bridge without a VLAN since the daemon's start
+        self.told = {}         # of oracle_told
 
     # changes
 
@@ -60,6 +62,7 @@ class Device:
                                   errors="replace", timeout=COMMIT_LIMIT_S, check=False)
         if done.returncode != 0:
             raise Problem(f"the commit was refused:\n{done.stdout}{done.stderr}")
+        self.told = oracle_told.told_after(self.told, self.tree, new)
         self.tree = new
         self.bridged |= oracle_config.untagged_ports(new)
         self.raised_at = time.monotonic()
@@ -86,6 +89,7 @@ class Device:
         wait_for(lambda: self.pid() not in (0, old) and has_read(self.pid()), "the daemon to be back")
         self.raised_at = time.monotonic()
         self.bridged = oracle_config.untagged_ports(self.tree)
+        self.told = oracle_told.told_after({}, {}, self.tree)
 
     # what it is like
 
@@ -102,7 +106,8 @@ class Device:
             time.sleep(POLL_S)
 
     def configured(self):
-        return oracle_state.Configured(self.tree, frozenset(self.bridged - oracle_config.untagged_ports(self.tree)))
+        return oracle_state.Configured(self.tree, frozenset(self.bridged - oracle_config.untagged_ports(self.tree)),
+                                       oracle_told.stale_rows(self.told, self.tree))
 
     def ports_down(self, state):
         """Ports that should be up, and are not yet."""
