@@ -18,7 +18,7 @@ run: install-deps build
 
 ## make check         build, then unit tests, component cases, fuzz corpora and a short set of device cases
 check: install-deps build
-	@scripts/check $(PRESET) units harness oracle-harness random-harness launcher topology component oracle random pair device-short
+	@scripts/check $(PRESET) units harness oracle-harness random-harness replay-harness launcher topology component oracle random pair device-short
 
 ## make check-device  all device cases
 check-device: build
