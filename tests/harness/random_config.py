@@ -8,8 +8,8 @@ Random changes, made from the models and biased to the edges of the rules, are c
 operator's CLI, in sequences that start from the configuration which the device comes with. After each commit all
 processes must be those of before and no log may tell of a failed assertion; a refusal must be one of the texts in
 random_refusals.py, and must leave the configuration as it was. A sequence that fails is made as short as it still fails,
-and printed as the lines to type. So that a run means something, enough of the commits must be accepted and enough rules
-must have refused one. From outside, devices of several personalities are booted, one after the other.
+and printed as the lines to type. So that a run means something, enough of the commits must be accepted, enough rules must
+have refused one and the routing daemons must have been told enough kinds of things. From outside, devices of several personalities are booted, one after the other.
 """
 
 import argparse
@@ -34,8 +34,11 @@ CHECKOUT = Path(__file__).resolve().parent.parent.parent
 COMMITS = 30                # of a sequence
 LEAST_ACCEPTED = 0.25       # of all commits
 LEAST_RULES = 12            # that have refused something
+LEAST_KINDS = 10            # of messages to routing daemons
 PROCESSES = ("agentd", "cfgmgr", "chmgrd", "sysmgrd")
 LOG_FOLDER = Path("/var/log")
+ROUTING_LOGS = "quagga/*.log*"
+MESSAGE = re.compile(r'"type":"(m_\w+)"')
 LAMENT = re.compile(r"failed assertion|failed aborted|AddressSanitizer|runtime error:|terminate called")
 CLI_LIMIT_S = 120
 RESTART_LIMIT_S = 60
@@ -57,6 +60,7 @@ class Counts:
     accepted: int = 0
     refused: Counter = field(default_factory=Counter)   # by kind
     rules: Counter = field(default_factory=Counter)     # by text
+    messages: Counter = field(default_factory=Counter)  # to routing daemons, by type
     failed: int = 0
 
 
@@ -110,6 +114,12 @@ class Device:
                 self.log_sizes[path] = self.log_sizes.get(path, 0) + len(text)
             found += [line for line in text.decode(errors="replace").splitlines() if LAMENT.search(line)]
         return found
+
+    @staticmethod
+    def messages():
+        """What the routing daemons were told since the start, counted by type."""
+        return Counter(found.group(1) for path in LOG_FOLDER.glob(ROUTING_LOGS)
+                       for found in MESSAGE.finditer(path.read_text(encoding="utf-8", errors="replace")))
 
     def check_alive(self):
         laments = self.laments()
@@ -250,7 +260,8 @@ def inside(arguments):
             print(f"{problem}\nmade shorter ({arguments.shrink_tries} tries at most):", flush=True)
             failure_tell(*shrink(device, made, problem, arguments.shrink_tries))
         left, number = 0 if arguments.only is not None else left - COMMITS, number + 1
-    print(json.dumps({"accepted": counts.accepted, "refused": counts.refused, "rules": counts.rules, "failed": counts.failed}))
+    counts.messages = device.messages()
+    print(json.dumps(vars(counts)))
     return 1 if counts.failed else 0
 
 
@@ -274,7 +285,7 @@ def device_run(name, options, count, arguments):
                 print(line, end="", flush=True)
     try:
         told = json.loads(last)
-        return Counts(told["accepted"], Counter(told["refused"]), Counter(told["rules"]), told["failed"])
+        return Counts(told["accepted"], *(Counter(told[name]) for name in ("refused", "rules", "messages")), told["failed"])
     except ValueError:
         print(f"FAIL the device {name} ended with status {process.returncode}", flush=True)
         return Counts(failed=1)
@@ -287,6 +298,8 @@ def means_something(total):
         yield f"FAIL only {total.accepted} of {commits} commits were accepted"
     if len(total.rules) < LEAST_RULES:
         yield f"FAIL only {len(total.rules)} rules have refused something"
+    if len(total.messages) < LEAST_KINDS:
+        yield f"FAIL the routing daemons were told {len(total.messages)} kinds of things only"
 
 
 def outside(arguments):
@@ -296,9 +309,12 @@ def outside(arguments):
         total.accepted += counts.accepted
         total.refused += counts.refused
         total.rules += counts.rules
+        total.messages += counts.messages
         total.failed += counts.failed
     for text, count in total.rules.most_common():
         print(f"{count:5} {text.strip()!r}")
+    print(*(f"{count:5} {kind}" for kind, count in total.messages.most_common()), sep="\n")
+    print(f"{total.messages.total()} messages of {len(total.messages)} kinds to routing daemons")
     print(f"{total.accepted} accepted; refused: {total.refused['rule']} by {len(total.rules)} rules, {total.refused['model']} by the "
           f"models, {total.refused['typed']} as they were typed")
     meagre = list(means_something(total))

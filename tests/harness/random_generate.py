@@ -5,6 +5,7 @@ A change is likely to be of what rules are about, and to stand on what is there;
 
 import re
 import shlex
+from collections import ChainMap
 
 import random_schema
 import random_values
@@ -33,6 +34,8 @@ WEIGHTS = {
     "lists": 4, "prefix-list": 4, "as-path-list": 3, "community-list": 2, "ext-community-list": 2, "policy route-policy": 7,
     "match": 3, "action": 3, "set": 8,
 }
+# What a sequence may be about; these weights count before the others.
+SUBJECTS = ({}, {}, {"router": 60, "policy": 40})
 WEIGHTS_OF_KIND = {
     "gre": {"tunnel-source": 10, "tunnel-source-interface": 14, "tunnel-destination": 24},
     "natpool": {"nat": 24},
@@ -103,6 +106,7 @@ class Generator:
 
     def __init__(self, random, root, world):
         self.random, self.root, self.world = random, root, world
+        self.subject = random.choice(SUBJECTS)
         self.state = self.values = None
 
     def opening(self):
@@ -149,9 +153,8 @@ class Generator:
         children = [child for child in node.children.values() if child.name not in node.keys]
         if not children:
             return [self.line(words)]
-        of_kind = self.kind_weights(words)
-        weights = [of_kind.get(child.name, WEIGHTS.get(f"{node.name} {child.name}", WEIGHTS.get(child.name, 1)))
-                   for child in children]
+        tables = ChainMap(self.subject, self.kind_weights(words), WEIGHTS)
+        weights = [tables.get(f"{node.name} {child.name}") or tables.get(child.name, 1) for child in children]
         child = self.random.choices(children, weights)[0]
         lines = self.to(child, words)
         for other in COMPANIONS.get(child.name, ()):

@@ -127,6 +127,7 @@ RULES = (
     # BGP
     "Default bgp context not present",
     "Invalid as-path string: %s",
+    "as-path expression '%s' : %s",  # in the words of the routing daemon
     "Interface %s with address %s & BGP neighbor address %s cannot be same",
 )
 

@@ -124,11 +124,13 @@ class RefusalTest(unittest.TestCase):
 class RunTest(unittest.TestCase):
     def test_a_run_that_means_little_fails(self):
         rules = Counter({str(number): 1 for number in range(random_config.LEAST_RULES)})
-        good = random_config.Counts(30, Counter({"rule": 70}), rules)
-        self.assertEqual([], list(random_config.means_something(good)))
-        few = random_config.Counts(20, Counter({"rule": 80}), rules)
-        self.assertEqual(1, len(list(random_config.means_something(few))))
-        self.assertEqual(1, len(list(random_config.means_something(random_config.Counts(30, Counter({"typed": 70}), Counter())))))
+        kinds = Counter({f"m_{number}": 1 for number in range(random_config.LEAST_KINDS)})
+        for faults, counts in (
+                (0, random_config.Counts(30, Counter({"rule": 70}), rules, kinds)),
+                (1, random_config.Counts(20, Counter({"rule": 80}), rules, kinds)),
+                (1, random_config.Counts(30, Counter({"typed": 70}), Counter(), kinds)),
+                (1, random_config.Counts(30, Counter({"rule": 70}), rules, Counter({"m_0": 99})))):
+            self.assertEqual(faults, len(list(random_config.means_something(counts))), counts)
 
     def test_what_is_tried_to_make_a_sequence_shorter_is_shorter(self):
         made = [["a", "b"], ["c"], ["d", "e"]]
