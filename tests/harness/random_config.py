@@ -155,10 +155,10 @@ class Device:
         return False, kind, row
 
     def reset(self):
-        """Back to the configuration that the device came with: in one commit, or where rules forbid that in several. What a
-        rule wants to stay stays."""
+        """Back to the configuration that the device came with: in one commit, or where rules forbid that in several: first leaf
+        by leaf, then the entries that are nothing without a leaf. What a rule wants to stay stays."""
         refusals = []
-        for is_fine in (False, True, True):
+        for is_fine in (False, True, True, False):
             lines = random_generate.lines_between(self.root, self.lines, self.base, is_fine)
             if not lines or self.commit(lines)[0] and self.lines == self.base:
                 return
