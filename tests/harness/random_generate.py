@@ -6,6 +6,7 @@ A change is likely to be of what rules are about, and to stand on what is there;
 import re
 import shlex
 from collections import ChainMap
+from dataclasses import dataclass, field
 
 import random_schema
 import random_values
@@ -14,9 +15,8 @@ NEW_ENTRY = 0.3         # share of steps into a list that take a key at random, 
 DELETION = 0.22         # share of changes that take something away
 WITHOUT_NEEDED = 0.04   # share of entries that are made without what they need
 WITH_COMPANIONS = 0.75  # share of settings that come with those that they make sense with
+REFERRED_DELETION = 0.1 # share of deletions that take an entry which a setting refers to
 MOST_CHANGES = 5
-
-REFERRED_DELETION = 0.1  # share of deletions that take an entry which a setting refers to
 
 # How often a step goes to a child, by its name or by its parent's and its own; what is not here counts once.
 WEIGHTS = {
@@ -34,8 +34,6 @@ WEIGHTS = {
     "lists": 4, "prefix-list": 4, "as-path-list": 3, "community-list": 2, "ext-community-list": 2, "policy route-policy": 7,
     "match": 3, "action": 3, "set": 8,
 }
-# What a sequence may be about; these weights count before the others.
-SUBJECTS = ({}, {}, {"router": 60, "policy": 40})
 WEIGHTS_OF_KIND = {
     "gre": {"tunnel-source": 10, "tunnel-source-interface": 14, "tunnel-destination": 24},
     "natpool": {"nat": 24},
@@ -51,6 +49,18 @@ COMPANIONS = {
     "originate-policy": ("originate",),
     "metric-type": ("originate",),
 }
+
+
+@dataclass(frozen=True)
+class Subject:
+    """What a sequence is about."""
+    weights: dict = field(default_factory=dict)     # count before the others
+    beyond: float = random_values.BEYOND            # share of values from beyond the edge
+    more: tuple = (0, 0, 1, 1, 2, 3)                # settings that a new entry comes with
+
+
+# Routing has large entries, of which each value beyond an edge would refuse the whole.
+SUBJECTS = (Subject(), Subject(), Subject({"router": 60, "policy": 40, "bridge": 3}, 0.02, (0, 1, 2, 3, 4, 5)))
 
 
 def quoted(word):
@@ -117,12 +127,12 @@ class Generator:
     def commit(self, lines):
         """Lines that change the configuration that the given lines make."""
         self.state = State(self.root, lines)
-        self.values = random_values.Values(self.random, self.world, self.state)
+        self.values = random_values.Values(self.random, self.world, self.state, self.subject.beyond)
         made = []
         for _ in range(self.random.choice((1, 1, 2, 2, 3, 4, MOST_CHANGES))):
             is_deletion = lines and self.random.random() < DELETION
             change = [self.deletion(made)] if is_deletion else self.setting()
-            made += [line for line in change if line and line not in made]
+            made += [line for line in dict.fromkeys(change) if line and line not in made]
             for line in change:
                 if line and line.startswith("set"):
                     self.state.add(line)
@@ -153,7 +163,7 @@ class Generator:
         children = [child for child in node.children.values() if child.name not in node.keys]
         if not children:
             return [self.line(words)]
-        tables = ChainMap(self.subject, self.kind_weights(words), WEIGHTS)
+        tables = ChainMap(self.subject.weights, self.kind_weights(words), WEIGHTS)
         weights = [tables.get(f"{node.name} {child.name}") or tables.get(child.name, 1) for child in children]
         child = self.random.choices(children, weights)[0]
         lines = self.to(child, words)
@@ -198,7 +208,7 @@ class Generator:
         for key in node.keys:
             words = (*words, self.values.value(node.children[key], words))
         lines = [self.line(words), *self.needed(node, words)]
-        for _ in range(self.random.choice((0, 0, 1, 1, 2, 3))):
+        for _ in range(self.random.choice(self.subject.more)):
             lines += self.below(node, words)
         return lines
 

@@ -208,11 +208,11 @@ def parent_of(name):
 class Values:
     """Draws values. What it must know of the configuration is asked from `state`: see random_generate.State."""
 
-    def __init__(self, random, world, state):
-        self.random, self.world, self.state = random, world, state
+    def __init__(self, random, world, state, beyond=BEYOND):
+        self.random, self.world, self.state, self.beyond = random, world, state, beyond
 
     def draw(self, row):
-        if row.beyond and (not row.good or self.random.random() < BEYOND):
+        if row.beyond and (not row.good or self.random.random() < self.beyond):
             return self.random.choice(row.beyond)
         return self.random.choice(row.good)
 
@@ -246,7 +246,7 @@ class Values:
 
     def number(self, kind):
         least, most = self.random.choice(kind.ranges)
-        if self.random.random() < BEYOND:
+        if self.random.random() < self.beyond:
             return str(self.random.choice((least - 1, most + 1)))
         return str(self.random.choice((least, most, (least + most) // 2, min(least + 1, most))))
 
@@ -274,7 +274,7 @@ class Values:
 
     def name_for(self, vpn):
         """A name that may be good for an interface of a VPN."""
-        if self.random.random() < BEYOND:
+        if self.random.random() < self.beyond:
             return self.random.choice(ODD_NAMES)
         kind = self.random.choice(self.world.kinds.get(vpn, self.world.kinds["service"]))
         port = self.random.choice(self.world.ports)
@@ -283,7 +283,7 @@ class Values:
         return self.random.choice(NUMBERED[kind])
 
     def vpn(self, _node, _words):
-        return self.random.choice(self.world.vpns) if self.random.random() >= BEYOND else None
+        return self.random.choice(self.world.vpns) if self.random.random() >= self.beyond else None
 
     def interface_key(self, _node, words):
         """A name for a new entry of a VPN, a bridge or a radio."""
@@ -325,7 +325,7 @@ class Values:
     def as_number_key(self, _node, words):
         """That of the instance that is there, since a VPN has one only."""
         there = self.state.keys_of(words)
-        return there[0][0] if there and self.random.random() >= BEYOND else None
+        return there[0][0] if there and self.random.random() >= self.beyond else None
 
     def login_password(self, _node, words):
         return self.draw(LOGIN_PASSWORDS) if words[:2] == ("system", "aaa") else None
