@@ -45,7 +45,8 @@ class Generator:
         """One to most_commits changes of a configuration that the first commit has set up."""
         self.tree = tree_base()
         count = self.random.randint(1, most_commits)
-        return [self.commit(FIRST)] + [self.commit([GROUPS] * self.random.choice((1, 1, 2, 3, 4, 6))) for _ in range(count)]
+        later = [[self.random.choice((GROUPS, ROUTING))] * self.random.choice((1, 1, 2, 3, 4, 6, 9)) for _ in range(count)]
+        return [self.commit(choices) for choices in [FIRST] + later]
 
     def commit(self, choices):
         """A group of each choice, where the rules leave room for one."""
@@ -234,20 +235,42 @@ class Generator:
         return group + (self.objects(self.pick(node.below), path) if goes_on else [])
 
     def setting_edits(self, node, path):
-        has = tree_at(self.tree, path) is not None
-        chosen = [] if has else list(node.musts)
-        free = [words for words in node.leaves if words not in chosen]
-        chosen += self.random.sample(free, min(len(free), self.random.choice((1, 1, 2, 3) if has else (0, 1, 2, 4))))
-        return [edit for words in chosen for edit in self.setting_edit(path, words, node.leaves[words], words in node.musts)]
+        """Of an object that is there, rather what it has."""
+        entry = tree_at(self.tree, path)
+        if entry is None:
+            free = [words for words in node.leaves if words not in node.musts]
+            chosen = list(node.musts) + self.random.sample(free, min(len(free), self.random.choice((0, 1, 2, 4))))
+        else:
+            has = [words for words in node.leaves if tree_at(entry, words.split()) is not None]
+            chosen = {self.pick(has if has and self.random.random() < 0.6 else node.leaves) for _ in range(self.random.choice((1, 1, 2, 4)))}
+        return [edit for words in sorted(filter(None, chosen))
+                for edit in self.setting_edit(path, words, node.leaves[words], words in node.musts)]
 
     def setting_edit(self, path, words, values, is_needed):
         there = path + tuple(words.split())
-        if tree_at(self.tree, there) is not None and not is_needed and self.random.random() < 0.45:
+        if tree_at(self.tree, there) is not None and not is_needed and self.random.random() < 0.5:
             return [Edit("delete", there)]
         if values is EMPTY:
             return [Edit("set", there)]
         value = self.pick(tree_at(self.tree, values.path) or () if isinstance(values, Ref) else values)
         return [Edit("set", there, value)] if value is not None else []
+
+    def routing_change(self):
+        found = [(node, path) for node, path, _ in routing_entries(self.tree) if node.leaves]
+        return self.setting_edits(*self.pick(found)) if found else []
+
+    def area_port(self):
+        """An interface into an area, before or after it is there itself, or a change of its address when it is."""
+        vpn = self.pick(key for key in vpns(self.tree) if key != "512")
+        areas = tree_at(self.tree, ("vpn", "vpn-instance", vpn, "router", "ospf", "area")) or {}
+        placed = [("vpn", "vpn-instance", vpn, "interface", name) for area in areas.values() for name in area.get("interface", {})]
+        path = self.pick(path for path in placed if tree_at(self.tree, path) is not None)
+        if path is not None and self.random.random() < 0.5:
+            return self.leaf_edits("ip address", path, path[-1], tree_at(self.tree, path))
+        area = next(node for node in OSPF.below if node.words == "area")
+        port = next(node for node in area.below if node.words == "interface")
+        base = ("vpn", "vpn-instance", vpn, "router", "ospf", "area")
+        return self.objects(port, base + (self.routing_key(area, base),))
 
     def routing_delete(self):
         found = [path for _, path, _ in routing_entries(self.tree)]
@@ -279,8 +302,15 @@ GROUPS = (
     *(Generator.interface_create,) * 7, *(Generator.interface_change,) * 8, *(Generator.interface_delete,) * 3,
     *(Generator.interface_move,) * 2,
     *(Generator.bridge_create,) * 2, Generator.bridge_delete, *(Generator.member_create,) * 6,
-    *(Generator.member_change,) * 4, Generator.member_delete, *(Generator.system_leaf,) * 3, Generator.overlay_as,
-    *(Generator.router,) * 16, *(Generator.policy,) * 8, *(Generator.routing_delete,) * 8,
+    *(Generator.member_change,) * 4, Generator.member_delete, *(Generator.system_leaf,) * 2,
+    *(Generator.router,) * 5, *(Generator.area_port,) * 2, *(Generator.policy,) * 3, *(Generator.routing_change,) * 10,
+    *(Generator.routing_delete,) * 7,
+)
+ROUTING = (
+    Generator.vpn_create, *(Generator.interface_create,) * 3, Generator.interface_delete, Generator.interface_move,
+    *(Generator.system_leaf,) * 3, Generator.overlay_as, *(Generator.router,) * 6, *(Generator.area_port,) * 6,
+    *(Generator.policy,) * 4, *(Generator.routing_change,) * 18, *(Generator.routing_delete,) * 12,
 )
 FIRST = [(Generator.vpn_create,)] * 2 + [(Generator.interface_create,)] * 4 + \
-    [(Generator.bridge_create,), (Generator.member_create,)] + [(Generator.policy,)] * 3 + [(Generator.router,)] * 6 + [GROUPS]
+    [(Generator.bridge_create,), (Generator.member_create,)] + [(Generator.policy,)] * 4 + [(Generator.area_port,)] * 2 + \
+    [(Generator.router,)] * 5 + [GROUPS]

@@ -134,7 +134,8 @@ class Device:
 
 
 def has_read(pid):
-    """Whether the daemon has done its initial read: then its reading thread has closed its connection to the agent."""
+    """Whether the daemon has done its initial read, and read the policies for new VPNs: then the threads that read have
+    closed their connections to the agent."""
     done = subprocess.run(["agent_cmd", "status", "--json"], capture_output=True, text=True, check=False,
                           timeout=RESTART_LIMIT_S)
     if done.returncode != 0:
@@ -168,6 +169,7 @@ def sequence_run(device, commits):
         device.commit(commit.edits())
         if device.pid() != pid:
             raise Problem("the daemon has ended in a commit:\n" + "\n".join(log_tail()))
+    wait_for(lambda: has_read(pid), "new VPNs to be told the policies")
     configured = device.configured()
     before = device.settled(configured, lambda state: not device.ports_down(state))
     device.check_devices(before)
