@@ -71,6 +71,8 @@ constexpr path_row_t paths[] = {
       6, 0, 0 },
     { "vpn/vpn-instance/router/bgp/neighbor/address-family/route-policy",
       cfgmgr_config_vpn_bgp_neighbor_address_family_route_policy, vpn__ns, 5, 6, 0, 0 },
+    { "policy/route-policy", cfgmgr_config_route_map, policy__ns, 1, 6, 0, 0 },
+    { "policy/route-policy/sequence", cfgmgr_config_route_map_seq, policy__ns, 2, 6, 0, 0 },
     { "policy/lists/prefix-list", cfgmgr_config_prefix_list, policy__ns, 1, 6, 0, 0 },
     { "policy/lists/prefix-list/ip-prefix", cfgmgr_config_prefix_list_prefix, policy__ns, 2, 6, 0, 0 },
     { "policy/lists/as-path-list", cfgmgr_config_as_path_list, policy__ns, 1, 6, 0, 0 },
@@ -186,8 +188,6 @@ void cfgmgr_sync_cb(tconfd_ctx *ctx, int triggered)
 {
     cfgmgrd_t *cfgmgrd_p = daemon_of(ctx);
     cfgmgrd_p->usergroup_dirty = 0;
-    if (triggered == 0)
-        return;
-    for (cfgmgr_vpn_t &vpn : avl_range<cfgmgr_vpn_t>(&cfgmgrd_p->vpn_table))
-        vpn.policy_synced = 1;
+    if (triggered != 0)
+        cfgmgr_policies_replayed(cfgmgrd_p);
 }

@@ -34,6 +34,7 @@ struct cfgmgrd_t {
     timer_mgr_t *timer_mgr_p;
     timer_util_t *sysmgr_timer_p; // waits for the system manager
     timer_util_t *backup_timer_p; // of the archive; runs while that is enabled
+    timer_util_t *policy_timer_p; // runs while a VPN waits for policies
     event *sigusr1_event;
     tconfd_ctx *tconfd_ctx_p;
     event *inotify_event;

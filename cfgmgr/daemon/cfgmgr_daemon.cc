@@ -12,6 +12,7 @@
 #include "cfgmgr/network/cfgmgr_if_idx.h"
 #include "cfgmgr/network/cfgmgr_kernel_files.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
+#include "cfgmgr/routing/cfgmgr_config_policy.h"
 #include "chmgr/chmgr_api.h"
 #include "common/event_handle.h"
 #include "common/msgq_util.h"
@@ -76,9 +77,12 @@ bool init_timers(cfgmgrd_t *cfgmgrd_p)
     cfgmgrd_p->backup_timer_p =
         timer_util_create(cfgmgrd_p->timer_mgr_p, TIMER_PRIO_NORMAL, TIMER_CYCLIC, ARCHIVE_INTERVAL_DEFAULT_MS,
                           cfgmgr_config_backup_cb, cfgmgrd_p, nullptr, nullptr, nullptr, "cfgmgr-init-sysmgr-timer");
+    cfgmgrd_p->policy_timer_p =
+        timer_util_create(cfgmgrd_p->timer_mgr_p, TIMER_PRIO_NORMAL, TIMER_CYCLIC, POLICY_RETRY_MS,
+                          cfgmgr_policy_timer_cb, cfgmgrd_p, nullptr, nullptr, nullptr, "cfgmgr-policy");
     cfgmgrd_p->timer_tick_event = evtimer_new(cfgmgrd_p->event_base, timer_tick_cb, cfgmgrd_p);
     if (cfgmgrd_p->sysmgr_timer_p == nullptr || cfgmgrd_p->backup_timer_p == nullptr ||
-        cfgmgrd_p->timer_tick_event == nullptr)
+        cfgmgrd_p->policy_timer_p == nullptr || cfgmgrd_p->timer_tick_event == nullptr)
         return false;
     timeval tick;
     timer_mgr_tick(cfgmgrd_p->timer_mgr_p, &tick);
@@ -140,7 +144,8 @@ void release_timers(cfgmgrd_t *cfgmgrd_p)
 {
     if (cfgmgrd_p->timer_mgr_p == nullptr)
         return;
-    for (timer_util_t **timer : { &cfgmgrd_p->sysmgr_timer_p, &cfgmgrd_p->backup_timer_p }) {
+    for (timer_util_t **timer :
+         { &cfgmgrd_p->sysmgr_timer_p, &cfgmgrd_p->backup_timer_p, &cfgmgrd_p->policy_timer_p }) {
         if (timer_util_t *existing = std::exchange(*timer, nullptr))
             timer_util_delete(existing);
     }

@@ -5,13 +5,10 @@
 #include "cfgmgr/daemon/cfgmgr_cdb.h"
 #include "cfgmgr/daemon/cfgmgr_daemon.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
+#include "cfgmgr/routing/cfgmgr_config_policy.h"
 #include "common/tip_assert.h"
 #include "common/tip_log.h"
 #include "tconfd/tconfd_util.h"
-
-#include <algorithm>
-#include <cstring>
-#include <vector>
 
 namespace
 {
@@ -68,95 +65,15 @@ cfgmgr_vpn_t *make_vpn(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t label)
     return vpn_p;
 }
 
-// ---- policies of a VPN that comes after the initial read
-
-// Kinds of policy, by the list below "/policy" that tells whether there are any.
-enum policy_kind_t {
-    POLICY_PREFIX_LIST,
-    POLICY_AS_PATH_LIST,
-    POLICY_COMMUNITY_LIST,
-    POLICY_EXT_COMMUNITY_LIST,
-    POLICY_ROUTE_POLICY,
-    POLICY_KINDS,
-};
-constexpr const char *policy_lists[] = {
-    "lists/prefix-list", "lists/as-path-list", "lists/community-list", "lists/ext-community-list", "route-policy",
-};
-static_assert(std::size(policy_lists) == POLICY_KINDS);
-
-// The subscriptions that bring the policies to the routing daemons.
-struct policy_row_t {
-    const char *path;
-    policy_kind_t kind;
-};
-constexpr policy_row_t policy_rows[] = {
-    { "policy/lists/prefix-list/ip-prefix", POLICY_PREFIX_LIST },
-    { "policy/lists/as-path-list/as-path", POLICY_AS_PATH_LIST },
-    { "policy/lists/community-list/community", POLICY_COMMUNITY_LIST },
-    { "policy/lists/ext-community-list/community", POLICY_EXT_COMMUNITY_LIST },
-    { "policy/route-policy", POLICY_ROUTE_POLICY },
-    { "policy/route-policy/sequence", POLICY_ROUTE_POLICY },
-};
-
-struct policy_presence_t {
-    bool has[POLICY_KINDS] = {};
-};
-
-// An agent that cannot be asked, or whose model has no policies, counts as one without policies.
-policy_presence_t read_policy_presence()
-{
-    policy_presence_t presence;
-    cdb_session session(CDB_RUNNING);
-    if (!session.is_open() || cdb_cd(session.fd(), "/policy") != CONFD_OK)
-        return presence;
-    for (int kind = 0; kind < POLICY_KINDS; kind++)
-        presence.has[kind] = cdb_num_instances(session.fd(), "%s", policy_lists[kind]) > 0;
-    return presence;
-}
-
-bool brings_policy(const tconfd_sub &row, const policy_presence_t &presence)
-{
-    for (const policy_row_t &policy : policy_rows) {
-        if (strcmp(row.path, policy.path) == 0)
-            return presence.has[policy.kind];
-    }
-    return false;
-}
-
-// Asks for all policies again, for the routing daemons of a VPN that have none. False when there is nothing to ask for.
-bool replay_policies(tconfd_ctx *ctx)
-{
-    policy_presence_t presence = read_policy_presence();
-    if (std::find(std::begin(presence.has), std::end(presence.has), true) == std::end(presence.has))
-        return false;
-    std::vector<uint32_t> points;
-    for (const tconfd_sub *row = ctx->reg.subs; row->path[0] != '\0'; row++) {
-        if (brings_policy(*row, presence))
-            points.push_back(row->add_subid);
-    }
-    int result = tconfd_read_sub_config(ctx, points.data(), static_cast<uint32_t>(points.size()));
-    if (result != TCONFD_OK)
-        tip_log("Failed to read the policies again: %d", result);
-    return true;
-}
-
-// During the initial read every VPN gets the policies as they come. Later, the end of the replay marks the VPN.
-void start_policies(tconfd_ctx *ctx, cfgmgr_vpn_t *vpn_p)
-{
-    bool is_read = __atomic_load_n(&ctx->initial_read_done, __ATOMIC_ACQUIRE) == 1;
-    if (!is_read || !replay_policies(ctx))
-        vpn_p->policy_synced = 1;
-}
-
 // These were made at the start and stay whatever becomes of their configuration.
 bool is_fixed_vpn(uint64_t vpn_id)
 {
     return vpn_id == VPN_ID_TRANSPORT || vpn_id == VPN_ID_MANAGEMENT;
 }
 
-int create_vpn(tconfd_ctx *ctx, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
+int create_vpn(tconfd_sub *row, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
-    uint32_t label = allocate_label(ctx, cfgmgrd_p, vpn_id);
+    uint32_t label = allocate_label(row->ctx, cfgmgrd_p, vpn_id);
     cfgmgr_vpn_t *vpn_p = make_vpn(cfgmgrd_p, vpn_id, label);
     int result = cfgmgr_vpn_set_vrf_id(*vpn_p);
     if (result != 0) {
@@ -164,7 +81,7 @@ int create_vpn(tconfd_ctx *ctx, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
             cfgmgr_vpn_delete(cfgmgrd_p, vpn_p, true);
         return result;
     }
-    start_policies(ctx, vpn_p);
+    cfgmgr_policy_start(row, vpn_p);
     return 0;
 }
 
@@ -198,7 +115,7 @@ int32_t cfgmgr_config_vpn(tconfd_sub *row, int32_t op, uint8_t, confd_value_t *k
     cfgmgrd_t *cfgmgrd_p = cfgmgr_config_daemon(row);
     uint64_t vpn_id = cfgmgr_config_vpn_id(&keys[0]);
     if (op == MOP_CREATED)
-        return create_vpn(row->ctx, cfgmgrd_p, vpn_id);
+        return create_vpn(row, cfgmgrd_p, vpn_id);
     if (op != MOP_DELETED)
         return 0;
     cfgmgr_config_services_release(row->ctx, cfgmgrd_p, vpn_id);

@@ -30,13 +30,16 @@ cfgmgr_config_handler_t cfgmgr_config_ext_community_list_attr; // "policy/lists/
 // A message of another kind is fatal. Gives 0, as handlers do.
 int32_t cfgmgr_policy_send(const tconfd_sub *row, const ProtobufCMessage &message);
 
-// Sees to it that a VPN that the row has just made gets the policies that are there: at once, by the initial read, or by
-// a replay, at whose end cfgmgr_policies_replayed marks it. Blocks until the agent has told whether there are any.
+// Sees to it that a VPN that the row has just made gets the policies that are there: at once when there are none, by the
+// initial read, or by a replay, at whose end cfgmgr_policies_replayed marks it. Blocks until the agent has told whether
+// there are any.
 void cfgmgr_policy_start(const tconfd_sub *row, cfgmgr_vpn_t *vpn_p);
-// At the end of each triggered delivery: the VPNs have all policies.
+// At the end of each triggered delivery: all VPNs have all policies.
 void cfgmgr_policies_replayed(cfgmgrd_t *cfgmgrd_p);
-// Reads the policies again for VPNs that still wait for them: a replay can fail with the agent. Runs while any waits.
+// arg1: the daemon. Replays for VPNs that still wait: a replay is lost with the agent, and none begins while the initial
+// read goes on.
 void cfgmgr_policy_timer_cb(timer_util_t *timer, void *arg1, void *arg2, void *arg3, void *arg4);
+inline constexpr uint32_t POLICY_RETRY_MS = 10000;
 
 // ---- the model's enumerations in the daemons' numbers; one that is unknown is logged and gives 0
 

@@ -55,6 +55,67 @@ bool takes_policies(const cfgmgrd_t &cfgmgrd, const cfgmgr_vpn_t &vpn, bool repl
     return !is_initial_read_done(*cfgmgrd.tconfd_ctx_p) || replay != (vpn.policy_synced != 0);
 }
 
+// ---- replays
+
+// What there may be, below "/policy".
+constexpr const char *policy_lists[] = {
+    "lists/prefix-list", "lists/as-path-list", "lists/community-list", "lists/ext-community-list", "route-policy",
+};
+// The rows that bring it; those of lists themselves act on deletions only. A replay takes all of them, also where there
+// is nothing yet: what is configured between its beginning and its delivery is withheld from VPNs that wait, so it has to
+// be in there.
+constexpr const char *policy_rows[] = {
+    "policy/lists/prefix-list/ip-prefix",
+    "policy/lists/as-path-list/as-path",
+    "policy/lists/community-list/community",
+    "policy/lists/ext-community-list/community",
+    "policy/route-policy",
+    "policy/route-policy/sequence",
+};
+
+// True as well when the agent cannot tell: a replay of nothing does no harm.
+bool has_policies()
+{
+    cdb_session session(CDB_RUNNING);
+    int result = session.is_open() ? cdb_cd(session.fd(), "/policy") : session.result();
+    int count = 0;
+    for (const char *list : policy_lists) {
+        if (result == CONFD_OK && count == 0)
+            count = cdb_num_instances(session.fd(), "%s", list);
+    }
+    if (result != CONFD_OK || count < 0)
+        tip_log("Failed to count the policies (%d)%s (%d) : %s", result, confd_strerror(confd_errno), confd_errno,
+                confd_lasterr());
+    return result != CONFD_OK || count != 0;
+}
+
+bool brings_policies(const tconfd_sub &row)
+{
+    return std::any_of(std::begin(policy_rows), std::end(policy_rows),
+                       [&row](const char *path) { return strcmp(row.path, path) == 0; });
+}
+
+void start_replay(tconfd_ctx *ctx)
+{
+    std::vector<uint32_t> points;
+    for (const tconfd_sub *row = ctx->reg.subs; row->path[0] != '\0'; row++) {
+        if (brings_policies(*row))
+            points.push_back(row->add_subid);
+    }
+    int result = tconfd_read_sub_config(ctx, points.data(), static_cast<uint32_t>(points.size()));
+    if (result != TCONFD_OK)
+        tip_log("Failed to read the policies again: %d", result);
+}
+
+const cfgmgr_vpn_t *find_waiting(cfgmgrd_t *cfgmgrd_p)
+{
+    for (const cfgmgr_vpn_t &vpn : avl_range<cfgmgr_vpn_t>(&cfgmgrd_p->vpn_table)) {
+        if (vpn.policy_synced == 0)
+            return &vpn;
+    }
+    return nullptr;
+}
+
 } // namespace
 
 int cfgmgr_quagga_pb_send_all(cfgmgrd_t *cfgmgrd_p, const void *message, uint32_t peer_id, uint32_t type, bool replay)
@@ -79,4 +140,45 @@ int32_t cfgmgr_policy_send(const tconfd_sub *row, const ProtobufCMessage &messag
     }
     tip_assert(is_known);
     return 0;
+}
+
+void cfgmgr_policy_start(const tconfd_sub *row, cfgmgr_vpn_t *vpn_p)
+{
+    bool is_read = is_initial_read_done(*row->ctx);
+    // A commit can come when all of the initial read has been delivered and its end is still to be told.
+    bool is_in_read = !is_read && (row->state & TCONFD_SUB_IN_PROGRESS) != 0;
+    if (is_in_read || !has_policies()) {
+        vpn_p->policy_synced = 1;
+        return;
+    }
+    if (is_read)
+        start_replay(row->ctx);
+    timer_enable(vpn_p->cfgmgr_p->policy_timer_p);
+}
+
+void cfgmgr_policies_replayed(cfgmgrd_t *cfgmgrd_p)
+{
+    bool is_waited_for = timer_is_running(cfgmgrd_p->policy_timer_p);
+    if (is_waited_for && !is_initial_read_done(*cfgmgrd_p->tconfd_ctx_p))
+        return; // the rest of the initial read, which has no policies for who came too late for them
+    for (cfgmgr_vpn_t &vpn : avl_range<cfgmgr_vpn_t>(&cfgmgrd_p->vpn_table))
+        vpn.policy_synced = 1;
+    if (is_waited_for)
+        timer_disable(cfgmgrd_p->policy_timer_p);
+}
+
+void cfgmgr_policy_timer_cb(timer_util_t *timer, void *arg1, void *, void *, void *)
+{
+    auto *cfgmgrd_p = static_cast<cfgmgrd_t *>(arg1);
+    tconfd_ctx *ctx = cfgmgrd_p->tconfd_ctx_p;
+    const cfgmgr_vpn_t *waiting = find_waiting(cfgmgrd_p);
+    if (waiting == nullptr) {
+        timer_disable(timer);
+        return;
+    }
+    // A thread of the context reads, or connects to the agent; this one comes back.
+    if (!is_initial_read_done(*ctx) || __atomic_load_n(&ctx->live_threads, __ATOMIC_ACQUIRE) != 0)
+        return;
+    tip_log("VPN %lu still waits for policies, reading them again", waiting->vpn_id);
+    start_replay(ctx);
 }

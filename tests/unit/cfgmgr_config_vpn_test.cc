@@ -1,4 +1,4 @@
-// Handlers of what stands below a VPN: the policies of one that comes late, resolvers, static hosts, services.
+// Handlers of what stands below a VPN: resolvers, static hosts, services.
 #include "cfgmgr/network/cfgmgr_config_vpn.h"
 #include "cfgmgr/network/cfgmgr_kernel_files.h"
 #include "tests/harness/death.h"
@@ -6,8 +6,6 @@
 #include "yang/corvane-vpn.h"
 
 #include <arpa/inet.h>
-#include <chrono>
-#include <thread>
 
 namespace
 {
@@ -69,113 +67,6 @@ protected:
     tconfd_ctx ctx{};
     tconfd_sub row{};
 };
-
-// ---- policies of a new VPN
-
-class vpn_policies : public config_env
-{
-protected:
-    vpn_policies()
-    {
-        const char *paths[] = { "system",
-                                "policy/route-policy",
-                                "policy/route-policy/sequence",
-                                "policy/lists/prefix-list",
-                                "policy/lists/prefix-list/ip-prefix",
-                                "policy/lists/as-path-list/as-path",
-                                "policy/lists/community-list",
-                                "policy/lists/community-list/community",
-                                "policy/lists/ext-community-list/community" };
-        for (const char *path : paths) {
-            tconfd_sub &sub = rows.emplace_back();
-            (void)snprintf(sub.path, sizeof sub.path, "%s", path);
-            sub.add_subid = 100 + static_cast<uint32_t>(rows.size());
-        }
-        rows.emplace_back();
-        ctx.reg.subs = rows.data();
-        ctx.initial_read_done = 1;
-    }
-    void set_counts(int prefix, int as_path, int community, int ext_community, int route_policy)
-    {
-        agent().instances = { { "/policy/lists/prefix-list", prefix },
-                              { "/policy/lists/as-path-list", as_path },
-                              { "/policy/lists/community-list", community },
-                              { "/policy/lists/ext-community-list", ext_community },
-                              { "/policy/route-policy", route_policy } };
-    }
-    // Makes VPN 9; what was read again for it.
-    names_t create()
-    {
-        confd_value_t key = u64(9);
-        EXPECT_EQ(cfgmgr_config_vpn(&row, MOP_CREATED, 1, &key, 0, nullptr), 0);
-        for (int tries = 0; __atomic_load_n(&ctx.live_threads, __ATOMIC_ACQUIRE) != 0 && tries < 5000; tries++)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        EXPECT_EQ(agent().open_connections(), 0);
-        return agent().calls_of("cdb_trigger_subscriptions");
-    }
-    bool is_synced() { return cfgmgr_vpn_find(&daemon, 9, nullptr)->policy_synced != 0; }
-
-    std::vector<tconfd_sub> rows;
-};
-
-TEST_F(vpn_policies, are_not_asked_for_during_the_initial_read)
-{
-    set_counts(1, 1, 1, 1, 1);
-    ctx.initial_read_done = 0;
-    EXPECT_EQ(create(), names_t{});
-    EXPECT_TRUE(is_synced());
-    EXPECT_FALSE(agent().has_called("cdb_cd"));
-}
-
-TEST_F(vpn_policies, that_do_not_exist_leave_nothing_to_wait_for)
-{
-    EXPECT_EQ(create(), names_t{}) << "no such part of the model";
-    EXPECT_TRUE(is_synced());
-    EXPECT_TRUE(agent().has_called("cdb_start_session2 " + std::to_string(CDB_RUNNING)));
-    cfgmgr_vpn_delete_by_id(&daemon, 9);
-    set_counts(0, 0, 0, 0, 0);
-    EXPECT_EQ(create(), names_t{});
-    EXPECT_TRUE(is_synced());
-}
-
-struct replay_case_t {
-    const char *name;
-    int counts[5]; // of prefix, as-path, community and extended community lists, of route policies
-    const char *points;
-};
-const replay_case_t replay_cases[] = {
-    { "prefix_list", { 2, 0, 0, 0, 0 }, "105" },
-    { "as_path_list", { 0, 1, 0, 0, 0 }, "106" },
-    { "community_list", { 0, 0, 1, 0, 0 }, "108" },
-    { "ext_community_list", { 0, 0, 0, 1, 0 }, "109" },
-    { "route_policy", { 0, 0, 0, 0, 3 }, "102 103" },
-    { "all", { 1, 1, 1, 1, 1 }, "102 103 105 106 108 109" },
-    { "lists_that_cannot_be_counted", { -1, 0, -1, 0, 1 }, "102 103" },
-};
-
-TEST_F(vpn_policies, that_exist_are_read_again_and_the_vpn_waits_for_them)
-{
-    for (const replay_case_t &c : replay_cases) {
-        set_counts(c.counts[0], c.counts[1], c.counts[2], c.counts[3], c.counts[4]);
-        agent().calls.clear();
-        EXPECT_EQ(create(), names_t{ std::string("cdb_trigger_subscriptions ") + c.points }) << c.name;
-        EXPECT_FALSE(is_synced()) << c.name;
-        cfgmgr_vpn_delete_by_id(&daemon, 9);
-    }
-}
-
-TEST_F(vpn_policies, are_not_looked_at_for_a_vpn_that_is_taken_back)
-{
-    set_counts(1, 1, 1, 1, 1);
-    agent().on_write = [](const std::string &path) {
-        if (path == "/vpn/vpn-instance{9}/vrf-id")
-            agent().results["cdb_set_elem"] = CONFD_ERR;
-    };
-    confd_value_t key = u64(9);
-    EXPECT_EQ(cfgmgr_config_vpn(&row, MOP_CREATED, 1, &key, 0, nullptr), 16);
-    EXPECT_EQ(vpns(), (std::vector<uint64_t>{ 0, 5 }));
-    EXPECT_FALSE(agent().has_called("cdb_cd"));
-}
 
 // ---- resolvers
 

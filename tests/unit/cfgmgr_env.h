@@ -19,6 +19,7 @@
 
 struct fake_device_t {
     std::vector<std::string> effects;    // commands as they are; "tell TYPE VPN", "enter VPN", "leave VPN"
+    std::vector<std::string> messages;   // to routing daemons: "DAEMON TYPE VPN {FIELDS}"
     std::map<std::string, int> statuses; // wait statuses of commands; others succeed
     std::string failing_program;         // commands that begin so fail as well
     int chassis_type = 0;

@@ -1,8 +1,10 @@
 // The doors to the routing daemons. Unless a test has asked for the real ones, the daemons of every VPN come and go at
-// once, and messages are written down: "daemon start 29 5", "daemon stop 29 5", "rtm open 5", "message 29 1 5".
+// once, and messages are written down: "daemon start 29 5", "daemon stop 29 5", "rtm open 5", "message 29 1 5", and
+// apart from that what these say.
 #include "cfgmgr/routing/cfgmgr_quagga_daemon.h"
 #include "cfgmgr/routing/cfgmgr_quagga_pb_api.h"
 #include "cfgmgr/routing/cfgmgr_rtm.h"
+#include "platform/routing/message_json.h"
 #include "tests/unit/cfgmgr_env.h"
 
 namespace
@@ -45,13 +47,16 @@ int __wrap__Z22cfgmgr_rtm_client_initP12cfgmgr_vpn_t(cfgmgr_vpn_t *vpn_p)
 }
 
 int __real__Z29cfgmgr_quagga_pb_send_messageP12cfgmgr_vpn_tPKvjj(cfgmgr_vpn_t *vpn_p, const void *message,
-                                                                uint32_t peer_id, uint32_t type);
+                                                                 uint32_t peer_id, uint32_t type);
 int __wrap__Z29cfgmgr_quagga_pb_send_messageP12cfgmgr_vpn_tPKvjj(cfgmgr_vpn_t *vpn_p, const void *message,
-                                                                uint32_t peer_id, uint32_t type)
+                                                                 uint32_t peer_id, uint32_t type)
 {
     if (device().has_routing)
         return __real__Z29cfgmgr_quagga_pb_send_messageP12cfgmgr_vpn_tPKvjj(vpn_p, message, peer_id, type);
-    note("message " + std::to_string(peer_id) + " " + std::to_string(type), vpn_p->vpn_id);
+    std::string to = std::to_string(peer_id) + " " + std::to_string(type);
+    note("message " + to, vpn_p->vpn_id);
+    device().messages.push_back(to + " " + std::to_string(vpn_p->vpn_id) + " " +
+                                message_json(*static_cast<const ProtobufCMessage *>(message)));
     return QUAGGA_OK;
 }
 

@@ -466,6 +466,7 @@ protected:
     {
         ctx.reg.app_ctx = &daemon;
         row.ctx = &ctx;
+        row.state = TCONFD_SUB_IN_PROGRESS; // of the initial read
     }
     int32_t configure(int op, uint64_t vpn_id)
     {
