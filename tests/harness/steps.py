@@ -18,6 +18,7 @@ A line that is not indented is a step; indented lines below it are its body. "#"
     no oper PATH               the leaf does not exist
     log: TEXT                  a line since the change holds TEXT
     no log: TEXT               none does
+    messages:                  the body is what routing daemons were told since the change, in order; see routing_log.py
     $ COMMAND                  run by a shell; the body is its output; COMMAND => STATUS, 0 if left out
     ! COMMAND                  a change that is no configuration, such as a kill: run once by a shell, must succeed
 
@@ -34,6 +35,8 @@ import sys
 import tempfile
 import time
 from dataclasses import dataclass, field
+
+import routing_log
 
 RECORD_FILE = "/run/lab/record"
 LOG_FILE = "/var/log/device.log"
@@ -85,10 +88,11 @@ FORMS = (
     ("no oper", r"no oper (.+)"),
     ("log", r"log: ?(.+)"),
     ("no log", r"no log: ?(.+)"),
+    ("messages", r"messages:()"),
     ("shell", r"\$ (.+)"),
     ("deed", r"! (.+)"),
 )
-WITH_BODY = ("run", "file", "shell")
+WITH_BODY = ("run", "file", "messages", "shell")
 
 
 def step_parse(name, number, line):
@@ -194,12 +198,14 @@ class Device:
     def __init__(self):
         self.record_seen = 0
         self.log_seen = 0
+        self.routing = routing_log.RoutingLog()
         self.first_keep()
 
     def mark(self):
         """From here counts what "since the change" means."""
         self.record_seen = len(self._record_lines())
         self.log_seen = os.path.getsize(LOG_FILE) if os.path.exists(LOG_FILE) else 0
+        self.routing.mark()
 
     def type(self, lines):
         """Types lines in configuration mode; the CLI's status and what it said."""
@@ -331,6 +337,15 @@ def expect_no_log(device, step):
         raise Failed(f"log lines hold {step.text!r}:\n{indented(lines)}")
 
 
+def expect_messages(device, step):
+    wanted = [message for line in step.body for message in routing_log.messages_read(line)]
+    there = device.routing.since()
+    if not any(message.is_validation() for message in wanted):
+        there = routing_log.without_validations(there)
+    if there != wanted:
+        raise Failed(routing_log.difference(wanted, there))
+
+
 def expect_shell(device, step):
     command, wanted_status = status_split(step.text)
     status, output = device.shell(command)
@@ -342,7 +357,8 @@ def expect_shell(device, step):
 
 EXPECTATIONS = {
     "run": expect_run, "file": expect_file, "no file": expect_no_file, "oper": expect_oper,
-    "no oper": expect_no_oper, "log": expect_log, "no log": expect_no_log, "shell": expect_shell,
+    "no oper": expect_no_oper, "log": expect_log, "no log": expect_no_log,
+    "messages": expect_messages, "shell": expect_shell,
 }
 
 

@@ -1,9 +1,14 @@
 #!/usr/bin/env python3
-"""Tests of the step runner: what it reads, and above all that each kind of expectation can fail."""
+"""Tests of the runners of steps and of tables of messages: what they read, and above all that each expectation can fail."""
 
 import io
+import json
+import os
+import tempfile
 import unittest
 
+import messages
+import routing_log
 import steps
 
 
@@ -117,6 +122,106 @@ class StepsTest(unittest.TestCase):
         while isinstance(value, (dict, list)):
             value = steps.leaf_of(value)
         self.assertEqual(1, value)
+
+
+TABLE = """set first thing
+object bgpd 0,5 m_one key=1
+    at a b
+    with must 1
+    made must=1
+    leaf: 7     | leaf=7          | +leaf_is_deleted
+    / other: 8  | leaf=8          | leaf=0
+    + outer     | nothing         | -outer
+    deaf: 1     |                 |
+    only: 10.0.0.1 | only=10.0.0.1
+"""
+# What is typed, and the fields that a daemon without faults then gets beside the key.
+CREATED = "set a b;set a b must 1"
+ANSWERS = {
+    CREATED: ["must=1"], "set a b leaf 7": ["leaf=7"], "delete a b leaf": ["+leaf_is_deleted"],
+    "set a b other 8": ["leaf=8"], "delete a b other": ["leaf=0"], "set a b outer": [], "delete a b outer": ["-outer"],
+    "set a b deaf 1": [""], "delete a b deaf": [""], "set a b only 10.0.0.1": ["only=10.0.0.1"],
+    "delete a b": ["+entry_is_deleted"],
+    CREATED + ";set a b leaf 7;set a b outer;set a b deaf 1;set a b only 10.0.0.1": ["must=1 leaf=7 only=10.0.0.1"],
+}
+
+
+class ToldDevice(FakeDevice):
+    """Tells two daemons at each change what stands in answers; kept in logs as the peers do."""
+
+    def __init__(self, answers, stray=None):
+        super().__init__()
+        self.answers, self.stray, self.clock = answers, stray, 0
+
+    def restore_lines(self):
+        return ["commit"]
+
+    def type(self, lines):
+        super().type(lines)
+        for fields in self.answers.get(";".join(lines[:-1]), []):
+            for vpn in (0, 5):
+                self.tell("bgpd", vpn, {"key": 1} | routing_log.fields_read(fields))
+        if self.stray and lines[0] == "set a b leaf 7":
+            self.tell(*self.stray)
+        return (0, "")
+
+    def tell(self, daemon, vpn, fields):
+        self.clock += 1
+        row = {"time": self.clock, "vpn": vpn, "daemon": daemon, "type": "m_one", "number": 1, "message": fields}
+        with open(f"{routing_log.LOG_DIR}/{daemon}.log.{vpn}", "a", encoding="utf-8") as file:
+            file.write(json.dumps(row) + "\n")
+
+
+class MessagesTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        routing_log.LOG_DIR, routing_log.QUIET_S = folder.name, 0
+
+    def outcome(self, table, device):
+        for name in os.listdir(routing_log.LOG_DIR):
+            os.remove(os.path.join(routing_log.LOG_DIR, name))
+        counts, out = steps.Counts(), io.StringIO()
+        messages.file_run(device, "f.messages", table, counts, out)
+        return counts.line(), out.getvalue()
+
+    def test_a_table_holds(self):
+        device = ToldDevice(ANSWERS)
+        self.assertEqual("1 passed, 0 failed", self.outcome(TABLE, device)[0], self.outcome(TABLE, device)[1])
+        self.assertEqual(["set first thing", "commit"], device.typed[0])
+
+    def test_each_message_is_looked_at(self):
+        for change in ANSWERS:
+            for answer in (["key=2"], [*ANSWERS[change], "+more"], ["leaf=6"]):
+                with self.subTest(change=change, answer=answer):
+                    self.assertEqual("0 passed, 1 failed", self.outcome(TABLE, ToldDevice(ANSWERS | {change: answer}))[0])
+
+    def test_a_message_to_anybody_else_fails(self):
+        for stray in (("bgpd", 6, {}), ("zebra", 0, {"key": 1, "leaf": 7})):
+            self.assertEqual("0 passed, 1 failed", self.outcome(TABLE, ToldDevice(ANSWERS, stray))[0])
+
+    def test_fields_come_back_as_they_are_written(self):
+        text = '-off +on a=1 b="x \\"y\\" ú" n=10.0.0.1 p=2001:db8::/32 q={"sub":{"is_ipv4":true}} t="10.0.0.1"'
+        fields = routing_log.fields_read(text)
+        self.assertEqual({"is_ipv4": False, "prefix": "2001:db8::/32"}, fields["p"])
+        line = routing_log.messages_make("bgpd", "0", "m", fields)[0].line()
+        self.assertEqual(fields, routing_log.fields_read(line.removeprefix("bgpd 0 m ")))
+
+    def test_malformed_tables_fail_and_name_the_line(self):
+        for text in ("object bgpd 0\n", "object bgpd 0 m a\n", "object bgpd 0 m +a=1\n", "object bgpd 0 m a=x\n",
+                     "object bgpd 0 m a=1b=2\n", "object bgpd 0 m\n    what\n", "    at a\n", "set a\n", "",
+                     "object bgpd 0 m\n    a | b=1 | c=1 | d=1\n"):
+            with self.subTest(text):
+                self.assertEqual("0 passed, 1 failed", self.outcome(text, ToldDevice({}))[0])
+
+    def test_steps_expect_messages_in_the_order_in_which_they_came(self):
+        for body, good in (("bgpd 0,5 m_one key=1 leaf=7\n    zebra 1 m_one", True), ("bgpd 0,5 m_one key=1 leaf=7", False),
+                           ("zebra 1 m_one\n    bgpd 0,5 m_one key=1 leaf=7", False), ("", False)):
+            device, counts = ToldDevice(ANSWERS, ("zebra", 1, {})), steps.Counts()
+            text = f"case c\nwithin 0\n> set a b leaf 7\n> commit\nmessages:\n    {body}\n"
+            device.routing.mark()
+            steps.file_run(device, "f", text, counts, io.StringIO())
+            self.assertEqual(f"{int(good)} passed, {int(not good)} failed", counts.line(), body)
 
 
 if __name__ == "__main__":
