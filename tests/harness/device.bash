@@ -141,6 +141,19 @@ with socket.socket(socket.AF_UNIX) as link:
 END
 }
 
+# routing_held DAEMON VPN: what the routing daemon was told since its start, as the objects that it then holds, one a line.
+routing_held()
+{
+    PYTHONPATH=$harness python3 - "$@" <<'END'
+import sys
+import routing_objects
+daemon, vpn = sys.argv[1:]
+with open(f"/var/log/quagga/{daemon}.log" + (f".{vpn}" if vpn != "0" else ""), encoding="utf-8") as log:
+    for key, fields in sorted(routing_objects.fold(log).items()):
+        print(*key, *(f"{name}={value}" for name, value in sorted(fields.items())))
+END
+}
+
 # --- interfaces as the kernel has them; VPN 0 is the network that the device's processes are in ---
 
 # vpn_ip VPN ARGUMENT...: ip(8) in the VPN
