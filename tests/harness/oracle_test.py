@@ -319,7 +319,7 @@ class FoldTest(unittest.TestCase):
                 ("m_prefix_list", {"name": "a"}, "list", "prefix-list a"),
                 ("m_prefix_list", {"name": "a", "prefix": prefix}, "prefix", "prefix-list a 10.1.0.0/16"),
                 ("m_route_map", CLAUSE, "seq", "route-map in 10"),
-                ("m_route_map", {"name": "in", "sequence": 0}, "route_map", "route-map in")):
+                ("m_route_map", {"name": "in"}, "route_map", "route-map in")):
             with self.subTest(gone):
                 before, words = routing_objects.fold(lines), tuple(gone.split())
                 left = {key: value for key, value in before.items() if key[:len(words)] != words}

@@ -27,6 +27,8 @@ from restart_oracle import Device, Problem, has_read, log_tail, wait_for
 
 SESSIONS = 3
 CONTROL = "/var/run/quagga/{}.control.{}"
+NOBODY = "is its daemon running?" # said of a rule while the daemon that judges it is away
+RETRY_LIMIT_S = 20
 SETTLE_LIMIT_S = 4
 POLL_S = 0.1
 LAST_VPN = {"vpn vpn-instance 40": None}
@@ -61,36 +63,36 @@ class Logs:
 # --- typing ---
 
 class Session:
-    """What one operator types in a wave."""
+    """What one operator types in a wave; one who has patience types again what was refused for want of a daemon."""
 
-    def __init__(self, state, commits):
-        self.state, self.commits = state, commits
+    def __init__(self, state, commits, is_patient):
+        self.state, self.commits, self.is_patient = state, commits, is_patient
         self.problem = None
         self.thread = threading.Thread(target=self.run)
         self.thread.start()
 
     def run(self):
-        with subprocess.Popen(["cli"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                              text=True, errors="replace") as cli:
-            try:
-                self.type(cli.stdin)
-            except BrokenPipeError:
-                pass # its status tells
-            said, _ = cli.communicate()
-        if cli.returncode != 0:
-            self.problem = f"a session was refused something:\n{said}"
-
-    def type(self, stdin):
-        stdin.write("configure\n")
+        limit = time.monotonic() + RETRY_LIMIT_S
         for commit in self.commits:
             time.sleep(commit.pause_s)
             lines = lines_between(self.state, commit.state)
             for vpn in re.findall(r"^set vpn vpn-instance (\d+)$", "\n".join(lines), re.MULTILINE):
                 late_set(vpn, commit.late_ms)
-            if lines:
-                stdin.write("\n".join(lines) + "\ncommit\n")
-                stdin.flush()
+            while (said := type_lines(lines)) and self.is_patient and NOBODY in said and time.monotonic() < limit:
+                time.sleep(POLL_S / 10)
+            if said:
+                self.problem = f"a session was refused something:\n{said}"
+                return
             self.state = commit.state
+
+
+def type_lines(lines):
+    """What the CLI said of a commit of the lines when it was refused, else nothing."""
+    if not lines:
+        return ""
+    done = subprocess.run(["cli"], input="\n".join(["configure", *lines, "commit\n"]), stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, errors="replace", check=False)
+    return done.stdout if done.returncode != 0 else ""
 
 
 def late_set(vpn, late_ms):
@@ -100,7 +102,8 @@ def late_set(vpn, late_ms):
 
 def wave_type(device, states, wave):
     old = device.pid()
-    sessions = [(number, Session(states.get(number, {}), commits)) for number, commits in enumerate(wave.sessions) if commits]
+    sessions = [(number, Session(states.get(number, {}), commits, wave.with_restart))
+                for number, commits in enumerate(wave.sessions) if commits]
     if wave.with_restart:
         os.kill(old, signal.SIGKILL)
     for number, session in sessions:

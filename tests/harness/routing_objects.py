@@ -68,7 +68,7 @@ KINDS = {
     "m_prefix_list": list_kind("prefix-list", "prefix"),
     "m_route_map": Kind(CLAUSE, {"seq_is_deleted": CLAUSE, "route_map_is_deleted": MAP}, (".*",), above=MAP),
 }
-NO_CLAUSE = "0" # number of a clause in a message about the whole map
+NO_CLAUSE = "None" # of a clause in a message about the whole map, which has no number
 
 # Messages that only ask: type and number on the wire.
 QUESTIONS = {("m_bgp_neighbor", 14), ("m_bgp_as_path_list", 15), ("m_ospf_instance", 1)}
