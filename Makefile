@@ -18,16 +18,16 @@ run: install-deps build
 
 ## make check         build, then unit tests, component cases, fuzz corpora and a short set of device cases
 check: install-deps build
-	@scripts/check $(PRESET) units harness oracle-harness random-harness replay-harness launcher topology component oracle random pair device-short
+	@scripts/check $(PRESET) units harness oracle-harness random-harness replay-harness launcher topology component oracle replay random pair device-short
 
 ## make check-device  all device cases
 check-device: build
-	@scripts/check $(PRESET) launcher topology pair device oracle-long random-long
+	@scripts/check $(PRESET) launcher topology pair device oracle-long replay-long random-long
 
 ## make check-asan    the tests of `make check` with address and undefined-behaviour sanitizers
 check-asan:
 	@$(MAKE) --no-print-directory PRESET=asan build
-	@scripts/check asan units launcher topology component oracle random device-short
+	@scripts/check asan units launcher topology component oracle replay random device-short
 
 ## make bench         benchmarks, as tables; BENCH_OPTIONS go to each in-process one
 bench:
