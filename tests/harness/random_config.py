@@ -72,14 +72,18 @@ def run(*command):
 
 
 class Device:
-    """The device that the program is in. `lines` is its configuration."""
+    """The device that the program is in. `lines` is its configuration. What the device is is configured to begin with, as
+    it is nothing at all once the setting has been there and gone."""
 
-    def __init__(self, root):
+    def __init__(self, root, personality):
         self.root = root
         self.musts = [text for node in random_schema.nodes_below(root) for text in node.musts if text]
         self.log_sizes = {}
         self.remember()
-        self.base = self.lines = self.configuration()
+        self.lines = self.configuration()
+        if not self.commit([f"set system personality {personality}"])[0]:
+            raise Problem("the device's own personality is refused")
+        self.base = self.lines
 
     @staticmethod
     def configuration():
@@ -245,7 +249,7 @@ def failure_tell(commits, problem):
 
 def inside(arguments):
     """Prints what happens, and the counts as JSON in the last line."""
-    device = Device(random_schema.schema_read(CHECKOUT / "yang"))
+    device = Device(random_schema.schema_read(CHECKOUT / "yang"), arguments.personality)
     world = random_values.WORLDS.get(arguments.personality, random_values.NODE)
     counts, left, number = Counts(), arguments.configurations, arguments.only or 0
     while left > 0 and counts.failed < arguments.most_failures:

@@ -26,7 +26,7 @@ WEIGHTS = {
     "mac-address": 2, "vrrp": 2, "nat": 2, "ppp": 1, "pppoe-client": 2, "tunnel-interface": 2, "wpnt-extension": 1, "arp": 2,
     "dot1x": 1, "native-vlan": 4, "vlan": 4, "system-ip": 6, "simulation": 3, "radius": 3, "tacacs": 3, "logging": 2, "ntp": 2,
     "archive": 2, "aaa": 2, "policer": 2, "access-list": 2, "static": 5, "overload": 3, "direction": 3, "trap": 3,
-    "server": 5, "source-interface": 5, "user": 3, "auth-order": 3,
+    "server": 5, "source-interface": 5, "user": 3, "auth-order": 3, "personality": 0.3,
     "vpn-instance ip": 4, "vpn-instance interface": 17, "router": 11, "bgp": 4, "ospf": 6, "neighbor": 7, "address-family": 4,
     "remote-as": 4, "update-source": 2, "timers": 2, "best-path": 3, "distance": 2, "maximum-prefixes": 3, "redistribute": 2,
     "bgp shutdown": 1, "neighbor shutdown": 1,
@@ -60,7 +60,7 @@ class Subject:
 
 
 # Routing has large entries, of which each value beyond an edge would refuse the whole.
-SUBJECTS = (Subject(), Subject(), Subject({"router": 60, "policy": 40, "bridge": 3}, 0.02, (0, 1, 2, 3, 4, 5)))
+SUBJECTS = (Subject(), Subject(), Subject({"vpn": 120, "router": 110, "policy": 36, "bgp": 6, "system": 3}, 0.02, (0, 1, 2, 3, 4, 5)))
 
 
 def quoted(word):
@@ -185,11 +185,24 @@ class Generator:
         """Sets something at a node or below it; the words lead to where it stands."""
         path = (*words, self.word_of(node))
         if node.kind in ("leaf", "leaf-list"):
-            return [self.line(path, node)]
+            return [*self.referred(node), self.line(path, node)]
         if node.kind == "list":
             return self.entry(node, path)
         is_enough = node.is_presence and self.random.random() < 0.4
         return [self.line(path)] if is_enough else [*self.needed(node, path), *self.below(node, path)]
+
+    def referred(self, leaf):
+        """An entry for a leaf that refers to a list without any; mostly, since a reference may be to nothing too."""
+        path = leaf.type.target[:-1]
+        if not path or self.state.keys_of(path) or self.random.random() < self.subject.beyond:
+            return []
+        node = self.root
+        for name in path:
+            node = node.children[name]
+        lines = self.entry(node, path)
+        for line in lines:
+            self.state.add(line)
+        return lines
 
     def line(self, words, leaf=None):
         parts = ["set", *words]

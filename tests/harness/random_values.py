@@ -9,7 +9,7 @@ from dataclasses import dataclass
 
 BEYOND = 0.09        # share of values from beyond the edge
 REFERENCE = 0.75     # share of names of interfaces that are taken from those that exist
-POLICY_REFERENCE = 0.93  # share of references to entries of other lists that are good, if there are such entries
+POLICY_REFERENCE = 0.97  # share of references to entries of other lists that are good, if there are such entries
 OWN_NEIGHBOR = 0.12  # share of neighbours that have the address of an interface
 
 TAGS = ("1", "100", "200", "300", "4094")
