@@ -16,6 +16,7 @@ DELETION = 0.22         # share of changes that take something away
 WITHOUT_NEEDED = 0.04   # share of entries that are made without what they need
 WITH_COMPANIONS = 0.75  # share of settings that come with those that they make sense with
 REFERRED_DELETION = 0.1 # share of deletions that take an entry which a setting refers to
+SELDOM_DELETED = {"personality"}  # without it most of the rest is refused
 MOST_CHANGES = 5
 
 # How often a step goes to a child, by its name or by its parent's and its own; what is not here counts once.
@@ -151,7 +152,8 @@ class Generator:
         line = " ".join(["delete", *map(quoted, path)])
         is_new = any(other.startswith("set " + line[7:]) for other in made)
         is_list = steps[depth - 1][0].kind == "list" and len(steps[depth - 1][1]) == 1
-        return None if is_new or is_list else line
+        is_seldom = steps[-1][0].name in SELDOM_DELETED and self.random.random() < 0.9
+        return None if is_new or is_list or is_seldom else line
 
     # settings
 
