@@ -24,7 +24,7 @@ int32_t change_list(const tconfd_sub *row, int32_t op, const confd_value_t *keys
 
 // ---- members that are a text
 
-// What a trace calls a list's members.
+// What the log calls a list's members.
 struct member_names_t {
     const char *row;
     const char *member;
@@ -37,9 +37,8 @@ int32_t change_member(const tconfd_sub *row, int32_t op, const confd_value_t *ke
     quagga_fill_t fill;
     message.name = fill.text(cfgmgr_quagga_text_key(&keys[0]));
     message.*member = fill.text(cfgmgr_quagga_text_key(&keys[1]));
-    if (cfgmgr_events_level > 0)
-        tip_log("%s Config - Name:%s, %s:%s, Oper:%u, num:%u", names.row, message.name, names.member, message.*member,
-                static_cast<unsigned>(op), static_cast<unsigned>(num_tv));
+    tip_log("%s Config - Name:%s, %s:%s, Oper:%u, num:%u", names.row, message.name, names.member, message.*member,
+            static_cast<unsigned>(op), static_cast<unsigned>(num_tv));
     if (op == MOP_DELETED) {
         message.has_entry_is_deleted = 1;
         message.entry_is_deleted = 1;
