@@ -146,8 +146,8 @@ def object_apply(objects, what, message):
                 return
     if what.above:
         objects.setdefault(key_of(what.above, message), {})
-    if what.above and key[-1] == NO_CLAUSE:
-        return
+    if what.above and "sequence" not in message:
+        return # about the map as a whole
     there = objects.setdefault(key, {})
     fields_apply(there, told, what.zeros)
     if not there and not what.is_bare:
