@@ -19,6 +19,7 @@
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "cfgmgr/routing/cfgmgr_config_policy.h"
 #include "cfgmgr/routing/cfgmgr_config_vpn_bgp.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_ospf.h"
 #include "common/daemon_names.h"
 #include "common/tip_log.h"
 #include "common/tip_text.h"
@@ -71,6 +72,12 @@ constexpr path_row_t paths[] = {
       6, 0, 0 },
     { "vpn/vpn-instance/router/bgp/neighbor/address-family/route-policy",
       cfgmgr_config_vpn_bgp_neighbor_address_family_route_policy, vpn__ns, 5, 6, 0, 0 },
+    { "vpn/vpn-instance/router/ospf/route-policy", cfgmgr_config_vpn_ospf_route_policy, vpn__ns, 2, 6, 0, 0 },
+    { "vpn/vpn-instance/router/ospf/redistribute", cfgmgr_config_vpn_ospf_redistribute, vpn__ns, 2, 6, 0, 0 },
+    { "vpn/vpn-instance/router/ospf/max-metric/router-lsa", cfgmgr_config_vpn_ospf_max_metric, vpn__ns, 2, 6, 0, 0 },
+    { "vpn/vpn-instance/router/ospf/area", cfgmgr_config_vpn_ospf_area, vpn__ns, 2, 6, 0, 0 },
+    { "vpn/vpn-instance/router/ospf/area/interface", cfgmgr_config_vpn_ospf_area_interface, vpn__ns, 3, 6, 5, 0 },
+    { "vpn/vpn-instance/router/ospf/area/range", cfgmgr_config_vpn_ospf_area_range, vpn__ns, 3, 6, 0, 0 },
     { "policy/route-policy", cfgmgr_config_route_map, policy__ns, 1, 6, 0, 0 },
     { "policy/route-policy/sequence", cfgmgr_config_route_map_seq, policy__ns, 2, 6, 0, 0 },
     { "policy/lists/prefix-list", cfgmgr_config_prefix_list, policy__ns, 1, 6, 0, 0 },

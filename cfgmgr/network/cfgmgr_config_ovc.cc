@@ -5,6 +5,7 @@
 #include "cfgmgr/daemon/cfgmgr_cdb.h"
 #include "cfgmgr/daemon/cfgmgr_context.h"
 #include "cfgmgr/network/cfgmgr_config_value.h"
+#include "cfgmgr/network/cfgmgr_vpn.h"
 #include "cfgmgr/routing/cfgmgr_config_vpn_bgp.h"
 #include "cfgmgr/routing/cfgmgr_quagga_fill.h"
 #include "common/tip_log.h"
@@ -34,7 +35,11 @@ int32_t cfgmgr_config_ovc_lodest_peers(tconfd_sub *row, int32_t, uint8_t, confd_
         return 1;
     }
     auto *cfgmgrd_p = static_cast<cfgmgrd_t *>(row->ctx->reg.app_ctx);
-    cfgmgrd_p->ovc_up = cfgmgr_config_bool(value) ? 1 : 0;
+    uint8_t is_up = cfgmgr_config_bool(value) ? 1 : 0;
+    if (is_up != cfgmgrd_p->ovc_up) {
+        cfgmgrd_p->ovc_up = is_up;
+        cfgmgr_vpn_update_routing_flags_all(cfgmgrd_p);
+    }
     return 0;
 }
 

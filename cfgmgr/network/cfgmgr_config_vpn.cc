@@ -6,9 +6,14 @@
 #include "cfgmgr/daemon/cfgmgr_daemon.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "cfgmgr/routing/cfgmgr_config_policy.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_ospf.h"
 #include "common/tip_assert.h"
 #include "common/tip_log.h"
 #include "tconfd/tconfd_util.h"
+#include "yang/corvane-vpn.h"
+
+#include <algorithm>
+#include <span>
 
 namespace
 {
@@ -85,6 +90,20 @@ int create_vpn(tconfd_sub *row, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
     return 0;
 }
 
+void delete_vpn(tconfd_ctx *ctx, cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
+{
+    cfgmgr_config_services_release(ctx, cfgmgrd_p, vpn_id);
+    if (vpn_id != VPN_ID_TRANSPORT) // all else leans on this one while the daemon runs
+        cfgmgr_vpn_delete_by_id(cfgmgrd_p, vpn_id);
+}
+
+// OSPF is a container, so what changes in it comes with the VPN.
+bool has_ospf(uint16_t num_tv, const confd_tag_value_t *tv)
+{
+    return std::ranges::any_of(std::span(tv, num_tv),
+                               [](const confd_tag_value_t &changed) { return changed.tag.tag == vpn_ospf; });
+}
+
 } // namespace
 
 cfgmgrd_t *cfgmgr_config_daemon(const tconfd_sub *row)
@@ -100,26 +119,21 @@ uint64_t cfgmgr_config_vpn_id(const confd_value_t *key_p)
 
 cfgmgr_vpn_t *cfgmgr_config_vpn_get(const tconfd_sub *row, const confd_value_t *key_p)
 {
-    uint64_t vpn_id = cfgmgr_config_vpn_id(key_p);
-    cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find(cfgmgr_config_daemon(row), vpn_id, nullptr);
-    if (vpn_p == nullptr) {
-        tip_log("Cannot find VPN %lu", vpn_id);
-        tip_assert(vpn_p != nullptr);
-    }
-    return vpn_p;
+    return cfgmgr_vpn_get(cfgmgr_config_daemon(row), cfgmgr_config_vpn_id(key_p));
 }
 
-int32_t cfgmgr_config_vpn(tconfd_sub *row, int32_t op, uint8_t, confd_value_t *keys, uint16_t, confd_tag_value_t *)
+int32_t cfgmgr_config_vpn(tconfd_sub *row, int32_t op, uint8_t num_keys, confd_value_t *keys, uint16_t num_tv,
+                          confd_tag_value_t *tv)
 {
     cfgmgr_timer_keepalive();
     cfgmgrd_t *cfgmgrd_p = cfgmgr_config_daemon(row);
     uint64_t vpn_id = cfgmgr_config_vpn_id(&keys[0]);
-    if (op == MOP_CREATED)
-        return create_vpn(row, cfgmgrd_p, vpn_id);
-    if (op != MOP_DELETED)
+    if (op == MOP_DELETED) {
+        delete_vpn(row->ctx, cfgmgrd_p, vpn_id);
         return 0;
-    cfgmgr_config_services_release(row->ctx, cfgmgrd_p, vpn_id);
-    if (vpn_id != VPN_ID_TRANSPORT) // all else leans on this one while the daemon runs
-        cfgmgr_vpn_delete_by_id(cfgmgrd_p, vpn_id);
-    return 0;
+    }
+    int result = op == MOP_CREATED ? create_vpn(row, cfgmgrd_p, vpn_id) : 0;
+    if (result != 0 || !has_ospf(num_tv, tv))
+        return result;
+    return cfgmgr_config_vpn_ospf(row, op, num_keys, keys, num_tv, tv);
 }

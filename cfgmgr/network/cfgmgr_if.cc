@@ -6,6 +6,7 @@
 #include "cfgmgr/network/cfgmgr_kernel.h"
 #include "cfgmgr/network/cfgmgr_kernel_phy.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_ospf.h"
 #include "chmgr/chmgr_api.h"
 #include "common/tip_log.h"
 #include "common/tip_text.h"
@@ -214,6 +215,7 @@ int cfgmgr_if_addr_update(cfgmgrd_t *cfgmgrd_p, const char *name, const ip_prefi
     if (if_p == nullptr)
         return result;
     const ip_prefix_t wanted = prefix; // which may be the record's own
+    cfgmgr_ospf_if_addr_update(*if_p, wanted, is_delete);
     ip_prefix_t *slot = ip_addr_is_v6(wanted.ip) ? &if_p->ipv6_addr : &if_p->ipv4_addr;
     if (slot->ip.family != 0 && can_have_address(*if_p))
         remove_address(if_p, *slot);

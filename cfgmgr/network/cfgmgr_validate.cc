@@ -41,6 +41,7 @@ constexpr point_row_t points[] = {
     { "aspathprepend", cfgmgr_validate_aspath_list },
     { "aspathexclude", cfgmgr_validate_aspath_list },
     { "bgpNeighborValidate", cfgmgr_validate_bgp_neighbor },
+    { "ospfInstanceValidate", cfgmgr_validate_vpn_ospf },
     { "vpnArpIpValidate", cfgmgr_validate_vpn_arp_ip },
     { "vpnArpMacValidate", cfgmgr_validate_vpn_arp_mac },
     { "validate_vpn_id", cfgmgr_validate_vpn_exists }, // of servers

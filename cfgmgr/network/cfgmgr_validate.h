@@ -72,4 +72,7 @@ cfgmgr_validator_t cfgmgr_validate_aspath;
 cfgmgr_validator_t cfgmgr_validate_aspath_list;
 cfgmgr_validator_t cfgmgr_validate_bgp_neighbor;
 
+// ---- OSPF (routing/cfgmgr_validate_ospf.cc)
+cfgmgr_validator_t cfgmgr_validate_vpn_ospf;
+
 #endif

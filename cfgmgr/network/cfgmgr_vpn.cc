@@ -8,9 +8,12 @@
 #include "cfgmgr/network/cfgmgr_kernel_files.h"
 #include "cfgmgr/network/cfgmgr_kernel_leftovers.h"
 #include "cfgmgr/network/cfgmgr_kernel_vpn.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_bgp.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_ospf.h"
 #include "cfgmgr/routing/cfgmgr_rtm.h"
 #include "chmgr/chmgr_api.h"
 #include "common/bitmap.h"
+#include "common/tip_assert.h"
 #include "common/tip_log.h"
 
 #include <cstddef>
@@ -107,7 +110,9 @@ void apply_device_settings(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p)
     if (cfgmgrd_p->has_quorvix_system_ip != 0)
         cfgmgr_if_system_vpn_add(cfgmgrd_p, vpn_p, cfgmgrd_p->quorvix_system_ip, false);
     if (cfgmgrd_p->site_id != 0)
-        (void)cfgmgr_vpn_update_siteid(cfgmgrd_p, vpn_p->vpn_id, cfgmgrd_p->site_id); // gives 0
+        (void)cfgmgr_vpn_update_siteid(cfgmgrd_p, vpn_p->vpn_id, cfgmgrd_p->site_id); // gives 0, as below
+    (void)cfgmgr_vpn_ospf_ignore_down_bit_update(cfgmgrd_p, vpn_p->vpn_id);
+    (void)cfgmgr_config_vpn_bgp_ignore_soo_update(cfgmgrd_p, vpn_p->vpn_id);
 }
 
 // ---- the VPNs that every device has
@@ -240,6 +245,16 @@ cfgmgr_vpn_t *cfgmgr_vpn_find(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, avl_index_t
     cfgmgr_vpn_t key{};
     key.vpn_id = vpn_id;
     return static_cast<cfgmgr_vpn_t *>(avl_find(&cfgmgrd_p->vpn_table, &key, where));
+}
+
+cfgmgr_vpn_t *cfgmgr_vpn_get(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
+{
+    cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find(cfgmgrd_p, vpn_id, nullptr);
+    if (vpn_p == nullptr) {
+        tip_log("Cannot find VPN %lu", vpn_id);
+        tip_assert(vpn_p != nullptr);
+    }
+    return vpn_p;
 }
 
 cfgmgr_vpn_t *cfgmgr_vpn_find_next_after(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)

@@ -100,6 +100,8 @@ void cfgmgr_vpn_default_deinit(cfgmgrd_t *cfgmgrd_p);
 [[nodiscard]] int cfgmgr_vpn_find_or_create(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t label);
 // where, unless null, is the place for a new record (avl_find).
 [[nodiscard]] cfgmgr_vpn_t *cfgmgr_vpn_find(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, avl_index_t *where);
+// One that has to be there: without it, fatal.
+[[nodiscard]] cfgmgr_vpn_t *cfgmgr_vpn_get(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
 [[nodiscard]] cfgmgr_vpn_t *cfgmgr_vpn_find_next_after(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
 [[nodiscard]] cfgmgr_vpn_t *cfgmgr_vpn_first(cfgmgrd_t *cfgmgrd_p);
 // The walk without the management VPN, for what goes to routing daemons.
@@ -126,6 +128,8 @@ int cfgmgr_vpn_update_routerid(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, const ip_p
 // Nothing in a VPN without BGP. site_id 0 clears it.
 int cfgmgr_vpn_update_siteid(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t site_id);
 void cfgmgr_vpn_update_siteid_all(cfgmgrd_t *cfgmgrd_p, bool clear);
+// What depends on whether the overlay is up, for every VPN.
+void cfgmgr_vpn_update_routing_flags_all(cfgmgrd_t *cfgmgrd_p);
 
 struct cfgmgr_printer_t;
 // Prints the table.

@@ -3,6 +3,7 @@
 #include "cfgmgr/network/cfgmgr_if.h"
 #include "cfgmgr/network/cfgmgr_kernel.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_ospf.h"
 
 namespace
 {
@@ -34,6 +35,8 @@ void cfgmgr_vpn_if_del(cfgmgrd_t *cfgmgrd_p, cfgmgr_if_t *if_p, bool remove_from
         return;
     if (has_twin(*if_p))
         cfgmgr_subif_del_sim(if_p);
+    if (if_p->type != IF_TYPE_BRIDGE_PORT && (if_p->flags & IF_OSPF) != 0)
+        cfgmgr_config_vpn_ospf_send_if_address(cfgmgrd_p, if_p->vpn_p, if_p->ospf_area, if_p->name, true, true);
     if (remove_from_tree)
         avl_remove(&if_p->vpn_p->if_db, if_p);
     (void)cfgmgr_kernel_if_vpn_del(cfgmgrd_p, if_p->vpn_p->vpn_id, if_p); // logged

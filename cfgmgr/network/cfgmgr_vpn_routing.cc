@@ -1,9 +1,10 @@
-// What the device's identity means to a VPN's routing daemons: the router id of its zebra, the site id of its bgpd.
+// What the device's identity and the state of the overlay mean to a VPN's routing daemons: the router id of its zebra, the
+// site id of its bgpd, what ospfd and bgpd heed in routes.
 
 #include "cfgmgr/network/cfgmgr_vpn.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_bgp.h"
+#include "cfgmgr/routing/cfgmgr_config_vpn_ospf.h"
 #include "cfgmgr/routing/cfgmgr_quagga_pb_api.h"
-#include "common/tip_assert.h"
-#include "common/tip_log.h"
 #include "proto/bgp.pb-c.h"
 #include "proto/zebra.pb-c.h"
 
@@ -11,16 +12,6 @@ namespace
 {
 
 constexpr size_t PREFIX_TEXT_SIZE = 128;
-
-// Callers name VPNs that they have just walked or made: a missing one is a bug.
-cfgmgr_vpn_t *get_vpn(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
-{
-    cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find(cfgmgrd_p, vpn_id, nullptr);
-    if (vpn_p == nullptr)
-        tip_log("Cannot find VPN %lu", vpn_id);
-    tip_assert(vpn_p != nullptr);
-    return vpn_p;
-}
 
 bool has_address(const ip_prefix_t *prefix)
 {
@@ -33,7 +24,7 @@ int cfgmgr_vpn_update_routerid(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, const ip_p
 {
     if (vpn_id == VPN_ID_INTERNAL)
         return 0;
-    cfgmgr_vpn_t *vpn_p = get_vpn(cfgmgrd_p, vpn_id);
+    cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_get(cfgmgrd_p, vpn_id);
     char text[PREFIX_TEXT_SIZE];
     MIpPrefix router_id = M_IP_PREFIX__INIT;
     MSystemRouterid message = M_SYSTEM_ROUTERID__INIT;
@@ -53,7 +44,7 @@ int cfgmgr_vpn_update_routerid(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, const ip_p
 
 int cfgmgr_vpn_update_siteid(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id, uint32_t site_id)
 {
-    cfgmgr_vpn_t *vpn_p = get_vpn(cfgmgrd_p, vpn_id);
+    cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_get(cfgmgrd_p, vpn_id);
     if (vpn_p->bgp_as == 0)
         return 0;
     MBgpInstance message = M_BGP_INSTANCE__INIT;
@@ -75,4 +66,12 @@ void cfgmgr_vpn_update_siteid_all(cfgmgrd_t *cfgmgrd_p, bool clear)
 {
     for (cfgmgr_vpn_t &vpn : avl_range<cfgmgr_vpn_t>(&cfgmgrd_p->vpn_table))
         (void)cfgmgr_vpn_update_siteid(cfgmgrd_p, vpn.vpn_id, clear ? 0 : cfgmgrd_p->site_id); // gives 0
+}
+
+void cfgmgr_vpn_update_routing_flags_all(cfgmgrd_t *cfgmgrd_p)
+{
+    for (const cfgmgr_vpn_t &vpn : avl_range<cfgmgr_vpn_t>(&cfgmgrd_p->vpn_table)) {
+        (void)cfgmgr_vpn_ospf_ignore_down_bit_update(cfgmgrd_p, vpn.vpn_id); // gives 0, as below
+        (void)cfgmgr_config_vpn_bgp_ignore_soo_update(cfgmgrd_p, vpn.vpn_id);
+    }
 }

@@ -5,8 +5,6 @@
 #include "cfgmgr/network/cfgmgr_vpn.h"
 #include "cfgmgr/routing/cfgmgr_quagga_change.h"
 #include "cfgmgr/routing/cfgmgr_quagga_pb_api.h"
-#include "common/tip_assert.h"
-#include "common/tip_log.h"
 #include "proto/bgp.pb-c.h"
 #include "yang/corvane-vpn.h"
 
@@ -86,10 +84,7 @@ int32_t cfgmgr_config_vpn_bgp(tconfd_sub *row, int32_t op, uint8_t num_keys, con
 
 int cfgmgr_config_vpn_bgp_ignore_soo_update(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id)
 {
-    cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_find(cfgmgrd_p, vpn_id, nullptr);
-    if (vpn_p == nullptr)
-        tip_log("Cannot find VPN %lu", vpn_id);
-    tip_assert(vpn_p != nullptr);
+    cfgmgr_vpn_t *vpn_p = cfgmgr_vpn_get(cfgmgrd_p, vpn_id);
     if (vpn_p->bgp_as == 0)
         return 0;
     MBgpInstance message = M_BGP_INSTANCE__INIT;

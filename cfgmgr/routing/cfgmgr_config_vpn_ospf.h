@@ -10,6 +10,11 @@
 #include "cfgmgr/network/cfgmgr_config_value.h"
 #include "cfgmgr/network/cfgmgr_vpn.h"
 
+struct cfgmgr_if_t;
+
+// What stands behind the keys in the traces of OSPF.
+inline constexpr char OSPF_BEHIND_KEYS[] = " ";
+
 // ---- handlers; all give 0 but that of a range. A message that cannot be delivered is lost, one that is refused ends the
 // process.
 
@@ -33,6 +38,9 @@ void cfgmgr_config_vpn_ospf_send_network(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn
 // interface that the device does not have, or that is in another VPN.
 void cfgmgr_config_vpn_ospf_send_if_address(cfgmgrd_t *cfgmgrd_p, cfgmgr_vpn_t *vpn_p, uint32_t area,
                                             const char *if_name, bool is_deleted, bool update_mark);
+// An interface's configured address becomes another one, or goes: before the record has changed. Nothing for an interface
+// without the mark, nor for IPv6.
+void cfgmgr_ospf_if_addr_update(const cfgmgr_if_t &interface, const ip_prefix_t &address, bool is_delete);
 // Takes the marks of all interfaces of a VPN away.
 void cfgmgr_ospf_clear_if_marks(cfgmgrd_t *cfgmgrd_p, uint64_t vpn_id);
 

@@ -15,7 +15,8 @@ constexpr size_t KEY_TEXT_SIZE = 128;
 
 } // namespace
 
-quagga_change_t::quagga_change_t(const char *name, const quagga_delivery_t &delivery) : delivery_(delivery)
+quagga_change_t::quagga_change_t(const char *name, const quagga_delivery_t &delivery, const char *behind_keys)
+    : delivery_(delivery), behind_keys_(behind_keys)
 {
     fields.name = name;
     fields.personality = daemon()->personality;
@@ -83,7 +84,7 @@ cfgmgr_vpn_t *quagga_change_t::vpn()
     if (vpn_p_ != nullptr)
         return vpn_p_;
     if (cfgmgr_events_level > CFGMGR_DETAILED)
-        tip_log("%s config - %s, oper:%d, num_values:%u", fields.name, keys_text_.c_str(), delivery_.op,
+        tip_log("%s config - %s%soper:%d, num_values:%u", fields.name, keys_text_.c_str(), behind_keys_, delivery_.op,
                 delivery_.num_tv);
     vpn_p_ = cfgmgr_config_vpn_get(delivery_.row, &delivery_.keys[0]);
     return vpn_p_;

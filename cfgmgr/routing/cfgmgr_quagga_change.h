@@ -29,8 +29,9 @@ struct quagga_delivery_t {
 class quagga_change_t
 {
 public:
-    // name: of the object in traces; a literal. Takes the first key, the VPN's.
-    quagga_change_t(const char *name, const quagga_delivery_t &delivery);
+    // name: of the object in traces; behind_keys: what stands behind the keys in them, which the traces of OSPF do
+    // otherwise. Literals. Takes the first key, the VPN's.
+    quagga_change_t(const char *name, const quagga_delivery_t &delivery, const char *behind_keys = ", ");
 
     // The next key. One too many, or of another type, is a bug and ends the process; so is, at the first use of what
     // stands below, a VPN that is not there. label: of the key in traces.
@@ -48,16 +49,17 @@ public:
     [[nodiscard]] bool is_created() const { return delivery_.op == MOP_CREATED; }
     [[nodiscard]] bool is_deleted() const { return delivery_.op == MOP_DELETED; }
 
-    // What has changed, or that the object is gone, which goes out with the keys alone.
-    template <typename message_t> void fill(message_t *message, std::span<const quagga_leaf_t> rows)
+    // What has changed, or that the object is gone, which goes out with the keys alone. Gives how many of the changed
+    // leaves had a row.
+    template <typename message_t> size_t fill(message_t *message, std::span<const quagga_leaf_t> rows)
     {
         (void)vpn(); // which a bug ends here rather than behind the leaves
         if (is_deleted()) {
             message->has_entry_is_deleted = 1;
             message->entry_is_deleted = 1;
-            return;
+            return 0;
         }
-        (void)cfgmgr_quagga_fill(&fields, message, rows, delivery_.num_tv, delivery_.tv);
+        return cfgmgr_quagga_fill(&fields, message, rows, delivery_.num_tv, delivery_.tv);
     }
     // 0, whatever becomes of the message.
     int32_t send(const void *message, uint32_t peer_id, uint32_t type);
@@ -66,6 +68,7 @@ public:
 
 private:
     quagga_delivery_t delivery_;
+    const char *behind_keys_;
     uint8_t next_ = 0;
     std::string keys_text_; // of the trace; empty without one
     cfgmgr_vpn_t *vpn_p_ = nullptr;

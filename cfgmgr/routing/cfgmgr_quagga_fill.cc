@@ -329,6 +329,6 @@ ip_prefix_t cfgmgr_quagga_prefix_key(const confd_value_t *key_p)
 
 bool cfgmgr_quagga_interface_name(std::string_view cli_name, uint32_t personality, char *out, size_t size)
 {
-    (void)cfgmgr_if_cli_to_kernel_name(std::string(cli_name).c_str(), out, size, nullptr); // else as it came
-    return cfgmgr_if_is_provisioned(out, personality, nullptr);
+    bool is_convertible = cfgmgr_if_cli_to_kernel_name(std::string(cli_name).c_str(), out, size, nullptr) != nullptr;
+    return is_convertible && cfgmgr_if_is_provisioned(out, personality, nullptr);
 }

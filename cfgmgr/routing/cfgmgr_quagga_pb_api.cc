@@ -10,6 +10,7 @@
 #include <confd_dp.h>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 namespace
 {
@@ -127,4 +128,11 @@ int cfgmgr_quagga_pb_send_show_message(confd_trans_ctx *tctx, cfgmgr_vpn_t *vpn_
     (void)cfgmgr_quagga_pb_send_message(vpn_p, message, peer_id, type); // what became of it shows in the transaction
     asking = nullptr;
     return QUAGGA_OK;
+}
+
+int cfgmgr_quagga_pb_validate(confd_trans_ctx *tctx, cfgmgr_vpn_t *vpn_p, const void *message, uint32_t peer_id,
+                              uint32_t type)
+{
+    (void)cfgmgr_quagga_pb_send_show_message(tctx, vpn_p, message, peer_id, type); // as the transaction has it
+    return std::exchange(tctx->t_opaque, nullptr) == nullptr ? CONFD_OK : CONFD_ERR;
 }

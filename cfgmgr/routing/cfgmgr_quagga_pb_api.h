@@ -86,6 +86,10 @@ int cfgmgr_quagga_pb_send_message(cfgmgr_vpn_t *vpn_p, const void *message, uint
 // while the process is being stopped; otherwise 0, whatever became of the request.
 int cfgmgr_quagga_pb_send_show_message(confd_trans_ctx *tctx, cfgmgr_vpn_t *vpn_p, const void *message,
                                        uint32_t peer_id, uint32_t type);
+// Asks a daemon to judge what a transaction brings: 0, or -1 with the daemon's text set. Without a record of the daemon
+// there is nobody to ask, and it passes; a link that is down refuses without a text. Both are deliberate.
+int cfgmgr_quagga_pb_validate(confd_trans_ctx *tctx, cfgmgr_vpn_t *vpn_p, const void *message, uint32_t peer_id,
+                              uint32_t type);
 // Sends a message of policies to that daemon of every VPN, in order of number. After the initial read a change goes to
 // the VPNs that have all policies, and a replay to those that are still being filled: these get what changes meanwhile
 // by the replay, which reads the configuration as it is then. Gives 0; a VPN that cannot be reached is logged.

@@ -10,16 +10,9 @@
 #include "proto/policy.pb-c.h"
 
 #include <cinttypes>
-#include <utility>
 
 namespace
 {
-
-// Takes the answer out of a transaction: anything but null is a refusal, its text set.
-int take_answer(confd_trans_ctx *tctx)
-{
-    return std::exchange(tctx->t_opaque, nullptr) == nullptr ? CONFD_OK : CONFD_ERR;
-}
 
 bool is_equal(const ip_addr_t &a, const ip_addr_t &b)
 {
@@ -44,8 +37,7 @@ int check_interface(const validate_t &v, uint64_t vpn_id, const char *name, cons
 
 } // namespace
 
-// Any bgpd can tell, and VPN 0 is always there. On a device without bgpd the expression means nothing and passes; while
-// the link is down the answer stays what the request has left there, which refuses without a text. Both are deliberate.
+// Any bgpd can tell, and VPN 0 is always there.
 int cfgmgr_validate_aspath(confd_trans_ctx *tctx, confd_hkeypath_t *, confd_value_t *newval)
 {
     if (cfgmgr_config_is_deleted(*newval))
@@ -57,8 +49,7 @@ int cfgmgr_validate_aspath(confd_trans_ctx *tctx, confd_hkeypath_t *, confd_valu
     quagga_fill_t fields;
     MBgpAsPathList message = M_BGP_AS_PATH_LIST__INIT;
     message.regex = fields.text(cfgmgr_quagga_text_key(newval));
-    (void)cfgmgr_quagga_pb_send_show_message(tctx, vpn_p, &message, DAEMON_ID_BGPD, BGP_AS_PATH_VALIDATE);
-    return take_answer(tctx);
+    return cfgmgr_quagga_pb_validate(tctx, vpn_p, &message, DAEMON_ID_BGPD, BGP_AS_PATH_VALIDATE);
 }
 
 int cfgmgr_validate_aspath_list(confd_trans_ctx *tctx, confd_hkeypath_t *, confd_value_t *newval)

@@ -66,8 +66,11 @@ effects_t joined(const std::vector<effects_t> &parts);
 effects_t creation(uint64_t vpn_id, int vrf_id = 1)
 {
     std::string id = std::to_string(vpn_id);
-    effects_t rest = joined(
-        { daemons("start", vpn_id), { "enter " + id, "leave " + id, "rtm open " + id }, fp_tap(vpn_id, vrf_id) });
+    effects_t down_bit = vpn_id == 65530 ? effects_t{} : effects_t{ "message 30 0 " + id };
+    effects_t rest = joined({ daemons("start", vpn_id),
+                              { "enter " + id, "leave " + id, "rtm open " + id },
+                              fp_tap(vpn_id, vrf_id),
+                              down_bit });
     if (vpn_id == 0)
         return rest;
     return joined({ { "ip netns add " + id, "mkdir -p /etc/netns/" + id,
