@@ -4,6 +4,8 @@
 import io
 import json
 import os
+import pathlib
+import re
 import tempfile
 import unittest
 
@@ -124,6 +126,12 @@ class StepsTest(unittest.TestCase):
         self.assertEqual(1, value)
 
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+# Fields that the daemon has no use for; the removal of a site's number goes out as 0.
+NEVER_SENT = {"m_bgp_instance graceful_restart_helper", "m_bgp_instance log_neighbor_changes",
+              "m_bgp_instance site_id_is_deleted", "m_route_map interface", "m_route_map interface_is_deleted",
+              "m_route_map tag", "m_route_map tag_is_deleted"}
+
 TABLE = """set first thing
 object bgpd 0,5 m_one key=1
     at a b
@@ -222,6 +230,20 @@ class MessagesTest(unittest.TestCase):
             device.routing.mark()
             steps.file_run(device, "f", text, counts, io.StringIO())
             self.assertEqual(f"{int(good)} passed, {int(not good)} failed", counts.line(), body)
+
+    def test_every_field_of_every_message_of_configuration_is_told_somewhere(self):
+        told, cases = {}, ROOT / "tests" / "component"
+        for path in cases.glob("*.messages"):
+            for one in messages.table_read(path.name, path.read_text())[1]:
+                for fields in (one.keys, one.made, one.gone, *(f for row in one.rows for f in (row.made, row.gone))):
+                    told.setdefault(one.target[2], set()).update(fields or ())
+        for match in re.finditer(r"\n +\w+ \S+ (m_\w+)\??(.*)", (cases / "routing_order.steps").read_text()):
+            told.setdefault(match.group(1), set()).update(routing_log.fields_read(match.group(2)))
+        protos = "".join(path.read_text() for path in (ROOT / "proto").glob("*.proto"))
+        missing = {f"{name} {field}" for name, fields in told.items() for field in re.findall(
+            r" (\w+) = \d+;", re.search(rf"message {name} {{(.*?)\n}}", protos, re.DOTALL).group(1)) if field not in fields}
+        self.assertEqual(21, len(told), sorted(told))
+        self.assertEqual(NEVER_SENT, missing)
 
 
 if __name__ == "__main__":
