@@ -10,7 +10,7 @@ from dataclasses import dataclass
 BEYOND = 0.09        # share of values from beyond the edge
 REFERENCE = 0.75     # share of names of interfaces that are taken from those that exist
 POLICY_REFERENCE = 0.97  # share of references to entries of other lists that are good, if there are such entries
-OWN_NEIGHBOR = 0.12  # share of neighbours that have the address of an interface
+OWN_NEIGHBOR = 0.2   # share of neighbours that have the address of an interface
 
 TAGS = ("1", "100", "200", "300", "4094")
 NUMBERED = {
@@ -106,6 +106,7 @@ WORLDS = {"krest": EDGE, "tarn": EDGE}  # all others are like NODE
 class Row:
     good: tuple
     beyond: tuple = ()
+    share: float = None     # of values from beyond the edge, if not the usual one
 
 
 PREFIXES = Row(
@@ -128,7 +129,7 @@ TEXTS = Row(("text 1", "a longer text, with 2 blanks", "x"), ("t" * 32, "t" * 33
 # Systems as they are put before a path; the last ones are none.
 AS_PATHS = Row(("65000", "65000 65000.1", "100 200.300", "1 2 3", "4294967295 " * 10 + "1"),
                ("0", "70000.1", "1.70000", "0.0", "65000 x", "1+1", "65000 1-1", "100  200", "4294967296", "1.2.3", "1.", "x",
-                "65535.65535 " * 9 + "65535.1", "1 " * 63 + "1", "1 " * 64 + "1", " 1", "1,2"))
+                "65535.65535 " * 9 + "65535.1", "1 " * 63 + "1", "1 " * 64 + "1", " 1", "1,2"), 0.15)
 
 OF_LEAF = {
     "mtu": Row(("576", "1280", "1400", "1492", "1496", "1500", "1600", "1996", "2000"),
@@ -160,7 +161,7 @@ OF_LEAF = {
     "le": Row(("16", "24", "28", "32"), ("0", "33")),
     "eq": Row(("16", "24", "32"), ("0", "33")),
     "as-path": Row(("^65000_", "_65001$", "_(1|2)_", "^$", ".*", "^[0-9]+ 100$", "65000", "^1{2,3}[-0-9]?$"),
-                   ("(", "[1", ")", "1{2", "*", "1{3,2}", "[9-0]", "a+", "1x", "1" * 127, "1" * 128, "(" * 127, "")),
+                   ("(", "[1", ")", "1{2", "*", "1{3,2}", "[9-0]", "a+", "1x", "1" * 127, "1" * 128, "(" * 127, ""), 0.15),
     "as-path-prepend": AS_PATHS,
     "as-path-exclude": AS_PATHS,
     "sysObjectID": Row(("1.3.6.1.4.1.1",), ()),
@@ -212,7 +213,7 @@ class Values:
         self.random, self.world, self.state, self.beyond = random, world, state, beyond
 
     def draw(self, row):
-        if row.beyond and (not row.good or self.random.random() < self.beyond):
+        if row.beyond and (not row.good or self.random.random() < (row.share or self.beyond)):
             return self.random.choice(row.beyond)
         return self.random.choice(row.good)
 
