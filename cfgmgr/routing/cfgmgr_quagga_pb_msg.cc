@@ -17,9 +17,6 @@
 namespace
 {
 
-// Set in the place of a refusal's text when the daemon gives none.
-constexpr char NO_REASON[] = "refused";
-
 struct unpacked_free_t {
     void operator()(ProtobufCMessage *message) const { protobuf_c_message_free_unpacked(message, nullptr); }
 };
@@ -176,8 +173,9 @@ int cfgmgr_quagga_msg_validate_resp_process(uint32_t code, const char *message, 
 {
     tip_log("Validate response %u - %s", code, logged_text(message));
     tctx->t_opaque = reinterpret_cast<void *>(static_cast<intptr_t>(code != 0 ? -1 : 0));
-    if (code != 0)
-        confd_trans_seterr(tctx, "%s", message != nullptr ? message : NO_REASON);
+    // Where the daemon gives no reason the agent says which rule has refused what.
+    if (code != 0 && message != nullptr && message[0] != '\0')
+        confd_trans_seterr(tctx, "%s", message);
     return 0;
 }
 
