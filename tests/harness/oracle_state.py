@@ -220,7 +220,7 @@ class Configured:
     """What the state is of."""
     tree: dict
     left_ports: frozenset = frozenset() # have been in a bridge without a VLAN and are no more
-    stale: dict = field(default_factory=dict) # of oracle_told.stale_rows
+    stale: dict = field(default_factory=dict) # of oracle_told.stale_rows; empty after a start
 
 
 @dataclass(frozen=True)
@@ -307,11 +307,11 @@ def standin_macs_gone(state, configured):
             if not (key.endswith(" mac") and (key.split()[1], key.split()[3]) in standins)}
 
 
-def stale_as_one(what):
-    """Rows of which a start tells another value than is held now: one of those two is as good as the other."""
+def as_after_a_start(what):
+    """Rows that hold what they must before a restart get what they must have after it."""
     def take_out(state, configured):
-        rows = configured.stale.get(what, {})
-        return state | {name: "now or after a start" for name, values in rows.items() if state.get(name) in values}
+        rows = {name: fresh for name, (held, fresh) in configured.stale.get(what, {}).items() if state.get(name) == held}
+        return {name: value for name, value in (state | rows).items() if value is not None}
     return take_out
 
 
@@ -341,7 +341,7 @@ DIFFERENCES = (
     Difference("link-local addresses and routes of the table local",
                "the kernel makes them of others by itself, some after a random time", without(
                    r" (address|secondary) fe80:| route (local|255) | route main (fe80::/64|multicast|ff00::/8|anycast)")),
-    *(Difference(cause.what, cause.reason, stale_as_one(cause.what)) for cause in oracle_told.CAUSES),
+    *(Difference(cause.what, cause.reason, as_after_a_start(cause.what)) for cause in oracle_told.CAUSES),
 )
 
 

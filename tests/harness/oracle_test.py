@@ -168,6 +168,12 @@ class StateTest(unittest.TestCase):
         self.assertNotEqual(self.taken(up), self.taken(up | address))
         self.assertNotEqual(self.taken(down), self.taken(down | {"vpn 5 link a address 10.0.0.1/24": "global"}))
 
+    def test_what_is_held_of_earlier_configurations_is_to_be_held_exactly(self):
+        what = oracle_told.CAUSES[0].what
+        configured = oracle_state.Configured({}, stale={what: {"a": ("1", None), "b": (None, "2")}})
+        for before, after in (({"a": "1"}, {"b": "2"}), ({"a": "1", "b": "3"}, {"b": "3"}), ({"a": "2", "c": "4"}, {"a": "2", "b": "2", "c": "4"})):
+            self.assertEqual(after, oracle_state.comparable(before, configured))
+
     def test_a_link_of_one_side_is_one_line(self):
         link = {"vpn 5 link a kind": "tun", "vpn 5 link a mtu": "1500"}
         self.assertEqual(["vpn 5 link a only before the restart"], oracle_state.differences(link, {}))
@@ -195,7 +201,7 @@ START = told("start")
 
 
 class ToldTest(unittest.TestCase):
-    """Commits, and the rows of which the daemon's peers hold another value than after a start."""
+    """Commits, and the rows of which the daemon's peers hold another value than after a start: this and that."""
 
     def stale(self, *commits):
         tree, held = {}, {}
@@ -210,20 +216,20 @@ class ToldTest(unittest.TestCase):
         limit = (ROUTER + " bgp 1.1 neighbor 192.0.2.1 address-family ipv4-unicast maximum-prefixes prefix-num", "9")
         gone = limit[0].replace("set", "delete")
         name = "vpn 0 message bgpd bgp 65537 neighbor 192.0.2.1 family 0 .maximum_prefixes"
-        self.assertEqual({name: {"9", None}}, self.stale([limit], [gone]))
+        self.assertEqual({name: ("9", None)}, self.stale([limit], [gone]))
         self.assertEqual({}, self.stale([limit], [gone], [limit]))
         self.assertEqual({}, self.stale([limit], [gone, "delete vpn vpn-instance 0 router bgp 1.1 neighbor 192.0.2.1"]))
 
     def test_addresses_in_areas(self):
         in_area, address = ROUTER + " ospf area 1 interface ge0/1", (PORT + " ip address", "10.0.0.1/24")
         other, row = (PORT + " ip address", "10.0.0.2/24"), "vpn 0 message ospfd ospf area 1 interface ge0_1 address 10.0.0."
-        first, second = ({row + end: {"there", None}} for end in ("1/24", "2/24"))
+        first, second = row + "1/24", row + "2/24"
         for commits, stale in (
                 ([[PORT, in_area], [address], [other]], {}),
-                ([[in_area], [address]], first), # the interface comes later
+                ([[in_area], [address]], {first: (None, "there")}), # the interface comes later
                 ([[in_area], [PORT, address], ["delete vpn vpn-instance 0 router ospf area 1 interface ge0/1"], [in_area]], {}),
                 ([[address, in_area, ROUTER + " ospf area 2"], ["delete vpn vpn-instance 0 router ospf area 2"], [other]],
-                 first | second),
+                 {first: ("there", None), second: (None, "there")}),
                 ([[address, in_area, ROUTER + " ospf area 2"],
                   ["delete vpn vpn-instance 0 router ospf area 2", "delete vpn vpn-instance 0 interface ge0/1"]], {}),
                 ([[address, in_area], ["delete vpn vpn-instance 0 router ospf"]], {})):
@@ -233,7 +239,7 @@ class ToldTest(unittest.TestCase):
     def test_policies_of_routes_outlive_the_container(self):
         made = [("set policy route-policy a default-action", "accept"), (ROUTER + " ospf route-policy out pol-name", "a")]
         row = "vpn 0 message zebra ospf-routes 1"
-        self.assertEqual({row: {"there", None}, row + " .route_policy": {"a", None}},
+        self.assertEqual({row: ("there", None), row + " .route_policy": ("a", None)},
                          self.stale(made, ["delete vpn vpn-instance 0 router ospf"]))
         self.assertEqual({}, self.stale(made, ["delete vpn vpn-instance 0 router ospf route-policy out"]))
         self.assertEqual({}, self.stale(made, ["delete vpn vpn-instance 0 router ospf"], made, [
@@ -246,12 +252,12 @@ class ToldTest(unittest.TestCase):
         clause = "set policy route-policy a sequence 10 action"
         half = [(clause + " base-action", "accept"), (clause + " set aggregator-as", "7"), (clause + " set aggregator-address", "10.0.0.1")]
         for commits, stale in (
-                ([[ge, eq], [no_eq]], {row + "ge": {"20", None}}),
-                ([[eq], [le]], {row + "le": {"28", "24"}}),
+                ([[ge, eq], [no_eq]], {row + "ge": (None, "20")}),
+                ([[eq], [le]], {row + "le": ("28", "24")}),
                 ([[ge, le], [eq]], {}),
-                ([[ge, eq], [no_eq, le]], {row + "ge": {"20", None}}),
+                ([[ge, eq], [no_eq, le]], {row + "ge": (None, "20")}),
                 ([half, [clause.replace("set", "delete", 1) + " set aggregator-as"]],
-                 {"vpn 0 message bgpd route-map a 10 .set_aggr_ip_addr": {"10.0.0.1", None}})):
+                 {"vpn 0 message bgpd route-map a 10 .set_aggr_ip_addr": (None, "10.0.0.1")})):
             with self.subTest(commits):
                 found = self.stale(*commits, [new_vpn])
                 self.assertEqual(stale, {name: values for name, values in found.items() if name.startswith("vpn 0 message bgpd")})

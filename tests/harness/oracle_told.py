@@ -1,8 +1,8 @@
 """What routing daemons still hold of what was configured earlier, where a change tells them less than a start does.
 
 A follower goes through the commits with one such thing: from the rows of a state (oracle_state.py) that the peers held
-before a commit it gives those after it, and from nothing what a start tells. Where the two differ a state may have either,
-and nothing else.
+before a commit it gives those after it, and from nothing what a start tells. Where the two differ the peers must hold the
+one before a restart and the other after it, and nothing else.
 """
 
 from dataclasses import dataclass
@@ -82,7 +82,7 @@ def mark_after(mark, areas, is_cleared, is_there):
 def address_follow(held, old, new):
     """Beside the rows it keeps the marks: (VPN, interface) -> area."""
     found = {}
-    for vpn in at(new, vpn_path("")[:2]):
+    for vpn in router_paths(new):
         was, now = area_of_ports(old, vpn), area_of_ports(new, vpn)
         gone = [area for area in at(old, vpn_path(vpn, "router", "ospf", "area")) or ()
                 if at(new, vpn_path(vpn, "router", "ospf", "area", area)) is None]
@@ -105,7 +105,7 @@ def address_follow(held, old, new):
 
 def routes_follow(held, old, new):
     found = {}
-    for vpn in at(new, vpn_path("")[:2]):
+    for vpn in router_paths(new):
         path = vpn_path(vpn, "router", "ospf")
         for value, direction in enumerate(("in", "out")):
             name = row(vpn, "zebra", "ospf-routes", str(value))
@@ -123,7 +123,7 @@ def member_follow(top, word, kind, update):
     """Follows fields of the members of the lists at a path. A VPN that is new is told all as it is."""
     def follow(held, old, new):
         found = {}
-        for vpn in [*at(new, vpn_path("")[:2]), INTERNAL_VPN]:
+        for vpn in [*router_paths(new), INTERNAL_VPN]:
             has_all = vpn == INTERNAL_VPN or at(old, vpn_path(vpn)) is not None
             for name, members in (at(new, top) or {}).items():
                 for member, entry in members.get(word, {}).items():
@@ -195,10 +195,10 @@ def told_after(told, old, new):
 
 
 def stale_rows(told, tree):
-    """{what: {row: its values in the state now and after a start}} where they are not the same."""
+    """{what: {row: (its value now, after a start)}} where they are not the same; None for a row that is not there."""
     fresh, stale = told_after({}, {}, tree), {}
     for what, held in told.items():
         names = {name for name in (*held, *fresh[what]) if isinstance(name, str)}
-        stale[what] = {name: {held.get(name), fresh[what].get(name)} for name in names
+        stale[what] = {name: (held.get(name), fresh[what].get(name)) for name in names
                        if held.get(name) != fresh[what].get(name)}
     return stale

@@ -11,6 +11,7 @@ lines to type, with what differs.
 """
 
 import argparse
+import dataclasses
 import json
 import os
 import random
@@ -49,6 +50,7 @@ class Device:
         self.fixed = set()     # (VPN, device) of what is there whatever is configured
         self.bridged = set()   # ports that have been in a bridge without a VLAN since the daemon's start
         self.told = {}         # of oracle_told
+        self.known_pid = 0     # of the daemon that these two are about
 
     # changes
 
@@ -69,6 +71,8 @@ class Device:
 
     def reset(self):
         """To the least configuration; the first time, the one that the device came with is taken to be empty."""
+        if self.pid() != self.known_pid:
+            self.started()
         for edits in list(oracle_config.edits_to_base(self.tree)) if self.tree else [[]]:
             if edits or not self.tree:
                 self.commit(edits)
@@ -88,6 +92,11 @@ class Device:
         os.kill(old, self.end_signal)
         wait_for(lambda: self.pid() not in (0, old) and has_read(self.pid()), "the daemon to be back")
         self.raised_at = time.monotonic()
+        self.started()
+
+    def started(self):
+        """The daemon has read the configuration, and knows of nothing before it."""
+        self.known_pid = self.pid()
         self.bridged = oracle_config.untagged_ports(self.tree)
         self.told = oracle_told.told_after({}, {}, self.tree)
 
@@ -174,7 +183,7 @@ def sequence_run(device, commits):
     before = device.settled(configured, lambda state: not device.ports_down(state))
     device.check_devices(before)
     device.restart()
-    after = device.settled(configured, lambda state: state == before)
+    after = device.settled(dataclasses.replace(configured, stale={}), lambda state: state == before)
     lines = oracle_state.differences(before, after)
     if lines:
         raise Problem("\n".join(lines))
