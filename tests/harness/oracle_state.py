@@ -298,6 +298,18 @@ def unset_irb_sizes_gone(state, configured):
     return {key: value for key, value in state.items() if not ((found := matches(key)) and found.group(1) not in own)}
 
 
+def unset_sizes_on_large_ports_gone(state, configured):
+    """The size of tagged interfaces that have none configured: from 1500 to that of their ports, which is more."""
+    ports, largest = oracle_config.ports_of_vpn0(configured.tree), {}
+    for vpn, name, leaves in oracle_config.interfaces(configured.tree):
+        if oracle_config.kind_of(name) == "subif" and "mtu" not in leaves:
+            size = oracle_config.mtu_of(ports.get(name.split(".")[0], {}))
+            device = oracle_config.kernel_name(name)
+            largest |= {f"vpn {vpn} link {device} mtu": size, f"vpn 0 link {device.replace('ge', 'sim', 1)} mtu": size}
+    return {key: value for key, value in state.items()
+            if not (key in largest and 1500 <= int(value) <= largest[key] and largest[key] > 1500)}
+
+
 def standin_macs_gone(state, configured):
     own = {oracle_config.kernel_name(name) for _, name, leaves in oracle_config.interfaces(configured.tree)
            if "mac-address" in leaves}
@@ -336,6 +348,8 @@ DIFFERENCES = (
     Difference("the size of a bridge's interface that has none configured",
                "it is made with that of its parent's VLANs, 2000, and gets 1500 when its setting is taken back",
                unset_irb_sizes_gone),
+    Difference("the size of tagged interfaces that have none configured, on ports larger than 1500",
+               "one is made as large as its port is then, and does not grow with it", unset_sizes_on_large_ports_gone),
     Difference("MAC addresses of tagged interfaces that have none of their own, on stand-ins for them",
                "a VLAN follows its port's address; a stand-in keeps the one that it was made with", standin_macs_gone),
     Difference("link-local addresses and routes of the table local",

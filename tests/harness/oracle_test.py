@@ -161,6 +161,12 @@ class StateTest(unittest.TestCase):
             tree = {"vpn": {"vpn-instance": {"512": {"interface": {"eth0": leaves}}}}}
             self.assertEqual(may_differ, self.taken({key: "UP"}, tree) == self.taken({key: ""}, tree))
 
+    def test_a_tagged_interface_may_be_smaller_than_its_large_port_when_its_size_is_not_set(self):
+        lines, rows = [(PORT + " mtu", "1996"), PORT + ".100"], [{"vpn 0 link ge0_1.100 mtu": size} for size in ("1500", "1996", "1400")]
+        for tree, may_differ in ((tree_of(*lines), True), (tree_of(*lines, (PORT + ".100 mtu", "1500")), False), (tree_of(PORT + ".100", PORT), False)):
+            self.assertEqual(may_differ, self.taken(rows[0], tree) == self.taken(rows[1], tree))
+            self.assertNotEqual(self.taken(rows[0], tree), self.taken(rows[2], tree))
+
     def test_ipv6_addresses_need_a_link_that_is_up(self):
         address = {"vpn 5 link a address 2001:db8::1/64": "global", "vpn 5 route main 2001:db8::/64 dev a": ""}
         down, up = {"vpn 5 link a flags": "PROMISC"}, {"vpn 5 link a flags": "UP"}
