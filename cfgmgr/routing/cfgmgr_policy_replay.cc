@@ -48,11 +48,14 @@ bool is_initial_read_done(const tconfd_ctx &ctx)
     return __atomic_load_n(&ctx.initial_read_done, __ATOMIC_ACQUIRE) == 1;
 }
 
-// During the initial read the flags do not tell: VPNs of the configuration have theirs from the beginning, since they are
-// there before the policies are read, the fixed ones get it in the course of it, and all are to have everything.
+// During the initial read the flag alone does not tell: VPNs of the configuration have it from the beginning, since they
+// are there before the policies are read, the fixed ones get it in the course of it, and all are to have everything. One
+// that came too late for its policies is left out there too: its replay would not take back what it was told before.
 bool takes_policies(const cfgmgrd_t &cfgmgrd, const cfgmgr_vpn_t &vpn, bool replay)
 {
-    return !is_initial_read_done(*cfgmgrd.tconfd_ctx_p) || replay != (vpn.policy_synced != 0);
+    if (is_initial_read_done(*cfgmgrd.tconfd_ctx_p))
+        return replay != (vpn.policy_synced != 0);
+    return vpn.policy_synced != 0 || !timer_is_running(cfgmgrd.policy_timer_p);
 }
 
 // ---- replays

@@ -520,6 +520,8 @@ TEST_F(late_vpn, that_comes_between_the_policies_and_the_end_of_the_initial_read
     ctx.initial_read_done = 0;
     EXPECT_EQ(create(), names_t{});
     EXPECT_EQ(wait(), names_t{});
+    // What it were told now, the replay would not take back.
+    EXPECT_EQ(change(cfgmgr_config_as_path_list, MOP_DELETED, { buf("a") }).size(), 2U); // VPNs 0 and 5
     cfgmgr_sync_cb(&ctx, CDB_SUB_FLAG_TRIGGER); // operational data of the initial read
     EXPECT_FALSE(is_synced(9));
     ctx.initial_read_done = 1;
