@@ -33,7 +33,7 @@ WEIGHTS = {
     "bgp shutdown": 1, "neighbor shutdown": 1,
     "area": 9, "default-information": 3, "max-metric": 1, "area interface": 7, "nssa": 2, "range": 2, "authentication": 4,
     "lists": 4, "prefix-list": 4, "as-path-list": 3, "community-list": 2, "ext-community-list": 2, "policy route-policy": 7,
-    "match": 3, "action": 3, "set": 8,
+    "match": 3, "action": 3, "set": 8, "as-path-prepend": 3, "as-path-exclude": 2,
 }
 WEIGHTS_OF_KIND = {
     "gre": {"tunnel-source": 10, "tunnel-source-interface": 14, "tunnel-destination": 24},
