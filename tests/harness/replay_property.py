@@ -92,7 +92,7 @@ def type_lines(lines):
         return ""
     done = subprocess.run(["cli"], input="\n".join(["configure", *lines, "commit\n"]), stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, errors="replace", check=False)
-    return done.stdout if done.returncode != 0 else ""
+    return (done.stdout or f"status {done.returncode}") if done.returncode != 0 else ""
 
 
 def late_set(vpn, late_ms):

@@ -156,7 +156,8 @@ TEST_F(ospf, an_interface_that_the_device_or_the_vpn_does_not_have_gets_no_mark)
     EXPECT_TRUE(log_has("Interface loopback9 not found"));
     cfgmgr_if_t *other_p = join("ge0/1", "ge0_1", 1, 0);
     EXPECT_TRUE(is_unmarked(other_p));
-    (void)told_of_interface(MOP_DELETED, "ge0/1");
+    EXPECT_EQ(told_of_interface(MOP_DELETED, "ge0/1"),
+              messages_t{ interface_message("ge0_1", R"(,"entry_is_deleted":true)") });
     EXPECT_TRUE(log_has("Interface ge0_1 not found")) << "it is in VPN 0";
 }
 
