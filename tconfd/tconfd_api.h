@@ -93,7 +93,8 @@ struct tconfd_registration {
     tconfd_notif_reg *notif_reg;                     // null: no notification socket
     confd_notification_ctx *snmp_notif_ctx;          // out: the SNMP notifications
     int (*register_data_cbs)(tconfd_ctx *ctx);       // non-zero is failure; required
-    void (*sync_cb)(tconfd_ctx *ctx, int triggered); // at the end of each delivery; may be null
+    // At the end of each delivery; may be null. triggered: not 0 behind a read that has come to its end.
+    void (*sync_cb)(tconfd_ctx *ctx, int triggered);
     void (*post_init_cb)(tconfd_ctx *ctx);           // at the end of each successful connection; may be null
     struct event_base *event_base;                   // required
     timer_mgr_t *timer_mgr;                          // required

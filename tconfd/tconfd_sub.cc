@@ -183,6 +183,7 @@ void *tconfd_thread_read_sub_config(void *arg)
 struct event_t {
     cdb_sub_notification type;
     bool is_triggered;
+    bool is_cut; // the agent went away before all rows had their changes
     malloc_ptr<int> points;
     int n;
 };
@@ -217,7 +218,7 @@ enum outcome_t {
 };
 
 // What a delivery left behind: a failed handler, a failed iteration, or success.
-outcome_t judge(int fd, const event_t &event, tconfd_sub *row, int result)
+outcome_t judge(int fd, event_t &event, tconfd_sub *row, int result)
 {
     if ((row->flags & TCONFD_SUB_FAILED) != 0) {
         if (event.type == CDB_SUB_PREPARE) {
@@ -233,11 +234,12 @@ outcome_t judge(int fd, const event_t &event, tconfd_sub *row, int result)
     if (result != CONFD_OK) {
         tconfd_log("Error iterating subscription (%s: %d). Unexpected type %d", tconfd_name(), result, event.type);
         tip_assert(result == CONFD_EOF);
+        event.is_cut = true;
     }
     return ROW_SERVED;
 }
 
-outcome_t serve_row(int fd, const event_t &event, tconfd_sub *row, int point)
+outcome_t serve_row(int fd, event_t &event, tconfd_sub *row, int point)
 {
     if ((row->flags & TCONFD_SUB_READ_DONE) == 0 && !event.is_triggered)
         return ROW_SERVED; // a commit before the row's first read: the read will see the same data
@@ -269,7 +271,7 @@ outcome_t serve_row(int fd, const event_t &event, tconfd_sub *row, int point)
 }
 
 // False when the delivery ended early and is not to be synced.
-bool serve_rows(int fd, tconfd_ctx *ctx, const event_t &event)
+bool serve_rows(int fd, tconfd_ctx *ctx, event_t &event)
 {
     int remaining = event.n;
     for (tconfd_sub &row : tconfd_rows(ctx->reg.subs)) {
@@ -409,7 +411,7 @@ void tconfd_sub_cb(evutil_socket_t fd, short, void *arg)
             if (!serve_rows(fd, ctx, event))
                 return;
             if (ctx->reg.sync_cb != nullptr)
-                ctx->reg.sync_cb(ctx, flags & CDB_SUB_FLAG_TRIGGER);
+                ctx->reg.sync_cb(ctx, event.is_cut ? 0 : flags & CDB_SUB_FLAG_TRIGGER);
         }
         sync(fd);
     }

@@ -197,4 +197,6 @@ void cfgmgr_sync_cb(tconfd_ctx *ctx, int triggered)
     cfgmgrd_p->usergroup_dirty = 0;
     if (triggered != 0)
         cfgmgr_policies_replayed(cfgmgrd_p);
+    else
+        cfgmgr_policies_not_replayed(cfgmgrd_p);
 }

@@ -30,9 +30,12 @@ halves_t parse_halves(std::string_view text)
     if (first.ec != std::errc())
         return halves;
     halves.count = 1;
-    bool has_second =
-        first.ptr != end && *first.ptr == '.' && std::from_chars(first.ptr + 1, end, halves.second).ec == std::errc();
-    halves.count += has_second ? 1 : 0;
+    if (first.ptr == end || *first.ptr != '.')
+        return halves;
+    auto second = std::from_chars(first.ptr + 1, end, halves.second);
+    if (second.ec == std::errc::result_out_of_range)
+        halves.second = UINT32_MAX; // still a number, which is no half
+    halves.count += second.ec == std::errc::invalid_argument ? 0 : 1;
     return halves;
 }
 

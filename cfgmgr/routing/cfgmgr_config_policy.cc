@@ -76,10 +76,13 @@ constexpr quagga_leaf_t equal_leaves[] = {
       .deleted = QUAGGA_SCALAR(equal_length_t, is_deleted) },
 };
 
+// Whatever the same change says of the bounds: it takes none away that the message sets.
 void set_bounds(MPrefixList *message, uint32_t length)
 {
     message->has_le = message->has_ge = 1;
     message->le = message->ge = length;
+    message->has_le_is_deleted = message->le_is_deleted = 0;
+    message->has_ge_is_deleted = message->ge_is_deleted = 0;
 }
 
 // A bound that the same change gives stands in the place of the equality's.

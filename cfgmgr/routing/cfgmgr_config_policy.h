@@ -36,6 +36,8 @@ int32_t cfgmgr_policy_send(const tconfd_sub *row, const ProtobufCMessage &messag
 void cfgmgr_policy_start(const tconfd_sub *row, cfgmgr_vpn_t *vpn_p);
 // At the end of each triggered delivery: all VPNs have all policies.
 void cfgmgr_policies_replayed(cfgmgrd_t *cfgmgrd_p);
+// At the end of any other: whom the initial read has left without them, since it was cut short, waits for a replay.
+void cfgmgr_policies_not_replayed(cfgmgrd_t *cfgmgrd_p);
 // arg1: the daemon. Replays for VPNs that still wait: a replay is lost with the agent, and none begins while the initial
 // read goes on.
 void cfgmgr_policy_timer_cb(timer_util_t *timer, void *arg1, void *arg2, void *arg3, void *arg4);

@@ -170,6 +170,12 @@ void cfgmgr_policies_replayed(cfgmgrd_t *cfgmgrd_p)
         timer_disable(cfgmgrd_p->policy_timer_p);
 }
 
+void cfgmgr_policies_not_replayed(cfgmgrd_t *cfgmgrd_p)
+{
+    if (is_initial_read_done(*cfgmgrd_p->tconfd_ctx_p) && find_waiting(cfgmgrd_p) != nullptr)
+        timer_enable(cfgmgrd_p->policy_timer_p);
+}
+
 void cfgmgr_policy_timer_cb(timer_util_t *timer, void *arg1, void *, void *, void *)
 {
     auto *cfgmgrd_p = static_cast<cfgmgrd_t *>(arg1);

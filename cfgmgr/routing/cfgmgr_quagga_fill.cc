@@ -45,6 +45,17 @@ std::string_view text_of(const confd_value_t &value)
     return { reinterpret_cast<const char *>(CONFD_GET_BUFPTR(&value)), CONFD_GET_BUFSIZE(&value) };
 }
 
+// False, with the field left alone, for a text that is no list of AS numbers.
+bool put_as_list(quagga_fill_t *fill, void *message, const quagga_leaf_t &row, const confd_value_t &value)
+{
+    tip_assert((&value)->type == C_BUF);
+    char list[AS_LIST_SIZE];
+    if (!cfgmgr_convert_as_prepend_str(std::string(text_of(value)).c_str(), list, sizeof list))
+        return false;
+    put(message, row.field.value, fill->text(list));
+    return true;
+}
+
 // ---- removals
 
 bool is_bool_form(quagga_form_t *form)
@@ -232,22 +243,14 @@ void cfgmgr_quagga_fill_interface(quagga_fill_t *fill, void *message, const quag
 void cfgmgr_quagga_fill_prepend(quagga_fill_t *fill, void *message, const quagga_leaf_t &row,
                                 const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_BUF);
-    char list[AS_LIST_SIZE];
-    if (cfgmgr_convert_as_prepend_str(std::string(text_of(value)).c_str(), list, sizeof list))
-        put(message, row.field.value, fill->text(list));
-    else
+    if (!put_as_list(fill, message, row, value))
         tip_log("invalid as-path prepend string");
 }
 
 void cfgmgr_quagga_fill_exclude(quagga_fill_t *fill, void *message, const quagga_leaf_t &row,
                                 const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_BUF);
-    char list[AS_LIST_SIZE];
-    if (cfgmgr_convert_as_prepend_str(std::string(text_of(value)).c_str(), list, sizeof list))
-        put(message, row.field.value, fill->text(list));
-    else
+    if (!put_as_list(fill, message, row, value))
         tip_log("invalid as-path exclude string");
 }
 

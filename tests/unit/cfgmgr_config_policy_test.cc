@@ -206,9 +206,7 @@ const bounds_case_t bounds_cases[] = {
     { "eq behind both",
       { leaf(policy_le, u8(30)), leaf(policy_ge, u8(20)), leaf(policy_eq, u8(0)) },
       R"(,"le":0,"ge":0)" },
-    { "eq for a bound",
-      { leaf(policy_ge, nothing()), leaf(policy_eq, u8(24)) },
-      R"(,"le":24,"ge":24,"ge_is_deleted":true)" },
+    { "eq for a bound", { leaf(policy_ge, nothing()), leaf(policy_eq, u8(24)) }, R"(,"le":24,"ge":24)" },
     { "eq is gone", { leaf(policy_eq, nothing()) }, R"(,"le_is_deleted":true,"ge_is_deleted":true)" },
     { "ge for eq", { leaf(policy_eq, nothing()), leaf(policy_ge, u8(20)) }, R"(,"le_is_deleted":true,"ge":20)" },
     { "le for eq", { leaf(policy_le, u8(30)), leaf(policy_eq, nothing()) }, R"(,"le":30,"ge_is_deleted":true)" },
@@ -528,6 +526,20 @@ TEST_F(late_vpn, that_comes_between_the_policies_and_the_end_of_the_initial_read
     EXPECT_EQ(wait(), names_t{ REPLAY });
     cfgmgr_sync_cb(&ctx, CDB_SUB_FLAG_TRIGGER);
     EXPECT_TRUE(is_synced(9));
+}
+
+TEST_F(late_vpn, that_the_initial_read_has_left_without_policies_gets_them)
+{
+    ctx.initial_read_done = 0;
+    create();
+    cfgmgr_vpn_find(&daemon, 0, nullptr)->policy_synced = 0;
+    timer_disable(daemon.policy_timer_p);
+    cfgmgr_sync_cb(&ctx, 0);
+    EXPECT_FALSE(is_waiting()) << "it still goes on";
+    ctx.initial_read_done = 1;
+    cfgmgr_sync_cb(&ctx, 0);
+    EXPECT_TRUE(is_waiting());
+    EXPECT_EQ(wait(), names_t{ REPLAY });
 }
 
 TEST_F(late_vpn, that_is_taken_back_is_not_asked_for)

@@ -571,6 +571,7 @@ TEST_F(cfgmgr_config_vpn_test, what_validation_should_have_refused_ends_the_proc
 TEST_F(cfgmgr_config_vpn_test, after_a_read_every_vpn_has_its_policies)
 {
     make(5);
+    daemon.tconfd_ctx_p = &ctx;
     daemon.usergroup_dirty = 1;
     cfgmgr_sync_cb(&ctx, 0);
     EXPECT_EQ(daemon.usergroup_dirty, 0);

@@ -364,7 +364,8 @@ TEST_F(tconfd_delivery_test, an_agent_that_goes_away_within_is_survived_and_any_
     lay_out({ { "a", 1, 3 } });
     agent().results["cdb_diff_iterate"] = CONFD_EOF;
     agent().results["cdb_sync_subscription_socket"] = CONFD_EOF;
-    deliver({ 2 });
+    deliver({ 2 }, CDB_SUB_COMMIT, TRIGGERED);
+    EXPECT_EQ(synced_with, 0) << "a read that was cut short has not brought everything";
     EXPECT_TRUE(log_has("Error iterating subscription (cfgmgr: -2). Unexpected type 2"));
     EXPECT_TRUE(log_has("Failed to sync subscription (cfgmgr - -2)"));
     agent().results["cdb_diff_iterate"] = CONFD_ERR;
