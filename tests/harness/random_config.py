@@ -160,7 +160,7 @@ class Device:
 
     def reset(self):
         """Back to the configuration that the device came with: in one commit, or where rules forbid that in several: first leaf
-        by leaf, then the entries that are nothing without a leaf. What a rule wants to stay stays."""
+        by leaf, then the entries that are nothing without a leaf. What a rule wants to stay stays, for all sequences after."""
         refusals = []
         for is_fine in (False, True, True, False):
             lines = random_generate.lines_between(self.root, self.lines, self.base, is_fine)
@@ -169,6 +169,7 @@ class Device:
             refusals = [(line, kind) for line in lines for accepted, kind, _ in [self.commit([line])] if not accepted]
         if any(kind != "rule" for _, kind in refusals):
             raise Problem("the configuration cannot be taken back:\n" + "\n".join(line for line, _ in refusals))
+        self.base = self.lines
 
 
 # --- one sequence ---
