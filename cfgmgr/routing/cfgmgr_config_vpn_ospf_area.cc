@@ -1,4 +1,8 @@
 // Areas, their interfaces and their ranges.
+//
+// Stub and nssa are containers of the area, whose leaves come between brackets: each has one of the name no-summary. An
+// interface goes by its name in the kernel, which also decides what it has without being told so. One that the device
+// does not have is passed over, and nothing makes up for it should it come.
 
 #include "cfgmgr/routing/cfgmgr_config_vpn_ospf.h"
 
