@@ -185,7 +185,7 @@ void cfgmgr_policy_timer_cb(timer_util_t *timer, void *arg1, void *, void *, voi
         timer_disable(timer);
         return;
     }
-    // A thread of the context reads, or connects to the agent; this one comes back.
+    // A read that is under way may bring them. Without an agent the next one fails, and is tried again.
     if (!is_initial_read_done(*ctx) || __atomic_load_n(&ctx->live_threads, __ATOMIC_ACQUIRE) != 0)
         return;
     tip_log("VPN %lu still waits for policies, reading them again", waiting->vpn_id);

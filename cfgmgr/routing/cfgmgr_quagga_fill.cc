@@ -17,6 +17,9 @@ namespace
 constexpr size_t PREFIX_TEXT_SIZE = 64;
 constexpr size_t JOINED_SIZE = 128;
 
+// The text is that of the walk over a change, whichever form finds the value to be of another type.
+#define assert_type(value, wanted) tip_assert_text((value).type == (wanted), "(&cur_val_p->v)->type == " #wanted)
+
 template <typename T> void put(void *message, uint16_t offset, T value)
 {
     memcpy(static_cast<char *>(message) + offset, &value, sizeof value);
@@ -48,7 +51,7 @@ std::string_view text_of(const confd_value_t &value)
 // False, with the field left alone, for a text that is no list of AS numbers.
 bool put_as_list(quagga_fill_t *fill, void *message, const quagga_leaf_t &row, const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_BUF);
+    assert_type(value, C_BUF);
     char list[AS_LIST_SIZE];
     if (!cfgmgr_convert_as_prepend_str(std::string(text_of(value)).c_str(), list, sizeof list))
         return false;
@@ -164,31 +167,31 @@ MIpPrefix *quagga_fill_t::prefix(const ip_prefix_t &prefix)
 
 void cfgmgr_quagga_fill_bool(quagga_fill_t *, void *message, const quagga_leaf_t &row, const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_BOOL);
+    assert_type(value, C_BOOL);
     put_bool(message, row.field, CONFD_GET_BOOL(&value) != 0);
 }
 
 void cfgmgr_quagga_fill_uint8(quagga_fill_t *, void *message, const quagga_leaf_t &row, const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_UINT8);
+    assert_type(value, C_UINT8);
     put_number(message, row.field, CONFD_GET_UINT8(&value));
 }
 
 void cfgmgr_quagga_fill_uint16(quagga_fill_t *, void *message, const quagga_leaf_t &row, const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_UINT16);
+    assert_type(value, C_UINT16);
     put_number(message, row.field, CONFD_GET_UINT16(&value));
 }
 
 void cfgmgr_quagga_fill_uint32(quagga_fill_t *, void *message, const quagga_leaf_t &row, const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_UINT32);
+    assert_type(value, C_UINT32);
     put_number(message, row.field, CONFD_GET_UINT32(&value));
 }
 
 void cfgmgr_quagga_fill_enum(quagga_fill_t *, void *message, const quagga_leaf_t &row, const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_ENUM_VALUE);
+    assert_type(value, C_ENUM_VALUE);
     put_number(message, row.field, row.map(static_cast<uint32_t>(CONFD_GET_ENUM_VALUE(&value))));
 }
 
@@ -206,13 +209,13 @@ void cfgmgr_quagga_fill_exists(quagga_fill_t *, void *message, const quagga_leaf
 
 void cfgmgr_quagga_fill_text(quagga_fill_t *fill, void *message, const quagga_leaf_t &row, const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_BUF);
+    assert_type(value, C_BUF);
     put(message, row.field.value, fill->text(text_of(value)));
 }
 
 void cfgmgr_quagga_fill_secret(quagga_fill_t *fill, void *message, const quagga_leaf_t &row, const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_BUF);
+    assert_type(value, C_BUF);
     std::string_view secret = text_of(value);
     std::string clear(secret.size() + 1, '\0');
     int length = confd_decrypt(secret.data(), static_cast<int>(secret.size()), clear.data());
@@ -232,7 +235,7 @@ void cfgmgr_quagga_fill_address(quagga_fill_t *fill, void *message, const quagga
 void cfgmgr_quagga_fill_interface(quagga_fill_t *fill, void *message, const quagga_leaf_t &row,
                                   const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_BUF);
+    assert_type(value, C_BUF);
     char name[IF_NAME_SIZE];
     if (cfgmgr_quagga_interface_name(text_of(value), fill->personality, name, sizeof name))
         put(message, row.field.value, fill->text(name));
@@ -256,11 +259,11 @@ void cfgmgr_quagga_fill_exclude(quagga_fill_t *fill, void *message, const quagga
 
 void cfgmgr_quagga_fill_joined(quagga_fill_t *fill, void *message, const quagga_leaf_t &row, const confd_value_t &value)
 {
-    tip_assert((&value)->type == C_LIST);
+    assert_type(value, C_LIST);
     std::string joined;
     for (unsigned i = 0; i < CONFD_GET_LISTSIZE(&value); i++) {
         const confd_value_t &item = CONFD_GET_LIST(&value)[i];
-        tip_assert((&item)->type == C_BUF);
+        assert_type(item, C_BUF);
         joined += (joined.empty() ? "" : " ") + std::string(text_of(item));
     }
     put(message, row.field.value, fill->text(std::string_view(joined).substr(0, JOINED_SIZE - 1)));
