@@ -115,8 +115,10 @@ class Device:
             time.sleep(POLL_S)
 
     def configured(self):
-        return oracle_state.Configured(self.tree, frozenset(self.bridged - oracle_config.untagged_ports(self.tree)),
-                                       oracle_told.stale_rows(self.told, self.tree))
+        raised_or_lowered = {name for name, leaves in oracle_config.ports_of_vpn0(self.tree).items() if "shutdown" in leaves}
+        return oracle_state.Configured(
+            self.tree, frozenset(self.bridged - oracle_config.untagged_ports(self.tree) - raised_or_lowered),
+            oracle_told.stale_rows(self.told, self.tree))
 
     def ports_down(self, state):
         """Ports that should be up, and are not yet."""
