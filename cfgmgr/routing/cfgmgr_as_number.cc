@@ -20,6 +20,7 @@ struct halves_t {
     int count = 0;
     uint32_t first = 0;
     uint32_t second = 0;
+    bool has_rest = false; // something else stands behind them
 };
 
 halves_t parse_halves(std::string_view text)
@@ -30,12 +31,14 @@ halves_t parse_halves(std::string_view text)
     if (first.ec != std::errc())
         return halves;
     halves.count = 1;
+    halves.has_rest = first.ptr != end;
     if (first.ptr == end || *first.ptr != '.')
         return halves;
     auto second = std::from_chars(first.ptr + 1, end, halves.second);
     if (second.ec == std::errc::result_out_of_range)
         halves.second = UINT32_MAX; // still a number, which is no half
     halves.count += second.ec == std::errc::invalid_argument ? 0 : 1;
+    halves.has_rest = halves.count < 2 || second.ptr != end;
     return halves;
 }
 
@@ -43,6 +46,8 @@ halves_t parse_halves(std::string_view text)
 uint32_t convert_token(std::string_view token)
 {
     halves_t halves = parse_halves(token);
+    if (halves.has_rest)
+        return 0; // it would be lost
     if (halves.count < 2)
         return halves.count == 0 ? 0 : halves.first;
     bool is_in_range = halves.first < HALF_END && halves.second < HALF_END;

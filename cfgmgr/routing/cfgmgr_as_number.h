@@ -14,7 +14,7 @@ inline constexpr size_t AS_LIST_SIZE = 128;
 [[nodiscard]] uint32_t cfgmgr_as_number(std::string_view text);
 
 // AS numbers joined by blanks, as plain numbers each followed by a blank. False for a text that has none, a sign, a
-// number that is 0 or none, or a half above 65535, and for one that does not fit out; out is not to be used then.
+// number that is 0 or none or has something behind it, or a half above 65535, and for one that does not fit out; out is not to be used then.
 [[nodiscard]] bool cfgmgr_convert_as_prepend_str(const char *text, char *out, size_t size);
 
 #endif

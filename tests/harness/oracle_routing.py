@@ -211,7 +211,8 @@ def rule_routers(old, new):
 def rule_bounds(_, new):
     for name, entry in (at(new, NETS.path) or {}).items():
         for prefix, bounds in entry.get("ip-prefix", {}).items():
-            if "eq" not in bounds and int(bounds.get("ge", "0")) > int(bounds.get("le", "32")):
+            is_empty = "eq" not in bounds and int(bounds.get("ge", "0")) > int(bounds.get("le", "32"))
+            if is_empty or any(int(bound) < int(prefix.split("/")[1]) for bound in bounds.values()):
                 yield f"nothing matches {prefix} of {name}"
 
 
