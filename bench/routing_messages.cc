@@ -18,6 +18,7 @@
 #include <dirent.h>
 #include <fstream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace
@@ -28,6 +29,7 @@ constexpr int NEIGHBOURS = 500;
 constexpr int VPNS = 77; // all that can be configured beside VPN 0 and the management VPN
 constexpr int FIRST_VPN = 1001;
 constexpr int ROUNDS = 50;
+constexpr unsigned QUIET_S = 2;
 constexpr char LOG_DIR[] = "/var/log/quagga";
 constexpr char PID_FILE[] = "/run/cfgmgr.0.pid";
 constexpr char BIG_LIST[] = "/policy/lists/prefix-list{big}";
@@ -148,8 +150,18 @@ void step_print(const char *title, void (*edit)(int th, int count), int count)
     fflush(stdout);
 }
 
+// New VPNs get the policies, and tell of their interfaces, after the commit that has made them.
+void settle()
+{
+    for (long before = -1, now = messages(); now != before; now = messages()) {
+        before = now;
+        sleep(QUIET_S);
+    }
+}
+
 void fan_out_print(int vpns)
 {
+    settle();
     std::vector<double> times;
     long before = messages();
     for (int round = 0; round < ROUNDS; round++)

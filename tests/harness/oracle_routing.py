@@ -70,7 +70,7 @@ BGP = Node("bgp", ("65000", "65000", "65001.7"), {
 OSPF = Node("ospf", None, {
     "router-id": ("10.255.2.1", "10.255.2.2"), "compatible-rfc1583": BOOLS, "ignore-bad-lsreq": BOOLS,
     "auto-cost reference-bandwidth": ("1000", "10000"), "default-information originate": EMPTY,
-    "default-information always": EMPTY, "default-information metric": ("0", "10"),
+    "default-information always": EMPTY, "default-information metric": ("1", "10"),
     "default-information metric-type": ("type1", "type2"), "default-information originate-policy": POLICY,
     "distance external": ("100", "120"), "distance inter-area": ("101",), "distance intra-area": ("102",),
     "timers spf delay": ("100",), "timers spf initial-hold": ("500",), "timers spf max-hold": ("5000", "6000"),
@@ -87,7 +87,7 @@ OSPF = Node("ospf", None, {
             "authentication type": ("simple", "message-digest"), "authentication authentication-key": ("key-1", "key-2"),
             "authentication message-digest key-id": ("3", "4"), "authentication message-digest md5": ("digest-1", "digest-2"),
         }),) * 4,
-        Node("range", ("10.1.0.0/16", "10.3.5.1/24"), {"cost": ("0", "30"), "no-advertise": EMPTY}),
+        Node("range", ("10.1.0.0/16", "10.3.5.1/24"), {"cost": ("1", "30"), "no-advertise": EMPTY}),
     )),) * 3,
 ))
 
