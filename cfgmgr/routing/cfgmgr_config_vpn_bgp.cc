@@ -46,6 +46,16 @@ void send_to_bgpd(cfgmgr_vpn_t *vpn_p, const MBgpInstance &message)
     (void)cfgmgr_quagga_pb_send_message(vpn_p, &message, DAEMON_ID_BGPD, BGP_INSTANCE); // a loss is logged there
 }
 
+// A VPN has one instance. One that comes while another is there takes its place in this commit, which brings both in the
+// order of their numbers; bgpd hears of the old one's end first.
+void send_end(cfgmgr_vpn_t *vpn_p)
+{
+    MBgpInstance message = M_BGP_INSTANCE__INIT;
+    message.as_num = vpn_p->bgp_as;
+    message.has_entry_is_deleted = message.entry_is_deleted = 1;
+    send_to_bgpd(vpn_p, message);
+}
+
 // What the device has, and a bgpd that knows of its instance only now has missed.
 void fill_identity(const quagga_change_t &change, MBgpInstance *message)
 {
@@ -68,15 +78,20 @@ int32_t cfgmgr_config_vpn_bgp(tconfd_sub *row, int32_t op, uint8_t num_keys, con
     quagga_change_t change("BGP", { row, op, num_keys, keys, num_tv, tv });
     MBgpInstance message = M_BGP_INSTANCE__INIT;
     message.as_num = change.as_key();
+    uint32_t *bgp_as = &change.vpn()->bgp_as;
+    if (*bgp_as != 0 && *bgp_as != message.as_num) {
+        if (change.is_deleted())
+            return 0; // told when the other took its place
+        send_end(change.vpn());
+    }
     if (!change.is_deleted())
-        change.vpn()->bgp_as = message.as_num;
+        *bgp_as = message.as_num;
     change.fill(&message, instance_leaves);
     if (!change.is_deleted())
         fill_identity(change, &message);
     (void)change.send(&message, DAEMON_ID_BGPD, BGP_INSTANCE); // gives 0
-    // An instance of another number may have taken its place in the same commit.
-    if (change.is_deleted() && change.vpn()->bgp_as == message.as_num)
-        change.vpn()->bgp_as = 0;
+    if (change.is_deleted())
+        *bgp_as = 0;
     return 0;
 }
 

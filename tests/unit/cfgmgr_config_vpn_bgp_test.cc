@@ -163,7 +163,7 @@ protected:
     uint32_t bgp_as() { return cfgmgr_vpn_find(&daemon, 5, nullptr)->bgp_as; }
 };
 
-TEST_F(bgp_of_a_vpn, has_the_number_of_the_last_instance_that_is_there)
+TEST_F(bgp_of_a_vpn, has_one_instance_whose_end_is_told_before_the_next)
 {
     EXPECT_EQ(apply(cfgmgr_config_vpn_bgp, MOP_CREATED, { u64(5), u32(100) }), 0);
     EXPECT_EQ(bgp_as(), 100u);
