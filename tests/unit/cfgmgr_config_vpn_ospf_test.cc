@@ -1,9 +1,8 @@
-// OSPF, where commits do not reach well: marks of interfaces and what becomes of their addresses, defaults by name, what
-// must not be told, and numbers that the model does not have.
-#include "cfgmgr/network/cfgmgr_config_ovc.h"
+// OSPF, where commits do not reach well: marks of interfaces, what happens before the kernel has an address, values that
+// stand against a default, and numbers that the model does not have. What is told, and in which order, is looked at through
+// commits.
 #include "cfgmgr/network/cfgmgr_config_value.h"
 #include "cfgmgr/network/cfgmgr_config_vpn.h"
-#include "cfgmgr/network/cfgmgr_validate.h"
 #include "cfgmgr/routing/cfgmgr_config_vpn_ospf.h"
 #include "tests/harness/death.h"
 #include "tests/unit/cfgmgr_config_if_env.h"
@@ -77,44 +76,14 @@ protected:
 
 // ---- interfaces
 
-TEST_F(ospf, an_interface_has_defaults_by_its_name)
+TEST_F(ospf, an_interface_comes_with_its_own_settings_rather_than_defaults)
 {
-    struct row_t {
-        const char *cli_name, *name;
-        changes_t changes;
-        int op;
-        const char *fields;
-    };
-    const changes_t own = { set(vpn_cost, number16(7)), mark(vpn_passive_interface, C_XMLTAG) };
-    const row_t rows[] = {
-        { "loopback1", "loopback1", {}, MOP_CREATED, R"(,"cost":1,"passive":true)" },
-        { "ge0/1", "ge0_1", {}, MOP_CREATED, R"(,"passive":false)" },
-        { "loopback1", "loopback1", own, MOP_CREATED, R"(,"cost":7,"passive":true)" },
-        { "ge0/1", "ge0_1", own, MOP_CREATED, R"(,"cost":7,"passive":true)" },
-        { "loopback1", "loopback1", { gone(vpn_cost) }, MOP_MODIFIED, R"(,"cost":1)" },
-        { "ge0/1", "ge0_1", { gone(vpn_cost) }, MOP_MODIFIED, R"(,"cost":0)" },
-        { "loopback1", "loopback1", { gone(vpn_passive_interface) }, MOP_MODIFIED, R"(,"passive":true)" },
-        { "ge0/1", "ge0_1", { gone(vpn_passive_interface) }, MOP_MODIFIED, R"(,"passive":false)" },
-        { "ge0/1", "ge0_1", { gone(vpn_key_id) }, MOP_MODIFIED, "" },
-    };
-    for (const row_t &r : rows)
-        EXPECT_EQ(told_of_interface(r.op, r.cli_name, r.changes), messages_t{ interface_message(r.name, r.fields) })
-            << r.name << " " << r.fields;
-}
-
-TEST_F(ospf, an_address_follows_its_interface_and_goes_before_it)
-{
-    cfgmgr_if_t *if_p = make("ge0/1", "ge0_1");
-    (void)told_of_address("ge0_1", "10.0.0.1/24");
-    EXPECT_EQ(told_of_interface(MOP_CREATED, "ge0/1"), (messages_t{ interface_message("ge0_1", R"(,"passive":false)"),
-                                                                    address_message("ge0_1", "10.0.0.1/24") }));
-    EXPECT_TRUE(is_marked(if_p, 1));
-    EXPECT_EQ(told_of_interface(MOP_MODIFIED, "ge0/1", { set(vpn_cost, number16(7)) }),
-              messages_t{ interface_message("ge0_1", R"(,"cost":7)") });
-    EXPECT_EQ(told_of_interface(MOP_DELETED, "ge0/1"),
-              (messages_t{ address_message("ge0_1", "10.0.0.1/24", true),
-                           interface_message("ge0_1", R"(,"entry_is_deleted":true)") }));
-    EXPECT_TRUE(is_unmarked(if_p));
+    for (const char *name : { "loopback1", "irb5" }) {
+        messages_t messages =
+            told_of_interface(MOP_CREATED, name, { set(vpn_cost, number16(7)), mark(vpn_passive_interface, C_XMLTAG) });
+        std::string told_name = name == std::string("irb5") ? "irb.5" : name;
+        EXPECT_EQ(messages, messages_t{ interface_message(told_name.c_str(), R"(,"cost":7,"passive":true)") });
+    }
 }
 
 TEST_F(ospf, a_change_of_an_address_is_told_before_the_kernel_has_it)
@@ -123,28 +92,9 @@ TEST_F(ospf, a_change_of_an_address_is_told_before_the_kernel_has_it)
     EXPECT_EQ(told_of_address("ge0_1", "10.0.0.1/24"), messages_t{ address_message("ge0_1", "10.0.0.1/24") });
     EXPECT_TRUE(log_has("Interface ge0_1 address not set")) << "there was none to withdraw";
     EXPECT_EQ(effects().front(), "message 30 6 5");
-    EXPECT_EQ(told_of_address("ge0_1", "10.0.0.2/30"),
-              (messages_t{ address_message("ge0_1", "10.0.0.1/24", true), address_message("ge0_1", "10.0.0.2/30") }));
     EXPECT_EQ(told_of_address("ge0_1", "2001:db8::1/64"), messages_t{});
     EXPECT_EQ(told_of_address("ge0_1", "10.9.9.9/8", true),
-              messages_t{ address_message("ge0_1", "10.0.0.2/30", true) });
-    make("ge0/3", "ge0_3");
-    EXPECT_EQ(told_of_address("ge0_3", "10.0.0.1/24"), messages_t{}) << "it is in no area";
-}
-
-TEST_F(ospf, an_interface_that_leaves_its_vpn_takes_its_address_along)
-{
-    cfgmgr_if_t *moved_p = join("ge0/1", "ge0_1");
-    (void)told_of_address("ge0_1", "10.0.0.1/24");
-    cfgmgr_vpn_if_del(&daemon, moved_p, true);
-    EXPECT_EQ(told(), messages_t{ address_message("ge0_1", "10.0.0.1/24", true) });
-    EXPECT_TRUE(is_unmarked(moved_p));
-    cfgmgr_vpn_if_add(&daemon, 5, moved_p);
-    (void)told_of_interface(MOP_CREATED, "ge0/1");
-    cfgmgr_if_delete(&daemon, moved_p);
-    EXPECT_EQ(told(), messages_t{ address_message("ge0_1", "10.0.0.1/24", true) });
-    EXPECT_TRUE(is_unmarked(moved_p)) << "its record stays, in VPN 0";
-    EXPECT_EQ(told_of_address("ge0_1", "10.0.0.1/24"), messages_t{});
+              messages_t{ address_message("ge0_1", "10.0.0.1/24", true) });
 }
 
 TEST_F(ospf, an_interface_that_the_device_or_the_vpn_does_not_have_gets_no_mark)
@@ -204,23 +154,6 @@ TEST_F(ospf, with_an_area_or_the_instance_all_marks_of_the_vpn_go)
 
 // ---- areas and ranges
 
-TEST_F(ospf, no_summary_belongs_to_the_container_that_it_stands_in)
-{
-    const confd_tag_value_t no_summary = mark(vpn_no_summary, C_XMLTAG);
-    const std::pair<changes_t, const char *> rows[] = {
-        { { no_summary }, "" },
-        { inside(vpn_stub, {}) + changes_t{ no_summary }, R"(,"stub":true)" },
-        { inside(vpn_stub, { no_summary }), R"(,"stub":true,"stub_no_summary":true)" },
-        { inside(vpn_nssa, { no_summary }), R"(,"nssa":true,"nssa_no_summary":true)" },
-        { inside(vpn_nssa, { gone(vpn_no_summary) }), R"(,"nssa":true,"nssa_no_summary":false)" },
-        { { gone(vpn_stub), gone(vpn_nssa) }, R"(,"stub":false,"nssa":false)" },
-    };
-    for (const auto &[changes, fields] : rows) {
-        EXPECT_EQ(handle(cfgmgr_config_vpn_ospf_area, MOP_MODIFIED, { u32(1) }, changes), 0);
-        EXPECT_EQ(told(), messages_t{ std::string(R"(30 4 5 {"area":1)") + fields + "}" });
-    }
-}
-
 TEST_F(ospf, a_range_of_another_family_fails_the_delivery)
 {
     for (const char *range : { "2001:db8::/32", "network", "" }) {
@@ -230,51 +163,9 @@ TEST_F(ospf, a_range_of_another_family_fails_the_delivery)
             log_has(std::string("OSPF area range config - vpn:5, Area:3, range:") + range + " Invalid IP address"));
     }
     EXPECT_EQ(told(), messages_t{});
-    EXPECT_EQ(handle(cfgmgr_config_vpn_ospf_area_range, MOP_CREATED, { u32(3), buf("10.1.2.3/16") }), 0);
-    EXPECT_EQ(told(), messages_t{ R"(30 7 5 {"area":3,"prefix":{"is_ipv4":true,"prefix":"10.1.2.3/16"}})" });
 }
 
 // ---- the instance
-
-TEST_F(ospf, changes_of_a_vpn_without_a_setting_of_ospf_tell_nothing)
-{
-    const changes_t cases[] = {
-        {},
-        { gone(vpn_router_id) },
-        inside(vpn_router, inside(vpn_bgp, { gone(vpn_router_id), set(vpn_external, u32(1)) })),
-        inside(vpn_router, inside(vpn_ospf, {})),
-        inside(vpn_router, inside(vpn_ospf, inside(vpn_max_metric, {}))),
-    };
-    for (const changes_t &changes : cases)
-        EXPECT_EQ(handle(cfgmgr_config_vpn, MOP_MODIFIED, {}, changes), 0);
-    EXPECT_EQ(told(), messages_t{});
-}
-
-TEST_F(ospf, an_instance_that_comes_with_its_vpn_is_told_behind_it)
-{
-    row.state = TCONFD_SUB_IN_PROGRESS; // as in the initial read
-    cfgmgr_vpn_delete_by_id(&daemon, 5);
-    EXPECT_EQ(handle(cfgmgr_config_vpn, MOP_CREATED, {},
-                     inside(vpn_router, inside(vpn_ospf, { set(vpn_compatible_rfc1583, boolean(true)) }))),
-              0);
-    EXPECT_EQ(told(), (messages_t{ R"(30 0 5 {"ignore_down_bit":true})", R"(30 0 5 {"compatible_rfc1583":true})" }));
-    EXPECT_EQ(cfgmgr_vpn_find(&daemon, 5, nullptr)->ospf_configured, 1);
-}
-
-TEST_F(ospf, what_depends_on_the_overlay_is_told_to_every_vpn_when_its_state_changes)
-{
-    cfgmgr_vpn_find(&daemon, 5, nullptr)->bgp_as = 64512;
-    for (bool is_up : { true, true, false }) {
-        agent().leaves["/ovc/lodest-peers"] = boolean(is_up);
-        bool is_change = daemon.ovc_up != is_up;
-        EXPECT_EQ(handle(cfgmgr_config_ovc_lodest_peers, MOP_MODIFIED, {}), 0);
-        std::string ignored = is_up ? "false}" : "true}";
-        messages_t expected = { "30 0 0 {\"ignore_down_bit\":" + ignored, "30 0 5 {\"ignore_down_bit\":" + ignored,
-                                "31 0 5 {\"as_num\":64512,\"ignore_soo\":" + ignored,
-                                "30 0 65530 {\"ignore_down_bit\":" + ignored };
-        EXPECT_EQ(told(), is_change ? expected : messages_t{});
-    }
-}
 
 TEST_F(ospf, a_handler_of_a_vpn_that_is_not_there_ends_the_process)
 {
@@ -284,28 +175,6 @@ TEST_F(ospf, a_handler_of_a_vpn_that_is_not_there_ends_the_process)
         (void)handle(cfgmgr_config_vpn_ospf_area, MOP_CREATED, { u32(1) });
     };
     expect_assertion(configure_area, "Cannot find VPN 5");
-}
-
-TEST_F(ospf, only_an_instance_that_stays_in_a_vpn_that_is_there_is_judged)
-{
-    confd_trans_ctx tctx{};
-    confd_daemon_ctx dx{};
-    dx.d_opaque = &ctx;
-    tctx.dx = &dx;
-    struct row_t {
-        uint64_t vpn_id;
-        confd_vtype value;
-        bool is_asked;
-    };
-    for (const row_t &r : { row_t{ 7, C_XMLTAG, false }, { 5, C_NOEXISTS, false }, { 5, C_XMLTAG, true } }) {
-        confd_hkeypath_t path = keypath({ "vpn", "vpn-instance", fake_step_t({ u64(r.vpn_id) }), "router", "ospf" });
-        confd_value_t value{};
-        value.type = r.value;
-        log_clear();
-        EXPECT_EQ(cfgmgr_validate_vpn_ospf(&tctx, &path, &value), 0) << "nobody is there to refuse it";
-        EXPECT_EQ(log_has("Quagga daemon does not exist: ospf (vpn:5)"), r.is_asked);
-        EXPECT_EQ(tctx.t_opaque, nullptr);
-    }
 }
 
 // ---- enumerations
