@@ -22,7 +22,6 @@ gives the one message with all their fields; it is deleted again. Each step is a
 daemons of all VPNs no message may have come since the one before but those that are told.
 """
 
-import os
 import sys
 import time
 from dataclasses import dataclass, field
@@ -224,17 +223,7 @@ def file_run(device, name, text, counts, out):
     device.type(device.restore_lines())
 
 
-def main(names):
-    counts = steps.Counts()
-    device = steps.Device()
-    for name in names:
-        with open(name, encoding="utf-8") as file:
-            file_run(device, os.path.relpath(name), file.read(), counts, sys.stdout)
-    print(counts.line())
-    return 1 if counts.failed else 0
-
-
 if __name__ == "__main__":
     if len(sys.argv) < 2:
         sys.exit(__doc__)
-    sys.exit(main(sys.argv[1:]))
+    sys.exit(steps.main(sys.argv[1:], file_run))

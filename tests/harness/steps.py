@@ -457,12 +457,12 @@ def file_run(device, name, text, counts, out):
               + (f"\n    {problem}" if problem else ""), file=out, flush=True)
 
 
-def main(names):
+def main(names, run=file_run):
     counts = Counts()
     device = Device()
     for name in names:
         with open(name, encoding="utf-8") as file:
-            file_run(device, os.path.relpath(name), file.read(), counts, sys.stdout)
+            run(device, os.path.relpath(name), file.read(), counts, sys.stdout)
     print(counts.line())
     return 1 if counts.failed else 0
 
