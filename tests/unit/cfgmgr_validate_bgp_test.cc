@@ -44,6 +44,7 @@ TEST_F(validate_bgp, needs_vpn_0_for_an_expression)
     cfgmgr_vpn_deinit(&daemon);
     EXPECT_EQ(ask(cfgmgr_validate_aspath, { "policy", "lists" }, buf("_1_")), REFUSED);
     EXPECT_EQ(texts(), told("Default bgp context not present"));
+    EXPECT_EQ(ask(cfgmgr_validate_aspath, { "policy", "lists" }, nothing()), 0) << "what goes is not asked about";
 }
 
 TEST_F(validate_bgp, tells_what_it_cannot_read)
