@@ -188,6 +188,19 @@ protected:
     }
 };
 
+TEST_F(policy_clause, leaves_go_by_the_brackets_and_those_of_one_meaning_are_read_wherever_they_stand)
+{
+    const confd_tag_value_t set = bracket(policy_set, C_XMLBEGIN), set_end = bracket(policy_set, C_XMLEND);
+    EXPECT_EQ(fields_of({ leaf(policy_metric, u32(1)), set, leaf(policy_metric, u32(2)), set_end,
+                          leaf(policy_origin, choice(1)), set, leaf(policy_origin, choice(2)), set_end }),
+              R"(,"metric":1,"origin":1,"set_metric":2,"set_origin":2})");
+    EXPECT_EQ(fields_of({ set, leaf(policy_peer, address("10.0.0.1")), leaf(policy_address, buf("list")),
+                          leaf(policy_base_action, choice(1)), set_end, leaf(policy_weight, nothing()) }),
+              R"(,"action_type":1,"address":"list","peer":{"is_ipv4":true,"address":"10.0.0.1"})"
+              R"(,"set_weight_is_deleted":true})");
+    EXPECT_EQ(fields_of({ set, leaf(policy_as_path, buf("list")), set_end }), "}");
+}
+
 TEST_F(policy_clause, either_half_of_an_aggregator_takes_it_away_though_the_other_comes)
 {
     EXPECT_EQ(fields_of({ leaf(policy_aggregator_address, nothing()), leaf(policy_aggregator_as, u32(65000)) }),

@@ -154,6 +154,14 @@ TEST_F(ospf, with_an_area_or_the_instance_all_marks_of_the_vpn_go)
 
 // ---- areas and ranges
 
+TEST_F(ospf, no_summary_outside_of_stub_and_nssa_changes_nothing)
+{
+    const confd_tag_value_t no_summary = mark(vpn_no_summary, C_XMLTAG);
+    for (const changes_t &changes : { changes_t{ no_summary }, inside(vpn_stub, {}) + changes_t{ no_summary } })
+        EXPECT_EQ(handle(cfgmgr_config_vpn_ospf_area, MOP_MODIFIED, { u32(1) }, changes), 0);
+    EXPECT_EQ(told(), (messages_t{ R"(30 4 5 {"area":1})", R"(30 4 5 {"area":1,"stub":true})" }));
+}
+
 TEST_F(ospf, a_range_of_another_family_fails_the_delivery)
 {
     for (const char *range : { "2001:db8::/32", "network", "" }) {
